@@ -1,0 +1,202 @@
+#include "email/headers.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "date/rfc822_date.h"
+#include "email/encoded_word.h"
+#include "email/parameter.h"
+
+namespace email {
+namespace {
+
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+void lower_in_place(std::string& s) {
+  for (char& c : s)
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+void remove_spaces(std::string& s) { std::erase(s, ' '); }
+
+// One past the end of the field whose value starts at p: the value runs to
+// an LF, and on past it while the next line starts with SP or TAB.
+char const* field_end(char const* p, char const* last) {
+  for (;;) {
+    auto const* lf = static_cast<char const*>(std::memchr(p, '\n', static_cast<std::size_t>(last - p)));
+    if (!lf)
+      return last;
+    p = lf + 1;
+    if (p == last || !is_blank(*p))
+      return p;
+  }
+}
+
+// The canonical UTC text of a date, or "" when it cannot be read.
+std::string canonical_date(char const* first, char const* last) {
+  return date::rfc822_date_t(first, last, nullptr).canonical_format();
+}
+
+void store_received(header_map_t& map, std::string const& value) {
+  auto const semicolon = value.rfind(';');
+  if (semicolon == std::string::npos)
+    return;
+  auto const begin = std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(),
+                                  [](unsigned char c) { return std::isalnum(c) != 0; });
+  std::string canonical = canonical_date(value.data() + (begin - value.begin()), value.data() + value.size());
+  // An unreadable date stores nothing, so a later Received field may still
+  // supply one.
+  if (!canonical.empty())
+    map.insert_or_assign("received", std::move(canonical));
+}
+
+std::string const* find_value(header_map_t const& map, std::string_view key) {
+  auto const it = map.find(key);
+  return it == map.end() ? nullptr : &it->second;
+}
+
+void derive_content_type(header_map_t& map) {
+  std::string type = "text", subtype = "plain", charset = "us-ascii", boundary;
+  if (std::string const* value = find_value(map, "content-type")) {
+    auto const semicolon = value->find(';');
+    std::string media = value->substr(0, semicolon);
+    remove_spaces(media);
+    if (auto const slash = media.find('/'); slash != std::string::npos) {
+      lower_in_place(media);
+      type = media.substr(0, slash);
+      subtype = media.substr(slash + 1);
+    }
+    if (semicolon != std::string::npos) {
+      char const* params = value->data() + semicolon;
+      char const* end = value->data() + value->size();
+      if (type == "multipart") {
+        parse_parameter(params, end, "boundary", boundary);
+      } else if (type == "text") {
+        std::string declared;
+        parse_parameter(params, end, "charset", declared);
+        if (!declared.empty()) {
+          charset = std::move(declared);
+          lower_in_place(charset);
+        }
+      }
+    }
+  }
+  map.insert_or_assign("#type", std::move(type));
+  map.insert_or_assign("#subtype", std::move(subtype));
+  map.insert_or_assign("#charset", std::move(charset));
+  map.insert_or_assign("#boundary", std::move(boundary));
+}
+
+// Content-Transfer-Encoding and the disposition word: lower case, no spaces,
+// default when nothing is left.
+void derive_word(header_map_t& map, std::string_view header, char const* key, char const* fallback,
+                 bool stop_at_semicolon) {
+  std::string word;
+  if (std::string const* value = find_value(map, header)) {
+    word = stop_at_semicolon ? value->substr(0, value->find(';')) : *value;
+    remove_spaces(word);
+    lower_in_place(word);
+  }
+  map.insert_or_assign(key, word.empty() ? std::string(fallback) : std::move(word));
+}
+
+} // namespace
+
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted) {
+  header_map_t map;
+  std::string name;
+  char const* p = first;
+  while (p != last) {
+    if (*p == '\n') {
+      ++p;
+      break;
+    }
+    char const* name_end = p;
+    while (name_end != last && *name_end != ':' && *name_end != '\n')
+      ++name_end;
+    name.assign(p, name_end);
+    p = name_end;
+    if (p != last && *p == ':')
+      ++p;
+    while (p != last && *p == ' ')
+      ++p;
+    char const* value_first = p;
+    p = field_end(p, last);
+    char const* value_last = p;
+
+    lower_in_place(name);
+    if (!wanted.contains(name))
+      continue;
+    bool const received = name == "received";
+    if (received && (map.contains("received") || map.contains("date")))
+      continue;
+
+    if (value_last != value_first && value_last[-1] == '\n')
+      --value_last;
+    std::string value;
+    if (value_first != value_last) {
+      if (name.starts_with("content-")) {
+        value.assign(value_first, value_last);
+      } else {
+        decode_header_line(value_first, value_last, std::back_inserter(value), nullptr, std::string());
+      }
+      cleanup_header_body(value);
+    }
+
+    if (received)
+      store_received(map, value);
+    else
+      map.insert_or_assign(name, std::move(value));
+  }
+  first = p;
+
+  if (wanted.contains("content-type"))
+    derive_content_type(map);
+  if (wanted.contains("content-transfer-encoding"))
+    derive_word(map, "content-transfer-encoding", "#encoding", "7bit", false);
+  if (wanted.contains("content-disposition"))
+    derive_word(map, "content-disposition", "#disposition", "inline", true);
+  if (wanted.contains("date")) {
+    if (auto it = map.find(std::string_view("date")); it != map.end()) {
+      std::string const raw = std::move(it->second);
+      map.erase(it);
+      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size());
+      if (!canonical.empty())
+        map.emplace("date", std::move(canonical));
+    }
+  }
+  return map;
+}
+
+void cleanup_header_body(std::string& value) {
+  if (value.find('\n') != std::string::npos) {
+    // What came last decides how a blank after a line break is written: a
+    // fold becomes one space, or nothing when the line already ended in one.
+    enum class state_t { normal, blank, blank_then_break, line_break };
+    state_t state = state_t::normal;
+    std::string unfolded;
+    unfolded.reserve(value.size());
+    for (char const c : value) {
+      if (c == '\r' || c == '\n') {
+        state = state == state_t::blank ? state_t::blank_then_break : state_t::line_break;
+      } else if (is_blank(c)) {
+        if (state == state_t::line_break)
+          unfolded.push_back(' ');
+        else if (state != state_t::blank_then_break)
+          unfolded.push_back(c);
+        state = state_t::blank;
+      } else {
+        unfolded.push_back(c);
+        state = state_t::normal;
+      }
+    }
+    value.swap(unfolded);
+  }
+  if (value.find('\0') != std::string::npos)
+    std::erase(value, '\0');
+  while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back())))
+    value.pop_back();
+}
+
+} // namespace email

@@ -1,0 +1,45 @@
+// The header block scanner.
+//
+// quick_parse_headers reads the header block at the start of a message or of
+// a body part in one forward pass over the caller's bytes. Each field is
+// located by its line structure alone (name up to ':' or LF; the value runs on
+// while the next line starts with SP or TAB). Only fields whose lower-cased
+// name is in the caller's wanted set are copied out; everything else is
+// skipped without copying or decoding. Kept values are decoded (unstructured
+// fields only), unfolded and trimmed, and then the derived keys are computed:
+// "#type", "#subtype", "#charset", "#boundary" from Content-Type,
+// "#encoding" from Content-Transfer-Encoding and "#disposition" from
+// Content-Disposition, each with its MIME default. "date" and the date of the
+// first readable "received" field become canonical UTC text.
+//
+// Only an LF starts the empty line that ends the block: a CR LF file has no
+// such line, so its whole content is read as header fields. That is the
+// behaviour the desktop-search host has always had and hosts that want CR LF
+// files indexed normalise line ends before calling in.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include <boost/container/flat_map.hpp>
+#include <boost/container/flat_set.hpp>
+
+namespace email {
+
+// Lower-case header names and derived "#" keys to cleaned UTF-8 values,
+// ordered byte-wise. Transparent comparison lets callers look up with
+// string_view or literals without building a string.
+using header_map_t = boost::container::flat_map<std::string, std::string, std::less<>>;
+
+// Lower-case header names, searched by binary search with exact bytes.
+using header_set_t = boost::container::flat_set<std::string, std::less<>>;
+
+// Scans the header block starting at first; on return first is the first
+// byte of the body (just past the empty line, or last).
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted);
+
+// Unfolds line breaks, removes NUL bytes and trims trailing white space.
+void cleanup_header_body(std::string& value);
+
+} // namespace email

@@ -1,0 +1,119 @@
+// tidewell-import: the command-line host of the importer.
+//
+// Each PATH is imported exactly as the desktop-search host would import it,
+// and the resulting attribute set is printed, either as an mdls-style listing
+// or as one JSON object per line. Directories are walked recursively, in
+// sorted order, for regular files.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <boost/json.hpp>
+
+#include "hosts/cli/output.h"
+#include "importer/import.h"
+
+namespace {
+
+constexpr char usage[] = R"(Usage: tidewell-import [OPTION]... PATH...
+Import e-mail message files as the desktop-search importer does and print
+the attributes it sets. A directory PATH is searched recursively for files.
+
+Options:
+  --json               print one JSON object per file, one per line:
+                       {"path": ..., "imported": ..., "attributes": {...}}
+  --content-type UTI   the content type the host announces for every file
+                       (default: com.apple.mail.email; any other type is
+                       not imported)
+  --help               show this help and exit
+  --version            show the version and exit
+
+Exit status: 0 when every file could be read, 1 when one could not,
+2 for a usage error.
+)";
+
+struct options_t {
+  bool json = false;
+  std::string content_type{importer::mail_content_type};
+  std::vector<std::string> paths;
+};
+
+int usage_error(char const* message, char const* argument) {
+  std::fprintf(stderr, "tidewell-import: %s%s\nTry 'tidewell-import --help' for more information.\n", message,
+               argument);
+  return 2;
+}
+
+// The files a PATH stands for: itself, or every regular file below it.
+std::vector<std::string> expand(std::string const& path, bool& ok) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (!fs::is_directory(path, error))
+    return {path};
+  std::vector<std::string> files;
+  fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied, error);
+  for (; !error && it != fs::recursive_directory_iterator(); it.increment(error))
+    if (it->is_regular_file(error))
+      files.push_back(it->path().string());
+  if (error) {
+    std::fprintf(stderr, "tidewell-import: %s: %s\n", path.c_str(), error.message().c_str());
+    ok = false;
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  options_t options;
+  bool options_done = false;
+  for (int i = 1; i < argc; ++i) {
+    char const* arg = argv[i];
+    if (options_done || arg[0] != '-' || std::strcmp(arg, "-") == 0) {
+      options.paths.emplace_back(arg);
+    } else if (std::strcmp(arg, "--") == 0) {
+      options_done = true;
+    } else if (std::strcmp(arg, "--help") == 0) {
+      std::fputs(usage, stdout);
+      return 0;
+    } else if (std::strcmp(arg, "--version") == 0) {
+      std::printf("tidewell-import %s\n", TIDEWELL_VERSION);
+      return 0;
+    } else if (std::strcmp(arg, "--json") == 0) {
+      options.json = true;
+    } else if (std::strcmp(arg, "--content-type") == 0) {
+      if (++i == argc)
+        return usage_error("option requires an argument: ", arg);
+      options.content_type = argv[i];
+    } else if (std::strncmp(arg, "--content-type=", 15) == 0) {
+      options.content_type = arg + 15;
+    } else {
+      return usage_error("unknown option: ", arg);
+    }
+  }
+  if (options.paths.empty())
+    return usage_error("no PATH given", "");
+
+  bool all_read = true;
+  for (std::string const& given : options.paths) {
+    for (std::string const& path : expand(given, all_read)) {
+      cli::record_t record{path, false, {}};
+      record.imported = options.content_type == importer::mail_content_type;
+      if (record.imported) {
+        bool readable = false;
+        importer::import_file(path, record.attributes, &readable);
+        all_read = all_read && readable;
+      }
+      std::string const out = options.json ? cli::to_json_line(record) : cli::to_listing(record);
+      std::fwrite(out.data(), 1, out.size(), stdout);
+    }
+  }
+  std::fflush(stdout);
+  return all_read ? 0 : 1;
+}

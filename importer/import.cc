@@ -1,0 +1,169 @@
+#include "importer/import.h"
+
+#include <array>
+#include <charconv>
+
+#include <boost/locale/utf.hpp>
+
+#include "email/body.h"
+#include "importer/addresses.h"
+#include "importer/file_mmap.h"
+
+namespace importer {
+namespace {
+
+struct row_t {
+  std::string_view key;
+  std::string_view attribute;
+  std::string_view email_attribute;
+  bool is_address;
+};
+
+// Processed in this order; a later row replaces an earlier value under the
+// same attribute, and the three recipient rows share their attributes.
+constexpr std::array<row_t, 9> rows{{
+    {"subject", attribute::subject, {}, false},
+    {"subject", attribute::display_name, {}, false},
+    {"#text", attribute::text_content, {}, false},
+    {"date", attribute::content_creation_date, {}, false},
+    {"received", attribute::date_received, {}, false},
+    {"from", attribute::authors, attribute::author_email_addresses, true},
+    {"to", attribute::recipients, attribute::recipient_email_addresses, true},
+    {"cc", attribute::recipients, attribute::recipient_email_addresses, true},
+    {"bcc", attribute::recipients, attribute::recipient_email_addresses, true},
+}};
+
+// Lists in the order their first element arrived; at most four.
+class accumulator_t {
+public:
+  void append(std::string_view attribute, std::string const& element) {
+    // The platform would refuse to make a string of these bytes; the element
+    // is skipped rather than failing the import.
+    if (!is_well_formed_utf8(element))
+      return;
+    list_for(attribute).push_back(element);
+  }
+  void store(attribute_set_t& attributes) {
+    for (auto& [attribute, list] : lists_)
+      attributes.set(attribute, std::move(list));
+  }
+
+private:
+  std::vector<std::string>& list_for(std::string_view attribute) {
+    for (auto& [name, list] : lists_)
+      if (name == attribute)
+        return list;
+    return lists_.emplace_back(attribute, std::vector<std::string>()).second;
+  }
+  std::vector<std::pair<std::string_view, std::vector<std::string>>> lists_;
+};
+
+bool read_number(std::string_view text, std::size_t at, std::size_t digits, int& value) {
+  char const* first = text.data() + at;
+  char const* last = first + digits;
+  for (char const* p = first; p != last; ++p)
+    if (*p < '0' || *p > '9')
+      return false;
+  std::from_chars(first, last, value);
+  return true;
+}
+
+} // namespace
+
+email::header_set_t const& wanted_headers() {
+  static email::header_set_t const wanted{"from",     "to",           "cc",
+                                          "bcc",      "subject",      "date",
+                                          "received", "content-type", "content-transfer-encoding",
+                                          "content-disposition"};
+  return wanted;
+}
+
+email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable) {
+  email::header_map_t result;
+  file_mmap_t const file(path);
+  if (readable)
+    *readable = file.readable();
+  // A mapping that failed for any reason but memory leaves a null start with
+  // a non-zero size; such a file is read as empty.
+  if (file.size() == 0 || !file.data())
+    return result;
+  char const* cursor = file.data();
+  char const* const end = cursor + file.size();
+  result = email::quick_parse_headers(cursor, end, wanted);
+  std::string text = email::parse_body(cursor, end, result, true);
+  result.insert_or_assign("#text", std::move(text));
+  return result;
+}
+
+bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable) {
+  email::header_map_t const headers = parse_email(path, wanted_headers(), readable);
+  accumulator_t accumulator;
+  for (row_t const& row : rows) {
+    auto const found = headers.find(row.key);
+    if (found == headers.end())
+      continue;
+    std::string const& value = found->second;
+    if (row.is_address) {
+      std::vector<std::string> names, emails;
+      parse_addresses(value, names, emails);
+      for (std::string const& name : names)
+        accumulator.append(row.attribute, name);
+      for (std::string const& email : emails)
+        accumulator.append(row.email_attribute, email);
+      continue;
+    }
+    if (value == email::no_text_marker)
+      continue;
+    bool const valid = is_well_formed_utf8(value);
+    if (row.key == "date" || row.key == "received") {
+      if (!valid)
+        continue;
+      if (auto const instant = parse_canonical_date(value))
+        attributes.set(row.attribute, *instant);
+    } else if (valid) {
+      attributes.set(row.attribute, value);
+    } else {
+      attributes.erase(row.attribute);
+    }
+  }
+  accumulator.store(attributes);
+  return true;
+}
+
+bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content_type, std::string const& path) {
+  if (content_type != mail_content_type)
+    return false;
+  import_file(path, attributes);
+  return true;
+}
+
+std::optional<instant_t> parse_canonical_date(std::string_view text) {
+  // yyyy-MM-dd HH:mm:ss, every field zero-padded, nothing before or after.
+  if (text.size() != 19 || text[4] != '-' || text[7] != '-' || text[10] != ' ' || text[13] != ':' ||
+      text[16] != ':')
+    return std::nullopt;
+  int year, month, day, hour, minute, second;
+  if (!read_number(text, 0, 4, year) || !read_number(text, 5, 2, month) || !read_number(text, 8, 2, day) ||
+      !read_number(text, 11, 2, hour) || !read_number(text, 14, 2, minute) || !read_number(text, 17, 2, second))
+    return std::nullopt;
+  std::chrono::year_month_day const ymd{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
+                                        std::chrono::day(static_cast<unsigned>(day))};
+  if (!ymd.ok() || hour > 23 || minute > 59 || second > 59)
+    return std::nullopt;
+  return std::chrono::sys_days(ymd) + std::chrono::hours(hour) + std::chrono::minutes(minute) +
+         std::chrono::seconds(second);
+}
+
+bool is_well_formed_utf8(std::string_view text) {
+  using traits = boost::locale::utf::utf_traits<char>;
+  char const* p = text.data();
+  char const* const end = p + text.size();
+  while (p != end) {
+    auto const code_point = traits::decode(p, end);
+    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete)
+      return false;
+  }
+  return true;
+}
+
+} // namespace importer

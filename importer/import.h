@@ -1,0 +1,51 @@
+// The import driver: one message file to an attribute set.
+//
+// parse_email maps the file, scans its header block for the wanted fields and
+// reduces the body to text ("#text"). import_file then copies a fixed
+// selection of that header map into the attribute set, row by row: subject
+// (also the display name), text, the two dates, and the address fields. The
+// To, Cc and Bcc rows share their attributes, so their results collect into
+// one recipients list in that order. Nothing is deduplicated.
+//
+// Only well-formed UTF-8 becomes a string, as on the desktop-search platform
+// whose string constructor refuses anything else. A single value that is not
+// well-formed removes what an earlier row stored under its attribute (the
+// platform stores "nothing" there); an ill-formed list element is skipped, so
+// that no import can fail.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "email/headers.h"
+#include "importer/attributes.h"
+
+namespace importer {
+
+inline constexpr std::string_view mail_content_type = "com.apple.mail.email";
+
+// "from", "to", "cc", "bcc", "subject", "date", "received" and the three
+// "content-" names; built once, read-only afterwards.
+email::header_set_t const& wanted_headers();
+
+// The header map of the message at path plus its body text under "#text";
+// empty when the file is empty or cannot be read. When readable is given it
+// tells whether the file could be opened and read (an empty file can).
+email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted,
+                                bool* readable = nullptr);
+
+// Fills attributes from the message at path. Always true.
+bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr);
+
+// The host entry: only mail_content_type is imported; any other type returns
+// false and leaves attributes untouched.
+bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content_type, std::string const& path);
+
+// Reads canonical "yyyy-MM-dd HH:mm:ss" UTC text; anything else is no date.
+std::optional<instant_t> parse_canonical_date(std::string_view text);
+
+// Well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
+bool is_well_formed_utf8(std::string_view text);
+
+} // namespace importer

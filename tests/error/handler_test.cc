@@ -1,0 +1,70 @@
+#include "error/handler.h"
+
+#include <gtest/gtest.h>
+
+#include "text/format.h"
+
+using quern::error::handler_t;
+using quern::error::record_t;
+
+TEST(handler, outermost_context_wins_and_own_keys_win_over_contexts) {
+  handler_t handler;
+  handler.push_context({{"context", "outer"}, {"part", "1"}});
+  handler.push_context({{"context", "inner"}, {"charset", "utf-8"}});
+  handler.push_back({{"description", "a"}});
+  handler.push_back({{"description", "b"}, {"context", "own"}});
+  handler.pop_context();
+  handler.push_back({{"description", "c"}});
+  handler.pop_context();
+  handler.push_back({{"description", "d"}});
+
+  std::vector<record_t> out;
+  handler.get_errors({}, out);
+  ASSERT_EQ(out.size(), 4u);
+  EXPECT_EQ(out[0], (record_t{{"description", "a"}, {"context", "outer"}, {"part", "1"}, {"charset", "utf-8"}}));
+  EXPECT_EQ(out[1].at("context"), "own");
+  EXPECT_EQ(out[2], (record_t{{"description", "c"}, {"context", "outer"}, {"part", "1"}}));
+  EXPECT_EQ(out[3], (record_t{{"description", "d"}}));
+}
+
+TEST(handler, get_errors_merges_extra_into_the_last_record_only) {
+  handler_t handler;
+  for (char const* d : {"one", "two", "three"})
+    handler.push_back({{"description", d}});
+  std::vector<record_t> out{{{"description", "already there"}}};
+  handler.get_errors({{"file", "x.eml"}, {"description", "ignored"}}, out);
+  ASSERT_EQ(out.size(), 4u);
+  EXPECT_FALSE(out[0].contains("file"));
+  EXPECT_FALSE(out[2].contains("file"));
+  EXPECT_EQ(out[3], (record_t{{"description", "three"}, {"file", "x.eml"}}));
+  EXPECT_EQ(handler.size(), 3u);
+
+  std::vector<record_t> none;
+  handler_t().get_errors({{"file", "x.eml"}}, none);
+  EXPECT_TRUE(none.empty());
+}
+
+TEST(handler, to_s_renders_in_key_order_without_escaping) {
+  EXPECT_EQ(quern::error::to_s({}), "");
+  EXPECT_EQ(quern::error::to_s({{"description", "Bad thing"}}), "{ description : Bad thing }");
+  EXPECT_EQ(quern::error::to_s({{"b", "2"}, {"a", "1\nx"}}), "{ a : 1\nx }, { b : 2 }");
+}
+
+TEST(handler, dump_prints_one_line_per_problem) {
+  handler_t handler;
+  testing::internal::CaptureStderr();
+  handler.dump();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+  handler.push_back({{"description", "x"}});
+  handler.push_back({{"description", "y"}, {"context", "z"}});
+  testing::internal::CaptureStderr();
+  handler.dump();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "{ description : x }\n{ context : z }, { description : y }\n");
+}
+
+TEST(format, expands_printf_style) {
+  EXPECT_EQ(text::format("Passed through %zu unexpected characters.", std::size_t{12}),
+            "Passed through 12 unexpected characters.");
+  EXPECT_EQ(text::format("%s", std::string(5000, 'x').c_str()).size(), 5000u);
+}

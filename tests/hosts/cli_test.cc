@@ -1,0 +1,98 @@
+// The command-line host, run as a user runs it.
+#include <cstdio>
+#include <string>
+#include <sys/wait.h>
+
+#include <boost/json.hpp>
+#include <gtest/gtest.h>
+
+#include "hosts/cli/output.h"
+#include "tests/support/temp_file.h"
+
+namespace {
+
+struct run_t {
+  int status;
+  std::string out;
+};
+
+run_t run(std::string const& arguments) {
+  std::string const command = std::string(TIDEWELL_IMPORT_BINARY) + " " + arguments + " 2>/dev/null";
+  std::FILE* pipe = ::popen(command.c_str(), "r");
+  std::string out;
+  char buffer[4096];
+  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+    out.append(buffer, n);
+  int const status = ::pclose(pipe);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+std::vector<boost::json::object> json_lines(std::string const& out) {
+  std::vector<boost::json::object> lines;
+  std::size_t start = 0;
+  for (std::size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1)
+    lines.push_back(boost::json::parse(out.substr(start, end - start)).as_object());
+  EXPECT_EQ(start, out.size()) << "output must end with a line feed";
+  return lines;
+}
+
+std::string const examples = std::string(TIDEWELL_SOURCE_DIR) + "/examples";
+
+TEST(cli, json_has_one_line_per_file_in_sorted_order) {
+  auto const result = run("--json " + examples);
+  EXPECT_EQ(result.status, 0);
+  auto const lines = json_lines(result.out);
+  ASSERT_GE(lines.size(), 5u);
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_TRUE(lines[i].at("imported").as_bool());
+    EXPECT_TRUE(lines[i].at("attributes").is_object());
+    if (i > 0) {
+      EXPECT_LT(lines[i - 1].at("path").as_string(), lines[i].at("path").as_string());
+    }
+  }
+  auto const plain = json_lines(run("--json " + examples + "/plain.eml").out).at(0);
+  EXPECT_EQ(plain.at("path").as_string(), examples + "/plain.eml");
+  EXPECT_EQ(plain.at("attributes").at("kMDItemSubject").as_string(), "Agenda for Thursday's planning meeting");
+}
+
+TEST(cli, exit_status_and_records_for_unreadable_paths) {
+  auto const result = run("--json " + examples + "/plain.eml /nonexistent/x.eml");
+  EXPECT_EQ(result.status, 1);
+  auto const lines = json_lines(result.out);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[1].at("path").as_string(), "/nonexistent/x.eml");
+  EXPECT_TRUE(lines[1].at("attributes").as_object().empty());
+
+  test_support::temp_file_t const empty("");
+  EXPECT_EQ(run(empty.path()).status, 0);
+  EXPECT_EQ(run("").status, 2);
+  EXPECT_EQ(run("--bogus x").status, 2);
+  EXPECT_EQ(run("--content-type").status, 2);
+  EXPECT_EQ(run("--help").status, 0);
+  EXPECT_EQ(run("--version").out.rfind("tidewell-import ", 0), 0u);
+}
+
+TEST(cli, other_content_type_is_not_imported) {
+  auto const lines = json_lines(run("--json --content-type public.plain-text " + examples + "/plain.eml").out);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_FALSE(lines[0].at("imported").as_bool());
+  EXPECT_TRUE(lines[0].at("attributes").as_object().empty());
+}
+
+TEST(output, json_escapes_and_dates) {
+  cli::record_t record{"dir/\xFF.eml", true, {}};
+  record.attributes.set("kMDItemSubject", std::string("quote \" tab \t nul ", 18) + std::string(1, '\0'));
+  record.attributes.set("kMDItemContentCreationDate",
+                        importer::instant_t(std::chrono::sys_days(std::chrono::year(2003) / 7 / 1)) +
+                            std::chrono::seconds(8 * 3600 + 52 * 60 + 37));
+  record.attributes.set("kMDItemAuthors", std::vector<std::string>{"A", "B"});
+  auto const line = cli::to_json_line(record);
+  EXPECT_EQ(line, "{\"path\":\"dir/\xEF\xBF\xBD.eml\",\"imported\":true,\"attributes\":{\"kMDItemAuthors\":[\"A\","
+                  "\"B\"],\"kMDItemContentCreationDate\":\"2003-07-01T08:52:37Z\",\"kMDItemSubject\":"
+                  "\"quote \\\" tab \\t nul \\u0000\"}}\n");
+  auto const listing = cli::to_listing(record);
+  EXPECT_NE(listing.find("kMDItemContentCreationDate       = 2003-07-01 08:52:37 +0000\n"), std::string::npos);
+  EXPECT_NE(listing.find("kMDItemAuthors                   = (\n    \"A\",\n    \"B\"\n)\n"), std::string::npos);
+}
+
+} // namespace

@@ -1,0 +1,34 @@
+// A file with given bytes that lives as long as the object.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+
+namespace test_support {
+
+class temp_file_t {
+public:
+  explicit temp_file_t(std::string const& bytes) {
+    char name[] = "/tmp/tidewell-test-XXXXXX";
+    int const fd = ::mkstemp(name);
+    path_ = name;
+    for (std::size_t done = 0; done < bytes.size();) {
+      ssize_t const n = ::write(fd, bytes.data() + done, bytes.size() - done);
+      if (n <= 0)
+        break;
+      done += static_cast<std::size_t>(n);
+    }
+    ::close(fd);
+  }
+  ~temp_file_t() { std::remove(path_.c_str()); }
+  temp_file_t(temp_file_t const&) = delete;
+  temp_file_t& operator=(temp_file_t const&) = delete;
+  std::string const& path() const { return path_; }
+
+private:
+  std::string path_;
+};
+
+} // namespace test_support
