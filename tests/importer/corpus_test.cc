@@ -23,11 +23,12 @@ TEST(corpus, every_message_imports_to_well_formed_attributes) {
     importer::attribute_set_t attributes;
     ASSERT_TRUE(importer::import_file(entry.path().string(), attributes));
     for (auto const& [name, value] : attributes) {
-      if (auto const* text = std::get_if<std::string>(&value))
+      if (auto const* text = std::get_if<std::string>(&value)) {
         EXPECT_TRUE(importer::is_well_formed_utf8(*text)) << entry.path() << " " << name;
-      if (auto const* list = std::get_if<std::vector<std::string>>(&value))
+      } else if (auto const* list = std::get_if<std::vector<std::string>>(&value)) {
         for (auto const& element : *list)
           EXPECT_TRUE(importer::is_well_formed_utf8(element)) << entry.path() << " " << name;
+      }
     }
     ++count;
   }
