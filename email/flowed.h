@@ -1,0 +1,139 @@
+// Canonical plain text and format=flowed joining.
+//
+// format_deflow rewrites text one LF-ended line at a time. Its default mode
+// brings the quoting of plain text into one shape so that the same quoted
+// text indexes the same way whichever mailer wrote it: a quote prefix of '>'
+// markers (however spaced or space-stuffed) becomes the markers followed by
+// one space, and trailing spaces go, except on the signature separator "-- ".
+// Tabs and CRs are content and stay; only LF ends a line.
+//
+// Flowed mode joins the soft-broken lines of "format=flowed" text (a line
+// ending in a space continues on the next line of the same quote depth) into
+// one line per paragraph, undoing space-stuffing, and with delsp also drops
+// the space that marked each soft break. keep_edges keeps the stuffing space
+// of unquoted lines and the last byte of the input, and makes unquoted lines
+// hard, for callers that reflow only quoted text.
+//
+// Both modes look at every byte a bounded number of times, so they are linear.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace email {
+
+namespace detail {
+
+// Writes one line of non-flowed text, without its line end.
+template <typename OutputIt> OutputIt canonical_line(char const* first, char const* last, OutputIt out) {
+  // A space before the quote marker is stuffing, not indentation.
+  if (last - first >= 2 && first[0] == ' ' && first[1] == '>')
+    ++first;
+
+  // Markers may be separated by one space, or by two when a marker follows.
+  std::size_t depth = 0;
+  char const* p = first;
+  while (p != last && *p == '>') {
+    ++depth;
+    ++p;
+    if (last - p >= 2 && p[0] == ' ' && p[1] == '>')
+      p += 1;
+    else if (last - p >= 3 && p[0] == ' ' && p[1] == ' ' && p[2] == '>')
+      p += 2;
+  }
+
+  char const* content = p;
+  char const* content_end = last;
+  char const* signature_check = depth > 0 && content != last && *content == ' ' ? content + 1 : content;
+  if (std::string_view(signature_check, static_cast<std::size_t>(last - signature_check)) != "-- ") {
+    while (content_end != content && content_end[-1] == ' ')
+      --content_end;
+  }
+
+  if (depth > 0) {
+    out = std::fill_n(out, depth, '>');
+    if (content != content_end && *content != ' ')
+      *out++ = ' ';
+  }
+  return std::copy(content, content_end, out);
+}
+
+} // namespace detail
+
+// Appends the canonical form of [first, last) to out: non-flowed
+// canonicalisation, or with flowed the joining of soft line breaks (delsp:
+// the space before a soft break is removed).
+template <typename OutputIt>
+OutputIt format_deflow(char const* first, char const* last, OutputIt out, bool flowed, bool delsp, bool keep_edges) {
+  auto const all_spaces = [](char const* from, char const* to) {
+    return std::all_of(from, to, [](char c) { return c == ' '; });
+  };
+  auto const all_blank = [](char const* from, char const* to) {
+    return std::all_of(from, to, [](char c) { return c == ' ' || c == '\t'; });
+  };
+  bool previous_soft = false;
+  std::size_t previous_depth = 0;
+  char const* line = first;
+  while (line != last) {
+    char const* const line_end = std::find(line, last, '\n');
+    bool const has_lf = line_end != last;
+    char const* const next = has_lf ? line_end + 1 : last;
+
+    if (!flowed) {
+      out = detail::canonical_line(line, line_end, out);
+      if (has_lf)
+        *out++ = '\n';
+      line = next;
+      continue;
+    }
+
+    std::size_t const depth =
+        static_cast<std::size_t>(std::find_if(line, line_end, [](char c) { return c != '>'; }) - line);
+    char const* content = line + depth;
+    if (depth > 0 && content != line_end && *content == ' ' && !(keep_edges && content + 1 == last))
+      ++content;
+
+    if (previous_soft && depth != previous_depth) {
+      *out++ = '\n';
+      previous_soft = false;
+    }
+
+    if (depth == 0 && !keep_edges && content != line_end && *content == ' ') {
+      char const* const after_spaces = std::find_if(content, line_end, [](char c) { return c != ' '; });
+      if (after_spaces == line_end || *after_spaces != '>')
+        ++content;
+    }
+
+    if (!previous_soft && depth > 0) {
+      out = std::fill_n(out, depth, '>');
+      if (!all_spaces(content, line_end))
+        *out++ = ' ';
+    }
+
+    std::string_view const text(content, static_cast<std::size_t>(line_end - content));
+    bool const signature = text == "-- " || (depth > 0 && text.ends_with("-- ") && all_blank(content, line_end - 3));
+    bool const soft = !text.empty() && text.back() == ' ' && !signature && !(keep_edges && depth == 0);
+    if (soft) {
+      out = std::copy(content, delsp ? line_end - 1 : line_end, out);
+    } else {
+      out = std::copy(content, line_end, out);
+      if (has_lf)
+        *out++ = '\n';
+    }
+    previous_soft = soft && has_lf;
+    previous_depth = depth;
+    line = next;
+  }
+  // A paragraph still open at the end was ended by the input's last LF.
+  if (previous_soft)
+    *out++ = '\n';
+  return out;
+}
+
+// The non-flowed canonical form of a whole text, with CR and U+2028 LINE
+// SEPARATOR turned into LF and NUL bytes removed.
+std::string canonicalize_plain_text(std::string const& text);
+
+} // namespace email

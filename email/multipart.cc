@@ -1,0 +1,115 @@
+// The delimiter search and the split built on it. find_boundary walks from
+// one candidate line to the next with memchr; each candidate is accepted or
+// rejected by looking at most at the delimiter's length plus the padding of
+// that line, and a rejected candidate's line is where the next search for an
+// LF starts, so no byte is scanned twice for LFs.
+#include "email/multipart.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "email/body.h"
+
+namespace email {
+namespace {
+
+bool is_blank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+// True when [line, end) starts with a delimiter line; sets after and *is_close.
+// The input must hold more bytes than the delimiter: a delimiter that ends
+// the input exactly is not a line of its own.
+bool is_delimiter_line(char const* line, char const* end, std::string const& delimiter, char const*& after,
+                       bool& is_close, bool& missing_newline) {
+  if (static_cast<std::size_t>(end - line) <= delimiter.size() ||
+      std::memcmp(line, delimiter.data(), delimiter.size()) != 0)
+    return false;
+  char const* p = line + delimiter.size();
+  if (end - p >= 2 && p[0] == '-' && p[1] == '-') {
+    is_close = true;
+    p += 2;
+  }
+  if (p == end) {
+    missing_newline = true;
+    after = end;
+    return true;
+  }
+  p = std::find_if_not(p, end, is_blank);
+  if (p == end || *p != '\n')
+    return false;
+  after = p + 1;
+  return true;
+}
+
+} // namespace
+
+char const* find_boundary(char const* begin, char const* end, std::string const& delimiter, bool at_line_start,
+                          char const*& after, bool* is_close, quern::error::handler_t* problems) {
+  bool close_unused = false;
+  bool& close = is_close ? *is_close : close_unused;
+  char const* cursor = begin;
+  bool candidate_at_cursor = at_line_start;
+  while (cursor != end) {
+    close = false;
+    char const* range_end = cursor;
+    if (!candidate_at_cursor) {
+      auto const* lf = static_cast<char const*>(std::memchr(cursor, '\n', static_cast<std::size_t>(end - cursor)));
+      if (!lf)
+        break;
+      range_end = lf;
+      cursor = lf + 1;
+    }
+    candidate_at_cursor = false;
+
+    bool missing_newline = false;
+    if (is_delimiter_line(cursor, end, delimiter, after, close, missing_newline)) {
+      if (missing_newline && problems)
+        problems->push_back(
+            {{"description", "Missing newline after boundary string at end of body part"}, {"context", "delimiter"}});
+      return range_end;
+    }
+  }
+
+  close = false;
+  if (problems)
+    problems->push_back({{"description", "No closing MIME boundary found"}, {"context", delimiter}});
+  after = end;
+  return end;
+}
+
+std::vector<byte_range_t> parse_subparts(char const* begin, char const* end, std::string const& boundary,
+                                         bool first_part_only, quern::error::handler_t* problems) {
+  std::vector<byte_range_t> ranges;
+  if (begin == end || boundary.empty())
+    return ranges;
+
+  std::string const delimiter = "--" + boundary;
+  char const* cursor = begin;
+  bool at_line_start = true;
+  for (;;) {
+    char const* after = end;
+    bool is_close = false;
+    char const* const range_end = find_boundary(cursor, end, delimiter, at_line_start, after, &is_close, problems);
+    at_line_start = false;
+    ranges.emplace_back(cursor, range_end);
+    cursor = after;
+    if ((first_part_only && ranges.size() == 2) || cursor == end || is_close)
+      break;
+  }
+  ranges.emplace_back(cursor, end);
+  return ranges;
+}
+
+std::string parse_preamble(char const* begin, char const* end, std::string const& boundary) {
+  if (boundary.empty())
+    return no_text_marker;
+  char const* after = end;
+  char const* const preamble_end = find_boundary(begin, end, "--" + boundary, true, after, nullptr, nullptr);
+  bool const has_text =
+      std::any_of(begin, preamble_end, [](char c) { return !std::isspace(static_cast<unsigned char>(c)); });
+  return has_text ? std::string(begin, preamble_end) : std::string(no_text_marker);
+}
+
+} // namespace email
