@@ -22,25 +22,21 @@ TEST(format_deflow, canonicalises_quotes_and_trailing_spaces) {
     std::string input, expected;
   } const cases[] = {
       {">>text\n", ">> text\n"},
-      {"> > text", ">> text"},
       {">  >x", ">> x"},
       {">   >x", ">   >x"},
       {" > quoted\n", "> quoted\n"},
       {"  indented  \n", "  indented\n"},
       {">\tx", "> \tx"},
       {">", ">"},
-      {"> ", ">"},
       {">> \n", ">>\n"},
       {"-- \n", "-- \n"},
       {"--  \n", "--\n"},
       {"> -- \n", "> -- \n"},
-      {">-- ", "> -- "},
       {"> --  ", "> --"},
       {"text   ", "text"},
       {"text\t \n", "text\t\n"},
       {"abc \r\n", "abc \r\n"},
       {"   \n\n", "\n\n"},
-      {"a\nb", "a\nb"},
       {"", ""},
   };
   for (auto const& c : cases)
@@ -57,7 +53,6 @@ TEST(format_deflow, joins_soft_breaks_in_flowed_mode) {
       {"abc \ndef\n", true, false, "abcdef\n"},
       {"abc \n\ndef", false, false, "abc \ndef"},
       {"abc \n", false, false, "abc \n"},
-      {"abc ", false, false, "abc "},
       {" stuffed\n", false, false, "stuffed\n"},
       {" >kept\n", false, false, " >kept\n"},
       {"> abc \n> def\n", false, false, "> abc def\n"},
@@ -84,7 +79,6 @@ TEST(canonicalize_plain_text, turns_every_line_break_into_lf) {
        "a\nb"},
       {std::string("\xE2\0\x80\xA8", 4), "\n"},
       {"\xE2\xE2\x80\xA8", "\xE2\n"},
-      {"x \n", "x\n"},
   };
   for (auto const& c : cases)
     EXPECT_EQ(email::canonicalize_plain_text(c.input), c.expected) << c.input;
