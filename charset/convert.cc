@@ -10,10 +10,11 @@
 // (a byte below 0x80 as itself) and counts one error for it, then carries on
 // after that byte. With GNU libiconv this is its fallback hook; with other
 // iconv implementations the loop does the same where iconv reports EILSEQ.
-// The loop also closes two gaps of glibc: an escape sequence that an ISO-2022
+// The loop also closes gaps of glibc: an escape sequence that an ISO-2022
 // variant does not define stops the conversion exactly like an undecodable
-// byte (instead of being copied into the output), and an encoded surrogate in
-// UTF-8 input is passed on for repair rather than rejected.
+// byte (instead of being copied into the output), and UTF-8 to UTF-8 is done
+// here, so that encoded surrogates reach the repair and nothing above U+10FFFF
+// reaches the output.
 #include "charset/convert.h"
 
 #include <algorithm>
@@ -143,10 +144,50 @@ void pass_on(char const* first, char const* last, bool to_utf8, sink_t const& ou
   out(repaired.data(), repaired.data() + repaired.size());
 }
 
-bool is_encoded_surrogate(char const* p, char const* last) {
-  return last - p >= 3 && static_cast<unsigned char>(p[0]) == 0xED && static_cast<unsigned char>(p[1]) >= 0xA0 &&
-         static_cast<unsigned char>(p[1]) <= 0xBF && static_cast<unsigned char>(p[2]) >= 0x80 &&
-         static_cast<unsigned char>(p[2]) <= 0xBF;
+// UTF-8 to UTF-8 with iconv's calling convention. The platform's converter
+// cannot be used for this: glibc's lets code points above U+10FFFF through and
+// rejects encoded surrogates, where the surrogates must reach the CESU-8
+// repair and nothing beyond Unicode may reach the output. Accepted: the
+// well-formed sequences plus ED A0..BF xx (a surrogate).
+int copy_utf8(char const*& in, char const* limit, char*& out, std::size_t& out_left) {
+  auto const byte = [](char const* p) { return static_cast<unsigned char>(*p); };
+  while (in != limit) {
+    unsigned const c = byte(in);
+    std::size_t length = 1;
+    unsigned low = 0x80, high = 0xBF; // range of the second byte
+    if (c < 0x80) {
+      length = 1;
+    } else if (c >= 0xC2 && c <= 0xDF) {
+      length = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      length = 3;
+      if (c == 0xE0)
+        low = 0xA0;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      length = 4;
+      if (c == 0xF0)
+        low = 0x90;
+      else if (c == 0xF4)
+        high = 0x8F;
+    } else {
+      return EILSEQ;
+    }
+    std::size_t const available = static_cast<std::size_t>(limit - in);
+    for (std::size_t i = 1; i < length && i < available; ++i) {
+      unsigned const b = byte(in + i);
+      if (i == 1 ? (b < low || b > high) : (b & 0xC0) != 0x80)
+        return EILSEQ;
+    }
+    if (available < length)
+      return EINVAL;
+    if (out_left < length)
+      return E2BIG;
+    std::memcpy(out, in, length);
+    in += length;
+    out += length;
+    out_left -= length;
+  }
+  return 0;
 }
 
 #ifdef _LIBICONV_VERSION
@@ -211,7 +252,7 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
 #endif
 
   bool const to_utf8 = to_charset == "UTF-8";
-  bool const utf8_source = is_utf8_name(source);
+  bool const utf8_copy = to_utf8 && is_utf8_name(source);
   char const* const escapes = defined_escapes(source);
 
   char buffer[1024];
@@ -266,8 +307,13 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
     char* out_pointer = buffer + used;
     std::size_t out_left = sizeof buffer - used;
     int status = 0;
-    if (in_left != 0 && iconv(cd, &in_pointer, &in_left, &out_pointer, &out_left) == static_cast<size_t>(-1))
+    if (utf8_copy) {
+      char const* copied = in;
+      status = copy_utf8(copied, limit, out_pointer, out_left);
+      in_pointer = const_cast<char*>(copied);
+    } else if (in_left != 0 && iconv(cd, &in_pointer, &in_left, &out_pointer, &out_left) == static_cast<size_t>(-1)) {
       status = errno;
+    }
     in = in_pointer;
     used = static_cast<std::size_t>(out_pointer - buffer);
 
@@ -287,11 +333,6 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
       // An escape iconv must not see; a character cut off by it is invalid
       // rather than incomplete.
       status = in == limit ? limit_error : EILSEQ;
-    }
-    if (status == EILSEQ && utf8_source && is_encoded_surrogate(in, limit)) {
-      append(in, 3);
-      in += 3;
-      continue;
     }
     if (status == EILSEQ && error_count) {
       ++*error_count;

@@ -138,6 +138,16 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
        "caf\xC3\x83",
        {"Incomplete multibyte sequence encountered (iconv / utf-8)",
         "Incomplete multibyte sequence encountered (iconv / utf-8)"}},
+      {"beyond U+10FFFF is undecodable",
+       "x\xF4\x90\x80\x80 followed by a long enough tail of text, really",
+       "utf-8",
+       "x<U+00F4><U+0090><U+0080><U+0080> followed by a long enough tail of text, really",
+       {"Invalid multibyte sequence encountered (iconv / utf-8)"}},
+      {"overlong forms are undecodable",
+       "\xC0\xAF followed by a long enough tail",
+       "utf-8",
+       "<U+00C0><U+00AF> followed by a long enough tail",
+       {"Invalid multibyte sequence encountered (iconv / utf-8)"}},
       {"CESU-8 labelled UTF-8",
        "x\xED\xA0\xBD\xED\xB8\x80y",
        "utf-8",
@@ -156,6 +166,15 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
     EXPECT_EQ(descriptions(converted), c.problems) << c.what;
     EXPECT_TRUE(importer::is_well_formed_utf8(converted.text)) << c.what;
   }
+}
+
+// A lone surrogate has no better reading than itself, so it is kept; the
+// result is not well-formed and the importer drops it.
+TEST(convert_to_utf8, lone_surrogates_pass_through) {
+  auto const converted = to_utf8("a\xED\xA0\xBDz", "utf-8");
+  EXPECT_EQ(converted.text, "a\xED\xA0\xBDz");
+  EXPECT_TRUE(converted.problems.empty());
+  EXPECT_FALSE(importer::is_well_formed_utf8(converted.text));
 }
 
 TEST(convert_to_utf8, contexts_show_the_bytes_around_the_problem) {
