@@ -1,0 +1,97 @@
+// Conversion of any labelled byte range to UTF-8.
+//
+// The charset label of a mail is a hint, not a fact. convert_to_utf8 looks at
+// the bytes before it trusts the label:
+//  - text labelled with an ASCII name (or nothing) that holds 8-bit bytes is
+//    UTF-8 if it is structurally valid UTF-8, else it is in the caller's
+//    fallback charset; undeclared text with ESC "$" is ISO-2022-JP when the
+//    caller's fallback allows it;
+//  - text labelled with some other charset that holds more than a handful of
+//    8-bit bytes and is valid UTF-8 was mislabelled and is read as UTF-8 (a few
+//    high bytes can form valid UTF-8 by chance, so a small count keeps the
+//    label);
+//  - a few common non-standard labels are renamed, Japanese charsets go to
+//    their own converter, and everything else goes to iconv in strict mode.
+//    Where the strict pass stops, the rest is converted again tolerantly (each
+//    undecodable byte spelled out as the text <U+XX>); if that replaces more
+//    than a tenth of the remainder the label was wrong and the rest is read as
+//    ISO-8859-1, which decodes every byte.
+// The function never fails; every doubt becomes a problem record when a
+// collector is given, and nothing is built when it is not.
+//
+// Inputs must be contiguous (pointers, string or vector iterators); outputs
+// are back-inserting iterators. The work happens in convert.cc on pointers.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "charset/sink.h"
+#include "error/handler.h"
+
+namespace charset {
+
+// The charset names that mean "7-bit ASCII", the empty name (no charset
+// declared) included.
+class ascii_encodings_t {
+public:
+  ascii_encodings_t();
+  ~ascii_encodings_t();
+  bool is_ascii(std::string_view name) const { return names_.find(name) != names_.end(); }
+
+private:
+  std::set<std::string, std::less<>> names_;
+};
+
+extern ascii_encodings_t const ascii_encodings;
+
+// More 8-bit bytes than this in a text labelled with a legacy charset make
+// the label doubtful enough to test the text for UTF-8.
+inline constexpr std::uint64_t max_valid_8bit_chars = 10;
+
+using fallback_charset_t = std::function<std::string()>;
+
+namespace detail {
+
+void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,
+                     fallback_charset_t const& fallback_charset, quern::error::handler_t* problems);
+
+char const* convert(char const* first, char const* last, sink_t out, std::string const& from_charset,
+                    std::string const& to_charset, std::uint64_t* error_count, quern::error::handler_t* problems);
+
+template <typename InputIt> char const* address(InputIt it) {
+  return std::to_address(it);
+}
+
+} // namespace detail
+
+// Appends the UTF-8 form of [first, last), read as charset (lower case; empty
+// when none was declared), to out. fallback_charset names the charset to
+// assume for 8-bit text that is not UTF-8; it may be called several times and
+// must be set.
+template <typename InputIt, typename OutputIt>
+void convert_to_utf8(InputIt first, InputIt last, OutputIt out, std::string charset,
+                     fallback_charset_t const& fallback_charset, quern::error::handler_t* problems) {
+  char const* const begin = detail::address(first);
+  detail::convert_to_utf8(begin, begin + (last - first), sink_t(out), std::move(charset), fallback_charset, problems);
+}
+
+// iconv from from_charset to to_charset, appended to out. A null error_count
+// is strict mode: conversion stops at the first undecodable sequence. A
+// counter is tolerant mode: each undecodable byte is written as the text
+// <U+XX> (bytes below 0x80 as themselves) and counted. Returns where the
+// conversion stopped: last when all was converted.
+template <typename InputIt, typename OutputIt>
+InputIt convert(InputIt first, InputIt last, OutputIt out, std::string const& from_charset,
+                std::string const& to_charset, std::uint64_t* error_count, quern::error::handler_t* problems) {
+  char const* const begin = detail::address(first);
+  char const* const stop =
+      detail::convert(begin, begin + (last - first), sink_t(out), from_charset, to_charset, error_count, problems);
+  return first + (stop - begin);
+}
+
+} // namespace charset
