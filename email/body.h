@@ -1,8 +1,24 @@
-// The body walker.
+// The body walker: which text of a message gets indexed.
 //
-// PLACEHOLDER until the MIME walk lands: the body is returned as found.
+// parse_body reads the content keys the header scanner derived for an entity
+// and picks its text. Only inline text/plain produces text; text/html never
+// does. Of a multipart only the first part counts, except multipart/mixed
+// below 20,000,000 bytes, whose parts are all walked and their texts joined
+// without a separator. (multipart/alternative therefore yields its first
+// alternative or nothing: an HTML-first alternative gives no text, on
+// purpose.) An enclosed message/rfc822 is walked into; of nested header
+// blocks only the three content fields are read, so a forwarded message's
+// subject and addresses never reach the index.
+//
+// Nesting is bounded: an entity nested deeper than max_nesting_depth levels
+// of multiparts and enclosed messages yields no text. No mail program writes
+// such messages; without the bound a hostile file of a million nested parts
+// would overflow the stack (the walk recurses once per level) and take
+// quadratic time (every level rescans the rest of the body for its own
+// delimiter).
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "email/headers.h"
@@ -13,14 +29,11 @@ namespace email {
 // that "no text" and "empty text" stay distinct.
 inline constexpr char no_text_marker[] = "\xEF\xBF\xBF";
 
-// The readable text of the body [first, last) described by headers; top is
-// true for the message itself. Returns the no-text marker when an entity
-// gives no text.
-inline std::string parse_body(char const*& first, char const* last, header_map_t const& /*headers*/,
-                              bool /*top*/) {
-  std::string text(first, last);
-  first = last;
-  return text;
-}
+inline constexpr std::size_t max_nesting_depth = 64;
+
+// The UTF-8 text of the entity whose body is [begin, end) and whose content
+// keys are in headers; the no-text marker when it yields none. top_level is
+// true only for the message itself.
+std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level);
 
 } // namespace email

@@ -80,8 +80,10 @@ TEST(import, other_content_types_are_refused_untouched) {
 }
 
 TEST(import, ill_formed_utf8_sets_no_string) {
-  // Overlong "/", an encoded surrogate, and a code point above U+10FFFF.
-  for (std::string const bad : {"\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"}) {
+  // A lone encoded surrogate is the one ill-formed sequence that survives the
+  // conversion to UTF-8 (it is left for the surrogate repair, which needs a
+  // pair); the platform would make no string of it.
+  for (std::string const bad : {"\xED\xA0\x80", "=?utf-8?q?=ED=B0=80?="}) {
     auto const attributes = import("Subject: a" + bad + "b\n\nbody\n");
     EXPECT_EQ(attributes.find(attribute::subject), nullptr);
     EXPECT_EQ(attributes.find(attribute::display_name), nullptr);
@@ -94,7 +96,7 @@ TEST(import, ill_formed_utf8_sets_no_string) {
 TEST(import, crlf_message_reads_everything_as_header) {
   auto const attributes = import("Subject: s\r\n\r\nSubject: from the body\r\n");
   EXPECT_EQ(string_of(attributes, attribute::subject), "from the body");
-  EXPECT_EQ(string_of(attributes, attribute::text_content), "");
+  EXPECT_EQ(string_of(attributes, attribute::text_content), "<absent>");
 }
 
 TEST(canonical_date, reads_only_the_canonical_form) {

@@ -1,0 +1,142 @@
+#include "email/decode.h"
+
+#include <algorithm>
+
+#include "charset/convert.h"
+#include "email/base64.h"
+#include "email/flowed.h"
+#include "email/quoted_printable.h"
+#include "email/uuencode.h"
+
+namespace email {
+namespace {
+
+bool is_known_encoding(std::string const& e) {
+  switch (e.size()) {
+  case 4:
+    return e == "7bit" || e == "8bit";
+  case 6:
+    return e == "binary" || e == "base64";
+  case 10:
+    return e == "x-uuencode";
+  case 16:
+    return e == "quoted-printable";
+  default:
+    return false;
+  }
+}
+
+void report(quern::error::handler_t* problems, std::string description) {
+  if (problems)
+    problems->push_back({{"description", std::move(description)}});
+}
+
+} // namespace
+
+bool decode(char const* begin, char const* end, bool top_level, std::string& type, std::string& subtype,
+            std::string const& encoding, std::string const& charset, std::vector<char>& out,
+            quern::error::handler_t* problems) {
+  std::string enc = encoding;
+  if (!is_known_encoding(enc)) {
+    if (auto const blank = enc.find_first_of(" \t"); blank != std::string::npos) {
+      enc.erase(blank);
+      report(problems, "Encoding '" + encoding + "' contains multiple words (ignoring anything but the first word)");
+    }
+    if (!is_known_encoding(enc)) {
+      if (enc == charset) {
+        report(problems, "Encoding '" + enc +
+                             "' is unknown, but seems to be the charset of the message (7bit encoding assumed instead)");
+        enc = "7bit";
+      } else if (type != "multipart" && type != "message") {
+        report(problems,
+               "Encoding '" + enc + "' is unknown. Now treated as application/octet-stream with a binary encoding");
+        type = "application";
+        subtype = "octet-stream";
+        enc = "binary";
+      } else {
+        report(problems, "Encoding '" + enc + "' is unknown, but it's a '" + type + "/" + subtype +
+                             "' (7bit encoding assumed instead)");
+        enc = "7bit";
+      }
+    }
+  }
+  // Only an enclosed message is walked into; other message types are data.
+  if (type == "message" && subtype != "rfc822") {
+    type = "application";
+    subtype = "octet-stream";
+  }
+  if (enc == "quoted-printable" || enc == "base64") {
+    if (type == "message" && !top_level) {
+      report(problems, "Encoding '" + enc + "' not allowed for body parts of type '" + type + "' (allowing it anyway)");
+    } else if (type == "message" || type == "multipart") {
+      report(problems, "Encoding '" + enc + "' not allowed for body parts of type '" + type + "' (7bit assumed)");
+      enc = "7bit";
+    }
+  }
+  bool const binary = type != "multipart" && type != "message" && type != "text";
+  return mime_decode(begin, end, std::back_inserter(out), enc, problems, binary);
+}
+
+bool mime_decode(char const* first, char const* last, std::back_insert_iterator<std::vector<char>> out,
+                 std::string const& encoding, quern::error::handler_t* problems, bool binary) {
+  if (encoding == "quoted-printable") {
+    decode_quoted_printable(first, last, out, problems, binary);
+    return true;
+  }
+  if (encoding == "base64") {
+    std::vector<char> const decoded = decode_base_64_data(first, last, true, problems);
+    std::copy(decoded.begin(), decoded.end(), out);
+    return true;
+  }
+  if (encoding == "x-uuencode") {
+    if (problems)
+      problems->push_back(
+          {{"description", "Deprecated Content-Transfer-Encoding (x-uuencode), but Tidewell can handle it."},
+           {"context", encoding}});
+    decode_uuencoded_text(first, last, out);
+    return true;
+  }
+  return false;
+}
+
+void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype,
+                 bool flowed, bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
+                 quern::error::handler_t* problems) {
+  if (!buffer.empty()) {
+    begin = buffer.data();
+    end = begin + buffer.size();
+  }
+  std::vector<char> converted;
+  charset::convert_to_utf8(begin, end, std::back_inserter(converted), charset, fallback, problems);
+  buffer.swap(converted);
+  if (buffer.empty())
+    return;
+  std::vector<char> canonical;
+  decode_to_canonical_format(buffer.data(), buffer.data() + buffer.size(), subtype, flowed, delsp,
+                             std::back_inserter(canonical), problems);
+  buffer.swap(canonical);
+}
+
+void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed,
+                                bool delsp, std::back_insert_iterator<std::vector<char>> out,
+                                quern::error::handler_t* problems) {
+  if (subtype == "plain") {
+    if (delsp && !flowed) {
+      // The text lacks its closing quote; it is kept as it always read.
+      report(problems, "Ignoring 'delsp=yes' since 'format!=flowed");
+      format_deflow(begin, end, out, false, false, false);
+    } else {
+      format_deflow(begin, end, out, flowed, delsp, false);
+    }
+    return;
+  }
+  if (subtype == "html") {
+    if (flowed)
+      report(problems, "Ignoring 'format=flowed' which should not be used for text/html");
+    if (delsp)
+      report(problems, "Ignoring 'delsp=yes' which should not be used for text/html");
+  }
+  std::copy(begin, end, out);
+}
+
+} // namespace email

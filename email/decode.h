@@ -1,0 +1,44 @@
+// One body part from transfer-encoded bytes to canonical UTF-8 text.
+//
+// decode checks the Content-Transfer-Encoding against the part's media type
+// and repairs what senders get wrong: a second word after the encoding, a
+// charset name where the encoding belongs, an unknown encoding (binary data
+// for leaf types, 7bit for containers). Multiparts, and a message at the top
+// level, are never decoded: their structure is read as it stands. Message
+// types other than rfc822 are opaque data. mime_decode then runs the right
+// decoder. decode_text converts the decoded bytes to UTF-8 and canonicalises
+// the text by subtype.
+#pragma once
+
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "error/handler.h"
+
+namespace email {
+
+// True when out now holds the decoded body; false when the raw bytes are to
+// be used as they are. type and subtype may be rewritten to
+// application/octet-stream.
+bool decode(char const* begin, char const* end, bool top_level, std::string& type, std::string& subtype,
+            std::string const& encoding, std::string const& charset, std::vector<char>& out,
+            quern::error::handler_t* problems);
+
+// Runs the decoder for a known encoding name; false for 7bit, 8bit, binary
+// and anything unknown.
+bool mime_decode(char const* first, char const* last, std::back_insert_iterator<std::vector<char>> out,
+                 std::string const& encoding, quern::error::handler_t* problems, bool binary);
+
+// Converts the decoded bytes (buffer, or [begin, end) when buffer is empty)
+// to UTF-8 and leaves the canonical text in buffer.
+void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype,
+                 bool flowed, bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
+                 quern::error::handler_t* problems);
+
+void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed,
+                                bool delsp, std::back_insert_iterator<std::vector<char>> out,
+                                quern::error::handler_t* problems);
+
+} // namespace email
