@@ -166,6 +166,18 @@ char const* rfc822_date_parser_t::comment_end(char const* open) {
   };
   boost::container::small_vector<frame_t, 8> stack{{open, nullptr, false}};
   enum class step_t { content, nested, close } step = step_t::content;
+  // Back in the innermost open comment after one nested in it ended at
+  // `end` (null: it did not close), as the recursive call would return.
+  auto const resume = [&](char const* end) {
+    if (end) {
+      cursor_ = end;
+      stack.back().nested = true;
+      step = step_t::nested;
+    } else {
+      cursor_ = stack.back().retry;
+      step = step_t::close;
+    }
+  };
   cursor_ = open + 1;
   for (;;) {
     frame_t& top = stack.back();
@@ -180,27 +192,24 @@ char const* rfc822_date_parser_t::comment_end(char const* open) {
       top.nested = false;
       step = step_t::nested;
       continue;
-    case step_t::nested:
+    case step_t::nested: {
       top.retry = cursor_;
       skip_fws();
-      if (cursor_ != last_ && is_char(*cursor_, '(')) {
-        std::size_t const end = known(cursor_).comment;
-        if (end == unknown) {
-          stack.push_back({cursor_, nullptr, false});
-          ++cursor_;
-          step = step_t::content;
-        } else if (end == none) {
-          cursor_ = top.retry;
-          step = step_t::close;
-        } else {
-          cursor_ = first_ + end;
-          top.nested = true;
-        }
+      if (cursor_ == last_ || !is_char(*cursor_, '(')) {
+        cursor_ = top.retry;
+        step = step_t::close;
         continue;
       }
-      cursor_ = top.retry;
-      step = step_t::close;
+      std::size_t const end = known(cursor_).comment;
+      if (end == unknown) {
+        stack.push_back({cursor_, nullptr, false});
+        ++cursor_;
+        step = step_t::content;
+      } else {
+        resume(end == none ? nullptr : first_ + end);
+      }
       continue;
+    }
     case step_t::close: {
       if (top.nested) {
         step = step_t::content;
@@ -211,13 +220,7 @@ char const* rfc822_date_parser_t::comment_end(char const* open) {
       stack.pop_back();
       if (stack.empty())
         return end;
-      if (end) {
-        cursor_ = end;
-        stack.back().nested = true;
-        step = step_t::nested;
-      } else {
-        cursor_ = stack.back().retry;
-      }
+      resume(end);
       continue;
     }
     }
