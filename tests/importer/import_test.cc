@@ -39,8 +39,7 @@ TEST(import, empty_file_sets_nothing_and_warns) {
   bool readable = false;
   testing::internal::CaptureStderr();
   EXPECT_TRUE(importer::import_file(file.path(), attributes, &readable));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Warning: Trying to map file of length 0 (" + file.path() + ").\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Warning: Trying to map file of length 0 (" + file.path() + ").\n");
   EXPECT_TRUE(attributes.empty());
   EXPECT_TRUE(readable);
 }
@@ -95,6 +94,28 @@ TEST(import, crlf_message_reads_everything_as_header) {
   auto const attributes = import("Subject: s\r\n\r\nSubject: from the body\r\n");
   EXPECT_EQ(string_of(attributes, attribute::subject), "from the body");
   EXPECT_EQ(string_of(attributes, attribute::text_content), "");
+}
+
+std::optional<importer::instant_t> instant_of(attribute_set_t const& attributes, std::string_view name) {
+  auto const* value = attributes.find(name);
+  auto const* instant = value ? std::get_if<importer::instant_t>(value) : nullptr;
+  return instant ? std::optional(*instant) : std::nullopt;
+}
+
+TEST(import, dates_become_utc_instants) {
+  using namespace std::chrono;
+  auto const attributes = import("Received: from a by b; Wed, 2 Jul 2003 01:15:00 +0930\n"
+                                 "Received: from c by a; Tue, 1 Jul 2003 12:00:00 +0000\n"
+                                 "Date: Tue, 1 Jul 03 10:52:37 PDT\n\nbody\n");
+  EXPECT_EQ(instant_of(attributes, attribute::content_creation_date),
+            sys_days(2003y / July / 1) + hours(17) + minutes(52) + seconds(37));
+  EXPECT_EQ(instant_of(attributes, attribute::date_received), sys_days(2003y / July / 1) + hours(15) + minutes(45));
+}
+
+TEST(import, unreadable_dates_set_no_instant) {
+  auto const attributes = import("Received: by b; today\nDate: the other day\n\nbody\n");
+  EXPECT_EQ(attributes.find(attribute::content_creation_date), nullptr);
+  EXPECT_EQ(attributes.find(attribute::date_received), nullptr);
 }
 
 TEST(canonical_date, reads_only_the_canonical_form) {
