@@ -41,25 +41,25 @@ TEST_P(field_test, stores_the_cleaned_value) {
 
 INSTANTIATE_TEST_SUITE_P(
     scanner, field_test,
-    testing::Values(field_case_t{"simple", "Subject: Hello\n\nbody\n", "subject", "Hello"},
-                    field_case_t{"name_is_case_insensitive", "SUBJECT: Hi\n\n", "subject", "Hi"},
-                    field_case_t{"only_spaces_after_colon_skipped", "Subject:\t Hi\n\n", "subject", "\t Hi"},
-                    field_case_t{"space_before_colon_is_another_name", "Subject : Hi\n\n", "subject", "<absent>"},
-                    field_case_t{"fold_becomes_one_space", "Subject: a\n b\n\n", "subject", "a b"},
-                    field_case_t{"fold_after_blank_adds_nothing", "Subject: a \n b\n\n", "subject", "a b"},
-                    field_case_t{"tab_fold", "Subject: a\n\tb\n\n", "subject", "a b"},
-                    field_case_t{"later_blanks_kept", "Subject: a\n   b\n\n", "subject", "a   b"},
-                    field_case_t{"crlf_blank_not_adjacent_to_fold", "Subject: a \r\n b\n\n", "subject", "a  b"},
-                    field_case_t{"second_field_wins", "Subject: one\nSubject: two\n\n", "subject", "two"},
-                    field_case_t{"empty_second_field_erases", "Subject: one\nSubject:\n\n", "subject", ""},
-                    field_case_t{"blank_only_value_is_empty", "Subject:   \t \n\n", "subject", ""},
-                    field_case_t{"trailing_white_space_trimmed", "Subject: x \t\r\n\n", "subject", "x"},
-                    field_case_t{"nul_bytes_removed", std::string("Subject: a\0b\n\n", 14), "subject", "ab"},
-                    field_case_t{"no_colon_gives_empty_value", "subject\n\n", "subject", ""},
-                    field_case_t{"last_field_without_newline", "Subject: end", "subject", "end"},
-                    field_case_t{"unwanted_field_skipped", "X-Thing: 1\n\n", "x-thing", "<absent>"},
-                    field_case_t{"crlf_block_never_ends", "Subject: a\r\n\r\nFrom: body line\r\n", "from",
-                                 "body line"}),
+    testing::Values(
+        field_case_t{"simple", "Subject: Hello\n\nbody\n", "subject", "Hello"},
+        field_case_t{"name_is_case_insensitive", "SUBJECT: Hi\n\n", "subject", "Hi"},
+        field_case_t{"only_spaces_after_colon_skipped", "Subject:\t Hi\n\n", "subject", "\t Hi"},
+        field_case_t{"space_before_colon_is_another_name", "Subject : Hi\n\n", "subject", "<absent>"},
+        field_case_t{"fold_becomes_one_space", "Subject: a\n b\n\n", "subject", "a b"},
+        field_case_t{"fold_after_blank_adds_nothing", "Subject: a \n b\n\n", "subject", "a b"},
+        field_case_t{"tab_fold", "Subject: a\n\tb\n\n", "subject", "a b"},
+        field_case_t{"later_blanks_kept", "Subject: a\n   b\n\n", "subject", "a   b"},
+        field_case_t{"crlf_blank_not_adjacent_to_fold", "Subject: a \r\n b\n\n", "subject", "a  b"},
+        field_case_t{"second_field_wins", "Subject: one\nSubject: two\n\n", "subject", "two"},
+        field_case_t{"empty_second_field_erases", "Subject: one\nSubject:\n\n", "subject", ""},
+        field_case_t{"blank_only_value_is_empty", "Subject:   \t \n\n", "subject", ""},
+        field_case_t{"trailing_white_space_trimmed", "Subject: x \t\r\n\n", "subject", "x"},
+        field_case_t{"nul_bytes_removed", std::string("Subject: a\0b\n\n", 14), "subject", "ab"},
+        field_case_t{"no_colon_gives_empty_value", "subject\n\n", "subject", ""},
+        field_case_t{"last_field_without_newline", "Subject: end", "subject", "end"},
+        field_case_t{"unwanted_field_skipped", "X-Thing: 1\n\n", "x-thing", "<absent>"},
+        field_case_t{"crlf_block_never_ends", "Subject: a\r\n\r\nFrom: body line\r\n", "from", "body line"}),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST(scanner, leaves_the_cursor_on_the_body) {
@@ -91,26 +91,26 @@ TEST_P(content_test, derives_content_keys) {
 
 INSTANTIATE_TEST_SUITE_P(
     scanner, content_test,
-    testing::Values(content_case_t{"defaults", "", "text", "plain", "us-ascii", "", "7bit", "inline"},
-                    content_case_t{"html_utf8", "Content-Type: Text/HTML; Charset=UTF-8\n", "text", "html", "utf-8", "",
-                                   "7bit", "inline"},
-                    content_case_t{"bare_word_keeps_defaults", "Content-Type: text\n", "text", "plain", "us-ascii", "",
-                                   "7bit", "inline"},
-                    content_case_t{"spaces_in_type", "Content-Type: text / plain ; charset=\"ISO-8859-1\"\n", "text",
-                                   "plain", "iso-8859-1", "", "7bit", "inline"},
-                    content_case_t{"multipart_keeps_boundary_case",
-                                   "Content-Type: multipart/Mixed; boundary=\"AbC\"; charset=x\n", "multipart", "mixed",
-                                   "us-ascii", "AbC", "7bit", "inline"},
-                    content_case_t{"folded_parameters", "Content-Type: multipart/alternative;\n\tboundary=b1\n",
-                                   "multipart", "alternative", "us-ascii", "b1", "7bit", "inline"},
-                    content_case_t{"charset_of_non_text_ignored", "Content-Type: application/pdf; charset=utf-8\n",
-                                   "application", "pdf", "us-ascii", "", "7bit", "inline"},
-                    content_case_t{"encoding_cleaned", "Content-Transfer-Encoding: Quoted- Printable\n", "text",
-                                   "plain", "us-ascii", "", "quoted-printable", "inline"},
-                    content_case_t{"empty_encoding_is_default", "Content-Transfer-Encoding:  \n", "text", "plain",
-                                   "us-ascii", "", "7bit", "inline"},
-                    content_case_t{"disposition_word", "Content-Disposition: ATTACHMENT; filename=\"a;b\"\n", "text",
-                                   "plain", "us-ascii", "", "7bit", "attachment"}),
+    testing::Values(
+        content_case_t{"defaults", "", "text", "plain", "us-ascii", "", "7bit", "inline"},
+        content_case_t{"html_utf8", "Content-Type: Text/HTML; Charset=UTF-8\n", "text", "html", "utf-8", "", "7bit",
+                       "inline"},
+        content_case_t{"bare_word_keeps_defaults", "Content-Type: text\n", "text", "plain", "us-ascii", "", "7bit",
+                       "inline"},
+        content_case_t{"spaces_in_type", "Content-Type: text / plain ; charset=\"ISO-8859-1\"\n", "text", "plain",
+                       "iso-8859-1", "", "7bit", "inline"},
+        content_case_t{"multipart_keeps_boundary_case", "Content-Type: multipart/Mixed; boundary=\"AbC\"; charset=x\n",
+                       "multipart", "mixed", "us-ascii", "AbC", "7bit", "inline"},
+        content_case_t{"folded_parameters", "Content-Type: multipart/alternative;\n\tboundary=b1\n", "multipart",
+                       "alternative", "us-ascii", "b1", "7bit", "inline"},
+        content_case_t{"charset_of_non_text_ignored", "Content-Type: application/pdf; charset=utf-8\n", "application",
+                       "pdf", "us-ascii", "", "7bit", "inline"},
+        content_case_t{"encoding_cleaned", "Content-Transfer-Encoding: Quoted- Printable\n", "text", "plain",
+                       "us-ascii", "", "quoted-printable", "inline"},
+        content_case_t{"empty_encoding_is_default", "Content-Transfer-Encoding:  \n", "text", "plain", "us-ascii", "",
+                       "7bit", "inline"},
+        content_case_t{"disposition_word", "Content-Disposition: ATTACHMENT; filename=\"a;b\"\n", "text", "plain",
+                       "us-ascii", "", "7bit", "attachment"}),
     [](auto const& info) { return std::string(info.param.name); });
 
 // "date" and "received" hold the instant in UTC; "received" comes from the
@@ -184,9 +184,9 @@ TEST(cleanup, unfolds_by_byte_rule) {
   struct {
     std::string in, out;
   } const cases[] = {
-      {"no break  ", "no break"}, {"a\n b", "a b"},   {"a \n b", "a b"}, {"a\r\n b", "a b"},
-      {"a \r\n b", "a  b"},       {"a\n\n b", "a b"}, {"a\nb", "ab"},    {std::string("\0a\n\0", 4), "a"},
-      {" lead", " lead"},         {"x\n  \t", "x"},   {"", ""},
+      {"no break  ", "no break"}, {"a\n b", "a b"},    {"a \n b", "a b"},   {"a\r\n b", "a b"},
+      {"a \r\n b", "a  b"},       {"a\n\n b", "a b"},  {"a\nb", "ab"},      {std::string("\0a\n\0", 4), "a"},
+      {" lead", " lead"},         {"x\n  \t", "x"},    {"", ""},
   };
   for (auto const& c : cases) {
     std::string value = c.in;
