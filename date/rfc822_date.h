@@ -1,20 +1,113 @@
-// RFC 822 dates.
+// RFC 822 dates as mail really carries them.
 //
-// PLACEHOLDER until the tolerant date parser lands: reads nothing, so no date
-// is stored. The constructor and canonical_format() signatures are final.
+// A date is read in two passes. The strict pass is a recursive-descent
+// grammar close to RFC 2822 that also admits the obsolete RFC 822 forms
+// (two-digit years, zone names, comments almost anywhere). Real mail breaks
+// even that, so when it fails a "soup" pass picks the month, time, day, year
+// and an optional zone out of the text in any order. Every irregularity that
+// either pass tolerates is described to the problem handler, when one is
+// given, with the whole date text as its context.
+//
+// Each operation of the parser works on its cursor and returns true when it
+// consumed something and stored its value; on false the cursor is back where
+// it was unless the operation says otherwise. Comments nest, so their scanner
+// keeps an explicit stack and remembers what it found at each "(": hostile
+// input (a million "(") costs memory proportional to its length, never stack
+// depth or quadratic time.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "error/handler.h"
 
 namespace date {
 
+class rfc822_date_parser_t {
+public:
+  // problems may be null; when it is not, it must outlive the parser.
+  rfc822_date_parser_t(char const* first, char const* last, quern::error::handler_t* problems);
+
+  // The strict pass, then the tolerant one; either sets parsed() on success
+  // and leaves the cursor at the start on failure.
+  bool parse();
+  bool parse_soup();
+
+  bool parse_day_of_week();
+  bool parse_date();
+  bool parse_time();
+  bool parse_time_of_day();
+  bool parse_zone();
+  // A signed ±HHMM number. On failure after a sign the sign stays consumed.
+  bool parse_zone_number(std::int64_t& zone);
+  bool parse_day_name();
+  bool parse_day();
+  bool parse_month();
+  bool parse_year();
+  // At most max_digits digits (callers use 4); a longer run is no number.
+  bool parse_int(int& value, int max_digits);
+
+  // True only when a blank (space, tab or NUL) was consumed.
+  bool skip_fws();
+  // Always true: the dash is optional and only costs a problem record.
+  bool skip_dash();
+  bool skip_single_comment();
+  // Always true.
+  bool skip_ccontent();
+  bool skip_ctext();
+
+  // "YYYY-MM-DD hh:mm:ss" in UTC, or "" when the date was not parsed.
+  std::string canonical_format() const;
+  // The fields as written plus the zone, "YYYY-MM-DD hh:mm:ss +hhmm", or "".
+  std::string local_canonical_format() const;
+  // The broken-down time. A parsed date keeps the full year in tm_year; an
+  // unparsed one is first filled with the current local time, in the C
+  // library's own convention (years since 1900, weekday, DST).
+  std::tm* get_time();
+
+  bool parsed() const { return parsed_; }
+  // The zone as a decimal ±HHMM number: +0200 is 200, -0530 is -530.
+  std::int64_t zone() const { return zone_; }
+  char const* cursor() const { return cursor_; }
+
+private:
+  // What is known about a "(" at one offset: where its comment ends and where
+  // a run of comments starting with it ends (offsets + 0 unknown, npos none).
+  struct memo_t {
+    std::size_t comment = 0;
+    std::size_t run = 0;
+  };
+
+  void skip_comments();
+  char const* comment_end(char const* open);
+  memo_t& memo_at(char const* open);
+  void note(char const* description, bool low_priority = false) const;
+
+  char const* first_;
+  char const* cursor_;
+  char const* last_;
+  quern::error::handler_t* problems_;
+  bool parsed_ = false;
+  std::int64_t zone_ = 0;
+  std::tm time_{};
+  std::vector<memo_t> memo_;
+};
+
+// A date value: parsed once on construction; copies share the parser.
 class rfc822_date_t {
 public:
-  rfc822_date_t(char const* /*first*/, char const* /*last*/, quern::error::handler_t* /*problems*/) {}
-  // The instant in UTC as "YYYY-MM-DD hh:mm:ss", or "" when unparsed.
-  std::string canonical_format() const { return {}; }
+  rfc822_date_t(char const* first, char const* last, quern::error::handler_t* problems);
+
+  std::string canonical_format() const { return parser_->canonical_format(); }
+  std::string local_canonical_format() const { return parser_->local_canonical_format(); }
+  std::tm* get_time() const { return parser_->get_time(); }
+
+private:
+  std::shared_ptr<rfc822_date_parser_t> parser_;
 };
 
 } // namespace date

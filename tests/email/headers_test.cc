@@ -113,6 +113,49 @@ INSTANTIATE_TEST_SUITE_P(
                        "us-ascii", "", "7bit", "attachment"}),
     [](auto const& info) { return std::string(info.param.name); });
 
+// "date" and "received" hold the instant in UTC; "received" comes from the
+// first Received field before Date whose date can be read.
+struct dates_case_t {
+  char const* name;
+  std::string fields;
+  std::string date, received;
+};
+
+class dates_test : public testing::TestWithParam<dates_case_t> {};
+
+TEST_P(dates_test, stores_canonical_utc_dates) {
+  auto const& c = GetParam();
+  auto const map = scan(c.fields + "\n").map;
+  EXPECT_EQ(value_of(map, "date"), c.date);
+  EXPECT_EQ(value_of(map, "received"), c.received);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    scanner, dates_test,
+    testing::Values(
+        dates_case_t{"date_in_utc", "Date: Tue, 1 Jul 2003 10:52:37 +0200\n", "2003-07-01 08:52:37", "<absent>"},
+        dates_case_t{"folded_date_with_comment", "Date: Tue, 1 Jul 2003\n 10:52:37 -0700 (PDT)\n",
+                     "2003-07-01 17:52:37", "<absent>"},
+        dates_case_t{"unparsable_date_leaves_nothing", "Date: sometime soon\n", "<absent>", "<absent>"},
+        dates_case_t{"first_received_wins",
+                     "Received: from a by b; Tue, 1 Jul 2003 10:00:00 +0000\n"
+                     "Received: from c by a; Tue, 1 Jul 2003 09:00:00 +0000\n"
+                     "Date: Tue, 1 Jul 2003 08:00:00 +0000\n",
+                     "2003-07-01 08:00:00", "2003-07-01 10:00:00"},
+        dates_case_t{"received_without_semicolon_skipped",
+                     "Received: from a by b\nReceived: from c by a;\n\tTue, 1 Jul 2003 09:00:00 -0100\n", "<absent>",
+                     "2003-07-01 10:00:00"},
+        dates_case_t{"unreadable_received_skipped",
+                     "Received: from a; not a date\nReceived: from c; 1 Jul 2003 09:00 EST\n", "<absent>",
+                     "2003-07-01 14:00:00"},
+        dates_case_t{"last_semicolon_counts", "Received: from a (x; y) by b; id 1; 1 Jul 2003 09:00 +0000\n",
+                     "<absent>", "2003-07-01 09:00:00"},
+        dates_case_t{"date_before_received", "Date: 1 Jul 2003 08:00 +0000\nReceived: by b; 1 Jul 2003 10:00 +0000\n",
+                     "2003-07-01 08:00:00", "<absent>"},
+        dates_case_t{"unparsable_date_still_blocks_received",
+                     "Date: whenever\nReceived: by b; 1 Jul 2003 10:00 +0000\n", "<absent>", "<absent>"}),
+    [](auto const& info) { return std::string(info.param.name); });
+
 TEST(scanner, derives_only_what_is_wanted) {
   email::header_set_t const wanted{"subject"};
   auto const map = scan("Subject: s\nContent-Type: text/html\n\n", wanted).map;

@@ -99,6 +99,28 @@ TEST(import, crlf_message_reads_everything_as_header) {
   EXPECT_EQ(string_of(attributes, attribute::text_content), "<absent>");
 }
 
+std::optional<importer::instant_t> instant_of(attribute_set_t const& attributes, std::string_view name) {
+  auto const* value = attributes.find(name);
+  auto const* instant = value ? std::get_if<importer::instant_t>(value) : nullptr;
+  return instant ? std::optional(*instant) : std::nullopt;
+}
+
+TEST(import, dates_become_utc_instants) {
+  using namespace std::chrono;
+  auto const attributes = import("Received: from a by b; Wed, 2 Jul 2003 01:15:00 +0930\n"
+                                 "Received: from c by a; Tue, 1 Jul 2003 12:00:00 +0000\n"
+                                 "Date: Tue, 1 Jul 03 10:52:37 PDT\n\nbody\n");
+  EXPECT_EQ(instant_of(attributes, attribute::content_creation_date),
+            sys_days(2003y / July / 1) + hours(17) + minutes(52) + seconds(37));
+  EXPECT_EQ(instant_of(attributes, attribute::date_received), sys_days(2003y / July / 1) + hours(15) + minutes(45));
+}
+
+TEST(import, unreadable_dates_set_no_instant) {
+  auto const attributes = import("Received: by b; today\nDate: the other day\n\nbody\n");
+  EXPECT_EQ(attributes.find(attribute::content_creation_date), nullptr);
+  EXPECT_EQ(attributes.find(attribute::date_received), nullptr);
+}
+
 TEST(canonical_date, reads_only_the_canonical_form) {
   using namespace std::chrono;
   EXPECT_EQ(importer::parse_canonical_date("2003-07-01 08:52:37"),
