@@ -15,6 +15,8 @@
 
 #include <boost/json.hpp>
 
+#include "header/format.h"
+#include "header/public_suffix.h"
 #include "hosts/cli/output.h"
 #include "importer/import.h"
 
@@ -30,17 +32,37 @@ Options:
   --content-type UTI   the content type the host announces for every file
                        (default: com.apple.mail.email; any other type is
                        not imported)
+  --format-address FORM TEXT
+                       instead of importing, read TEXT as one name and
+                       address written in FORM (rfc822: RFC 822 syntax,
+                       quoted names and comments; angle-split: split at
+                       the last '<' and '>') and print the name, the
+                       address and the pair written in every form
+  --registrable-domain HOST
+                       instead of importing, print the public suffix of
+                       HOST (Public Suffix List, libpsl's built-in copy),
+                       its registrable domain and the labels before it
   --help               show this help and exit
   --version            show the version and exit
+
+The two look-ups may be repeated; they print one "key: value" line per
+result (one JSON object per look-up with --json) and take no PATH.
 
 Exit status: 0 when every file could be read, 1 when one could not,
 2 for a usage error.
 )";
 
+struct lookup_t {
+  enum kind_t { format_address, registrable_domain } kind;
+  header::name_format_t format;
+  std::string text;
+};
+
 struct options_t {
   bool json = false;
   std::string content_type{importer::mail_content_type};
   std::vector<std::string> paths;
+  std::vector<lookup_t> lookups;
 };
 
 int usage_error(char const* message, char const* argument) {
@@ -68,6 +90,65 @@ std::vector<std::string> expand(std::string const& path, bool& ok) {
   return files;
 }
 
+// Only the forms that can be read back are accepted: reading the display
+// form is a precondition violation of split_name_and_address.
+bool parse_readable_format(char const* name, header::name_format_t& format) {
+  if (std::strcmp(name, "rfc822") == 0)
+    format = header::name_format_t::rfc822;
+  else if (std::strcmp(name, "angle-split") == 0)
+    format = header::name_format_t::angle_split;
+  else
+    return false;
+  return true;
+}
+
+std::string text_of(header::match_t const& m) {
+  return m.found() ? std::string(m.first, m.last) : std::string();
+}
+
+// The look-up's results as (key, value) rows, in output order.
+std::vector<std::pair<std::string, std::string>> run_lookup(lookup_t const& lookup) {
+  using header::name_format_t;
+  if (lookup.kind == lookup_t::format_address) {
+    auto const [name, address] = header::split_name_and_address(lookup.text, lookup.format);
+    return {{"name", name},
+            {"address", address},
+            {"rfc822", header::format_name_and_address(name, address, name_format_t::rfc822)},
+            {"angle-split", header::format_name_and_address(name, address, name_format_t::angle_split)},
+            {"display", header::format_name_and_address(name, address, name_format_t::display)}};
+  }
+  // The list is lower case; host names are not case-sensitive.
+  std::string host = lookup.text;
+  std::transform(host.begin(), host.end(), host.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  char const* const end = host.data() + host.size();
+  char const* position = host.data();
+  std::string const suffix = text_of(header::psl_top_level_function(position, end));
+  position = host.data();
+  std::string const second = text_of(header::psl_second_level_function(position, end));
+  position = host.data();
+  std::string const third = text_of(header::psl_third_level_function(position, end));
+  return {{"host", host},
+          {"public-suffix", suffix},
+          {"registrable-domain", second.empty() ? std::string() : second + "." + suffix},
+          {"second-level", second},
+          {"third-level", third}};
+}
+
+void print_lookup(lookup_t const& lookup, bool json) {
+  auto const rows = run_lookup(lookup);
+  if (json) {
+    boost::json::object object;
+    for (auto const& [key, value] : rows)
+      object[key] = value;
+    std::string const line = boost::json::serialize(object) + "\n";
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    return;
+  }
+  for (auto const& [key, value] : rows)
+    std::printf("%s: %s\n", key.c_str(), value.c_str());
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -93,9 +174,29 @@ int main(int argc, char** argv) {
       options.content_type = argv[i];
     } else if (std::strncmp(arg, "--content-type=", 15) == 0) {
       options.content_type = arg + 15;
+    } else if (std::strcmp(arg, "--format-address") == 0) {
+      if (argc - i < 3)
+        return usage_error("option requires FORM and TEXT: ", arg);
+      lookup_t lookup{lookup_t::format_address, {}, argv[i + 2]};
+      if (!parse_readable_format(argv[i + 1], lookup.format))
+        return usage_error("FORM must be rfc822 or angle-split: ", argv[i + 1]);
+      options.lookups.push_back(std::move(lookup));
+      i += 2;
+    } else if (std::strcmp(arg, "--registrable-domain") == 0) {
+      if (++i == argc)
+        return usage_error("option requires an argument: ", arg);
+      options.lookups.push_back({lookup_t::registrable_domain, {}, argv[i]});
     } else {
       return usage_error("unknown option: ", arg);
     }
+  }
+  if (!options.lookups.empty()) {
+    if (!options.paths.empty())
+      return usage_error("PATH cannot be combined with a look-up: ", options.paths.front().c_str());
+    for (lookup_t const& lookup : options.lookups)
+      print_lookup(lookup, options.json);
+    std::fflush(stdout);
+    return 0;
   }
   if (options.paths.empty())
     return usage_error("no PATH given", "");
