@@ -6,8 +6,9 @@
 // service expects them. Every string is made from the value's UTF-8 bytes;
 // well-formedness is decided by the core's own test so that this dictionary
 // and the core's host-neutral attribute set agree on which values exist.
-// Two platform habits are corrected for the same reason: Foundation drops
-// leading byte order marks when it decodes UTF-8 (the core keeps them), and
+// Two platform habits are corrected for the same reason: Foundation (GNUstep's
+// at least) drops leading byte order marks when it decodes UTF-8 or UTF-16
+// (the core keeps them as characters), and
 // its date formatter is lenient on some platforms (it reads " 999-..." or a
 // trailing remainder), so only text the core accepts as canonical reaches it.
 // Nothing here raises: a missing string is stored as nil, which removes the
@@ -58,6 +59,9 @@ std::array<row_t, 9> const& rows() {
   return table;
 }
 
+// The platform's Gregorian calendar is Julian before 15 October 1582, so such
+// early instants read ten or more days apart from the core's proleptic
+// reading; mail does not carry them in practice.
 NSDate* date_from_canonical_text(std::string const& value) {
   if (!parse_canonical_date(value))
     return nil;
