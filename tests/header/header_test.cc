@@ -1,0 +1,334 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "header/address.h"
+#include "header/format.h"
+#include "header/public_suffix.h"
+#include "header/token.h"
+
+namespace {
+
+using namespace std::string_literals;
+using header::name_format_t;
+using list = std::vector<std::string>;
+using splitter_t = header::match_t (*)(char const*&, char const*);
+constexpr auto rfc822 = name_format_t::rfc822, angle_split = name_format_t::angle_split;
+
+// The text of a match, "-" for none.
+std::string text_of(header::match_t const& m) {
+  return m.found() ? std::string(m.first, m.last) : "-";
+}
+
+// What split finds in the whole of text; it must consume the text.
+std::string apply(splitter_t split, std::string const& text) {
+  char const* position = text.data();
+  header::match_t const m = split(position, text.data() + text.size());
+  EXPECT_EQ(position, text.data() + text.size());
+  return text_of(m);
+}
+
+// ---- token scanning, splitting and quoting
+
+TEST(parse_token_until, reads_bounded_tokens) {
+  struct {
+    std::string input;
+    char opener;
+    char const* terminators;
+    bool required, escapes;
+    std::string token;    // "-": no token
+    std::size_t position; // offset afterwards
+  } const cases[] = {
+      // comments: nesting (a counter, not recursion), pairs of openers stripped
+      {"a (b) c) rest", '(', ")", true, false, "a (b) c", 8},
+      {"((x))) rest", '(', ")", true, false, "x", 6},
+      {"a (b c", '(', ")", true, false, "-", 0},
+      {std::string(1'000'000, '(') + "x" + std::string(1'000'001, ')'), '(', ")", true, false, "x", 2'000'002},
+      // quoted strings: escapes skipped, not removed
+      {"a\\\"b\" rest", '\0', "\"", true, true, "a\\\"b", 5},
+      {"  x  \"", '\0', "\"", true, true, "x", 6},
+      {"   \"", '\0', "\"", true, true, "-", 3},
+      {"ab\\", '\0', "\"", true, true, "-", 0},
+      {"a\\b", '\0', "\\", true, true, "a", 2}, // a backslash terminator terminates
+      // bare words: stop before the terminator, not consumed
+      {"Bob <b@x>", '\0', "\"(< ", false, false, "Bob", 3},
+      {" Bob", '\0', "\"(< ", false, false, "-", 0},
+      {"'Bob' x", '\0', "\"(< ", false, false, "Bob", 5},
+      // '<' ends a word only where it plausibly opens an angle address
+      {"a<b<c@d>", '\0', "<", false, false, "a<b", 3},
+      {"a<<c@d>", '\0', "<", false, false, "a", 1},
+      // NUL is ordinary, and trimmed from the ends; only enclosing quotes go
+      {"\0\0a\0;"s, '\0', ";", true, false, "a", 5},
+      {"\0a\0\0;"s, '\0', ";", true, false, "a", 5},
+      {"\0\0"s, '\0', ";", false, false, "-", 0},
+      {"x'';", '\0', ";", true, false, "x''", 4},
+      {"'';", '\0', ";", true, false, "-", 0},
+  };
+  for (auto const& c : cases) {
+    char const *const first = c.input.data(), *position = first;
+    header::match_t token;
+    bool const found = header::parse_token_until(position, first + c.input.size(), c.opener, c.terminators, c.required,
+                                                 c.escapes, token);
+    EXPECT_EQ(found ? text_of(token) : "-", c.token) << c.input.substr(0, 20);
+    EXPECT_EQ(static_cast<std::size_t>(position - first), c.position) << c.input.substr(0, 20);
+  }
+}
+
+list split_all(std::string const& text, splitter_t split) {
+  list items;
+  char const* position = text.data();
+  for (header::match_t m; items.size() < 20 && (m = split(position, text.data() + text.size())).found() && !m.empty();)
+    items.emplace_back(m.first, m.last);
+  return items;
+}
+
+TEST(split_functions, split_only_between_items) {
+  splitter_t const address = header::address_split_function, parameter = header::parameter_split_function;
+  struct {
+    splitter_t split;
+    std::string input;
+    list items;
+  } const cases[] = {
+      {address, "Doe, John <j@x>, Ann <a@y>", {"Doe, John <j@x>", "Ann <a@y>"}},
+      {address, "\"Doe, J@x\" <j@x>, b@y  ", {"\"Doe, J@x\" <j@x>", "b@y"}},
+      {address, "  a@x ,b@y,", {"a@x", "b@y"}},
+      {address, "Team: a, b;, c@d", {"Team: a", "b;, c@d"}},
+      {address, "\"unterminated, a@b", {"\"unterminated, a@b"}},
+      {parameter, "; charset=utf-8; format=flowed ", {"charset=utf-8", "format=flowed"}},
+      {parameter, " ;name=\"a;b\\\"c\"  ; x = y", {"name=\"a;b\\\"c\"", "x = y"}},
+      {parameter, "; name", {}},
+      {parameter, "text/plain; a=b", {}},
+      {parameter, "; a=\"open", {"a=\"open"}},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(split_all(c.input, c.split), c.items) << c.input;
+}
+
+// dequote_string, and dequote_string_if_needed copying only when it must.
+TEST(dequote_string, removes_quotes_and_escapes) {
+  struct {
+    std::string input, output;
+    bool copied;
+  } const cases[] = {
+      {"\"quoted\"", "quoted", false},
+      {"\"John  Q\"   Public", "John  Q Public", true},
+      {"\"a\\\\b\"", "a\\b", true},
+      {"\"a\" \"b\"", "a b", true},
+      {"a\\b", "a\\b", false},
+      {"\"open\\", "open", true},
+      {"\"", "", true},
+      {"  lead", " lead", false},
+  };
+  for (auto const& c : cases) {
+    char const *first = c.input.data(), *end = first + c.input.size();
+    EXPECT_EQ(header::dequote_string(first, end), c.output) << c.input;
+    std::string out;
+    bool const copied = header::dequote_string_if_needed(first, end, out);
+    EXPECT_EQ(copied, c.copied) << c.input;
+    bool const quoted = c.input.find('"') != std::string::npos;
+    EXPECT_EQ(copied ? out : std::string(first, end), quoted ? c.output : c.input) << c.input;
+  }
+}
+
+TEST(quoting, quotes_exactly_what_it_must) {
+  EXPECT_EQ(header::quote_name_string("Jean-Luc_B Smith"), "Jean-Luc_B Smith");
+  EXPECT_EQ(header::quote_name_string("Smith, \"J\" \\x"), "\"Smith, \\\"J\\\" \\\\x\"");
+  EXPECT_EQ(header::quote_string("a\0b"s, ""), "a\0b"s); // NUL is in every extra set
+  EXPECT_EQ(header::quote_string("caf\xc3\xa9", ""), "\"caf\xc3\xa9\"");
+  EXPECT_EQ(header::percent_encoded_string("a b*%'\x7f\xff~", false), "a%20b%2a%25%27%7f%ff~");
+  EXPECT_EQ(header::percent_encoded_string("a b*%\xff\n", true), "a b*%%ff%0a");
+}
+
+TEST(small_helpers, classes_single_quotes_and_levels) {
+  for (char c : "()<>@,;:\\\"/[]?=") // with the closing NUL, which is special too
+    EXPECT_TRUE(header::is_tspecial(c)) << c;
+  EXPECT_TRUE(!header::is_tspecial('a') && header::is_blank('\t') && !header::is_blank('\n'));
+  char const *text = "'x'", *first = text, *end = text + 3;
+  EXPECT_EQ(header::sanitize_quotes(first, end), text + 1);
+  EXPECT_EQ(std::string(first, end), "x");
+  for (auto [host, label] : {std::pair{"a.b.c", "c"}, {"abc", "abc"}, {"a.", ""}})
+    EXPECT_STREQ(header::skip_level(host, host + std::strlen(host)), label) << host;
+}
+
+// ---- display names and e-mail addresses
+
+// (dequoted name, e-mail as written), "-" for none; both must lie inside the text.
+std::pair<std::string, std::string> parse(std::string const& text) {
+  char const* position = text.data();
+  char const* const end = position + text.size();
+  auto const [name, email] = header::address_name_and_email_function(position, end);
+  EXPECT_EQ(position, end);
+  for (header::match_t const& m : {name, email})
+    EXPECT_TRUE(!m.found() || (m.first >= text.data() && m.first <= m.last && m.last <= end)) << text;
+  return {name.found() ? header::dequote_string(name.first, name.last) : "-", text_of(email)};
+}
+
+TEST(address_name_and_email_function, reads_the_forms_real_mail_carries) {
+  struct {
+    std::string input, name, email;
+  } const cases[] = {
+      {"  Ann   Smith\t<ann@x>  ", "Ann Smith", "ann@x"},
+      {"ann@x (Ann Smith)", "Ann Smith", "ann@x"},
+      {"ann@x", "-", "ann@x"},
+      {"<ann@x>", "-", "ann@x"},
+      {"Ann Smith", "Ann Smith", "-"},
+      {"ann", "-", "ann"},
+      {"\"Smith, Ann\" <ann@x>", "Smith, Ann", "ann@x"},
+      {"\"Smith \\\"Nan\\\" Ann\" <ann@x>", "Smith \"Nan\" Ann", "ann@x"},
+      {"Undisclosed recipients: ;", "Undisclosed recipients", "-"},
+      {"bob@y <ann@x>", "bob@y", "ann@x"},
+      // the address repeated in the name
+      {"\"ann@x\" <ann@x>", "-", "ann@x"},
+      {"'ANN@X' <ann@x>", "-", "ann@x"},
+      {"Ann (ann@x) <ann@x>", "Ann", "ann@x"},
+      {"Ann ann@x <ann@x>", "Ann", "ann@x"},
+      {"ann@x (Ann <ann@x>)", "Ann", "ann@x"},
+      {"ann@x (Ann <bob@y>)", "Ann <bob@y>", "ann@x"},
+      {"\xE2\x80\xAA <ann@x>", "-", "ann@x"},
+      // unterminated quotes and brackets
+      {"\"Ann <ann@x>", "Ann ", "ann@x"},
+      {"Ann <ann@x", "Ann", "ann@x"},
+      {"Ann (Work <ann@x>", "Ann (Work", "ann@x"},
+      {"Ann Smith <ann@x> (home)", "Ann Smith", "ann@x"},
+      {"(note) Ann <ann@x>", "Ann", "ann@x"},
+      {"<>", "-", "-"},
+      {"   ", "-", "-"},
+      {"\"\" <ann@x>", "-", "ann@x"},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(parse(c.input), std::pair(c.name, c.email)) << c.input;
+}
+
+TEST(address_name_and_email_function, halves_and_url_splitters) {
+  struct {
+    splitter_t split;
+    std::string input, part;
+  } const cases[] = {
+      {header::address_name_function, "Ann <ann@x>", "Ann"},
+      {header::address_email_function, "Ann <ann@x>", "ann@x"},
+      {header::mailto_function, "mailto:ann@x", "ann@x"},
+      {header::mailto_function, "MAILTO:ann@x", "-"},
+      {header::protocol_function, "https://h/p", "https"},
+      {header::server_function, "https://host.example/a/b", "host.example"},
+      {header::server_function, "https:/", "-"},
+      {header::path_function, "https://host/a/b", "a/b"},
+      {header::path_function, "https://host", "-"},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(apply(c.split, c.input), c.part) << c.input;
+}
+
+TEST(include_unbalanced_symbols, takes_in_what_the_name_leaves_open) {
+  std::string const text = "<(\"Ann) x\">";
+  char const *first = text.data() + 3, *last = text.data() + 10; // Ann) x"
+  header::include_unbalanced_symbols(first, last, text.data(), text.data() + text.size());
+  EXPECT_EQ(std::string(first, last), "(\"Ann) x\"");
+}
+
+std::string repeat(std::string const& part, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i)
+    out += part;
+  return out;
+}
+
+// Openers without their closers must neither recurse nor rescan the rest of
+// the value for each of them.
+TEST(address_name_and_email_function, hostile_values_stay_linear) {
+  for (std::string const& value : {
+           repeat("(", 1'000'000),
+           repeat("<", 1'000'000),
+           repeat("\"", 1'000'000),
+           repeat("<", 500'000) + ">",
+           "\"" + repeat("\\", 200'000) + repeat("\"", 200'000),
+           "\"" + repeat("\\\"", 300'000),
+           "a@b " + repeat("a@b (", 300'000) + repeat(")", 300'000),
+           repeat("a", 400'000) + "@ <" + repeat("a", 300'000) + "@>",
+       })
+    parse(value);
+  EXPECT_EQ(parse("a@b (a@b (Ann <a@b>))").first, "Ann");
+}
+
+// ---- name and address formats
+
+TEST(format_name_and_address, writes_each_form) {
+  struct {
+    std::string name, address;
+    name_format_t format;
+    std::string text;
+  } const cases[] = {
+      {"John Smith", "js@x", rfc822, "John Smith <js@x>"},
+      {"Smith, John", "js@x", rfc822, "\"Smith, John\" <js@x>"},
+      {"Smith, John", "js@x", name_format_t::display, "Smith, John <js@x>"},
+      {"Smith, John", "js@x", angle_split, "Smith, John <js@x>"},
+      {"js@x \"home\"", "js@x", angle_split, "\"js@x \"\"home\"\"\" <js@x>"},
+      {" \t\r\n", " js@x\n", rfc822, "js@x"},
+      {" Ann ", "", angle_split, "Ann <>"},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(header::format_name_and_address(c.name, c.address, c.format), c.text) << c.name;
+}
+
+TEST(split_name_and_address, reads_rfc822_and_angle_split) {
+  struct {
+    std::string text;
+    name_format_t format;
+    std::string name, address;
+  } const cases[] = {
+      {"\"Smith, John\" <js@x>", rfc822, "Smith, John", "js@x"},
+      {"js@x (John)", rfc822, "John", "js@x"},
+      {"John Smith", rfc822, "", "John Smith"},
+      {"js@x", angle_split, "", "js@x"},
+      {"  Ann  <a@x> ", angle_split, "Ann", "a@x"},
+      {"Ann <a@x", angle_split, "Ann", "a@x"},
+      {"Ann > <a@x", angle_split, "Ann >", "a@x"},
+      {"\"a\"\"b\" c <x>", angle_split, "a\"b c", "x"},
+      {"x", static_cast<name_format_t>(7), "", ""},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(header::split_name_and_address(c.text, c.format), std::pair(c.name, c.address)) << c.text;
+}
+
+TEST(split_name_and_address, names_survive_a_round_trip) {
+  auto const round_trip = [](std::string const& name, name_format_t format) {
+    std::string const text = header::format_name_and_address(name, "ann@x", format);
+    EXPECT_EQ(header::split_name_and_address(text, format), std::pair(name, "ann@x"s)) << text;
+  };
+  for (std::string const name :
+       {"Ann", "Smith, Ann", "ann@x", "\"Ann\" <ann@x>", "a\"\"b@", "<>@\"", "Ann \"The\" Smith"})
+    round_trip(name, angle_split);
+  for (std::string const name : {"Smith, Ann", "Ann \"The\" Smith", "A. (B) \\C"})
+    round_trip(name, rfc822);
+  EXPECT_EQ(header::reformat_name_and_address("\"A, B\" <a@x>", rfc822, name_format_t::display), "A, B <a@x>");
+}
+
+TEST(split_name_and_address_death, display_form_is_one_way) {
+  EXPECT_DEATH(header::split_name_and_address("Ann <a@x>", name_format_t::display),
+               "Fatal: Unexpectedly asked to convert name/adress in display format");
+}
+
+// ---- public suffixes
+
+TEST(public_suffix, cuts_hosts_into_levels) {
+  struct {
+    std::string host, top, second, third;
+  } const cases[] = {
+      {"news.bbc.co.uk", "co.uk", "bbc", "news"},
+      {"x.y.blogspot.com", "blogspot.com", "y", "x"}, // private section
+      {"www.ck", "ck", "www", "-"},                   // exception to *.ck
+      {"shop.x.ck", "x.ck", "shop", "-"},
+      {"co.uk", "co.uk", "-", "-"},
+      {"localhost", "localhost", "-", "-"},
+      {"", "-", "-", "-"},
+      {"a..co.uk", "co.uk", "-", "-"},
+  };
+  for (auto const& c : cases) {
+    EXPECT_EQ(apply(header::psl_top_level_function, c.host), c.top) << c.host;
+    EXPECT_EQ(apply(header::psl_second_level_function, c.host), c.second) << c.host;
+    EXPECT_EQ(apply(header::psl_third_level_function, c.host), c.third) << c.host;
+  }
+}
+
+} // namespace
