@@ -1,13 +1,15 @@
 // tidewell-import: the command-line host of the importer.
 //
 // Each PATH is imported exactly as the desktop-search host would import it,
-// and the resulting attribute set is printed, either as an mdls-style listing
+// or, with --crlf, as the Tracker host does (CR LF line ends read as LF), and
+// the resulting attribute set is printed, either as an mdls-style listing
 // or as one JSON object per line. Directories are walked recursively, in
 // sorted order, for regular files.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <iostream>
 #include <string>
 #include <system_error>
@@ -16,7 +18,9 @@
 #include <boost/json.hpp>
 
 #include "hosts/cli/output.h"
+#include "importer/file_mmap.h"
 #include "importer/import.h"
+#include "text/line_ends.h"
 
 namespace {
 
@@ -30,6 +34,9 @@ Options:
   --content-type UTI   the content type the host announces for every file
                        (default: com.apple.mail.email; any other type is
                        not imported)
+  --crlf               read CR LF line ends as LF before importing, as the
+                       Tracker host does (by default a CR is content, so a
+                       file with CR LF line ends has no end of its headers)
   --help               show this help and exit
   --version            show the version and exit
 
@@ -39,6 +46,7 @@ Exit status: 0 when every file could be read, 1 when one could not,
 
 struct options_t {
   bool json = false;
+  bool crlf = false;
   std::string content_type{importer::mail_content_type};
   std::vector<std::string> paths;
 };
@@ -68,6 +76,18 @@ std::vector<std::string> expand(std::string const& path, bool& ok) {
   return files;
 }
 
+// The Tracker host's reading: the file's bytes with CR LF turned into LF.
+void import_crlf(std::string const& path, importer::attribute_set_t& attributes, bool& readable) {
+  importer::file_mmap_t const file(path);
+  readable = file.readable();
+  if (!file.data())
+    return;
+  std::string bytes;
+  bytes.reserve(file.size());
+  text::crlf_to_lf(file.data(), file.data() + file.size(), std::back_inserter(bytes));
+  importer::import_bytes(bytes.data(), bytes.data() + bytes.size(), attributes);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -87,6 +107,8 @@ int main(int argc, char** argv) {
       return 0;
     } else if (std::strcmp(arg, "--json") == 0) {
       options.json = true;
+    } else if (std::strcmp(arg, "--crlf") == 0) {
+      options.crlf = true;
     } else if (std::strcmp(arg, "--content-type") == 0) {
       if (++i == argc)
         return usage_error("option requires an argument: ", arg);
@@ -107,7 +129,10 @@ int main(int argc, char** argv) {
       record.imported = options.content_type == importer::mail_content_type;
       if (record.imported) {
         bool readable = false;
-        importer::import_file(path, record.attributes, &readable);
+        if (options.crlf)
+          import_crlf(path, record.attributes, readable);
+        else
+          importer::import_file(path, record.attributes, &readable);
         all_read = all_read && readable;
       }
       std::string const out = options.json ? cli::to_json_line(record) : cli::to_listing(record);
