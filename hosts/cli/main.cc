@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>

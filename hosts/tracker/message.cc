@@ -14,8 +14,7 @@ namespace {
 
 std::optional<std::string> text_of(email::header_map_t const& headers, std::string_view key) {
   auto const found = headers.find(key);
-  if (found == headers.end() || found->second == email::no_text_marker ||
-      !importer::is_well_formed_utf8(found->second))
+  if (found == headers.end() || found->second == email::no_text_marker || !importer::is_well_formed_utf8(found->second))
     return std::nullopt;
   return found->second;
 }

@@ -13,7 +13,9 @@
 #include "importer/import.h"
 
 namespace tracker_host {
-void PrintTo(contact_t const& c, std::ostream* os) { *os << '{' << c.name << ", " << c.address << '}'; }
+void PrintTo(contact_t const& c, std::ostream* os) {
+  *os << '{' << c.name << ", " << c.address << '}';
+}
 } // namespace tracker_host
 
 namespace {
@@ -22,7 +24,9 @@ using namespace std::chrono_literals;
 using tracker_host::contact_t;
 using tracker_host::message_t;
 
-message_t read(std::string const& bytes) { return tracker_host::read_message(bytes.data(), bytes.data() + bytes.size()); }
+message_t read(std::string const& bytes) {
+  return tracker_host::read_message(bytes.data(), bytes.data() + bytes.size());
+}
 
 std::string crlf(std::string const& lf) {
   std::string out;
@@ -33,7 +37,6 @@ std::string crlf(std::string const& lf) {
   }
   return out;
 }
-
 
 // Whether the core's own import of probe sets attribute (to expected, if given).
 bool core_gives(std::string const& probe, std::string_view attribute, std::string const& expected = {}) {
@@ -89,9 +92,8 @@ TEST(tracker_message_after_merge, one_contact_per_field_pairs_name_and_address) 
   EXPECT_EQ(message.authors, (std::vector<contact_t>{{"Kowalska, Marta", "marta@example.com"}}));
   // Each field is one mailbox, as the core reads it: the Bcc list gives the
   // last address and the rest as its name.
-  EXPECT_EQ(message.recipients, (std::vector<contact_t>{{"Bob Marsh", "bob@example.org"},
-                                                        {"", "desk@example.org"},
-                                                        {"ann@x,", "bob@y"}}));
+  EXPECT_EQ(message.recipients,
+            (std::vector<contact_t>{{"Bob Marsh", "bob@example.org"}, {"", "desk@example.org"}, {"ann@x,", "bob@y"}}));
 }
 
 TEST(tracker_message_after_merge, dates_are_utc_instants) {

@@ -48,8 +48,8 @@ std::vector<std::string> contacts_of(TrackerResource* resource, char const* prop
     auto* contact = static_cast<TrackerResource*>(g_value_get_object(static_cast<GValue*>(l->data)));
     std::string line = string_of(contact, "nco:fullname");
     if (TrackerResource* email = tracker_resource_get_first_relation(contact, "nco:hasEmailAddress"))
-      line += std::string(" <") + tracker_resource_get_identifier(email) + " " + string_of(email, "nco:emailAddress") +
-              ">";
+      line +=
+          std::string(" <") + tracker_resource_get_identifier(email) + " " + string_of(email, "nco:emailAddress") + ">";
     contacts.push_back(line);
   }
   g_list_free(values);
@@ -141,7 +141,8 @@ public:
   store_t() {
     GFile* ontology = tracker_sparql_get_ontology_nepomuk();
     GError* error = nullptr;
-    connection_ = tracker_sparql_connection_new(TRACKER_SPARQL_CONNECTION_FLAGS_NONE, nullptr, ontology, nullptr, &error);
+    connection_ =
+        tracker_sparql_connection_new(TRACKER_SPARQL_CONNECTION_FLAGS_NONE, nullptr, ontology, nullptr, &error);
     g_object_unref(ontology);
     EXPECT_EQ(error, nullptr) << error->message;
   }
