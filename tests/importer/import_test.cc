@@ -39,7 +39,8 @@ TEST(import, empty_file_sets_nothing_and_warns) {
   bool readable = false;
   testing::internal::CaptureStderr();
   EXPECT_TRUE(importer::import_file(file.path(), attributes, &readable));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Warning: Trying to map file of length 0 (" + file.path() + ").\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Warning: Trying to map file of length 0 (" + file.path() + ").\n");
   EXPECT_TRUE(attributes.empty());
   EXPECT_TRUE(readable);
 }
