@@ -13,9 +13,11 @@ a key file) on a private session bus; the miner is stopped at the end and the
 bus takes the extractor it activated down with it. The miner refuses to index
 folders under the temporary directory, so TMPDIR points elsewhere for it.
 """
+import ctypes
 import json
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -50,8 +52,14 @@ def wait_for(what, probe, expected):
     return False
 
 
+def die_with_parent():
+    """Runs in the miner before exec: should this script be killed, so is the miner."""
+    ctypes.CDLL(None, use_errno=True).prctl(1, signal.SIGTERM)  # PR_SET_PDEATHSIG
+
+
 def inner(mode, folder):
-    miner = subprocess.Popen([MINER, "--initial-sleep=0"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    miner = subprocess.Popen([MINER, "--initial-sleep=0"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                             preexec_fn=die_with_parent)
     try:
         ok = True
         if mode == "now":
@@ -103,11 +111,20 @@ def outer(mode, modules, rules, examples, tidewell_import=None):
                    TMPDIR=os.path.join(root, "tmp"), GSETTINGS_BACKEND="keyfile", TRACKER_EXTRACTORS_DIR=modules,
                    TRACKER_EXTRACTOR_RULES_DIR=rules)
         env.pop("DBUS_SESSION_BUS_ADDRESS", None)
-        run = subprocess.run(["dbus-run-session", "--", sys.executable, __file__, "inner", mode, mail], env=env,
-                             timeout=3 * DEADLINE + 30, stderr=subprocess.PIPE, text=True)
-        if run.returncode != 0:
-            print(run.stderr)
-        return run.returncode
+        # Its own process group, so that a run past its time is stopped whole:
+        # the bus, this script's inner half and the miner.
+        session = subprocess.Popen(["dbus-run-session", "--", sys.executable, __file__, "inner", mode, mail], env=env,
+                                   stderr=subprocess.PIPE, text=True, start_new_session=True)
+        try:
+            _, errors = session.communicate(timeout=3 * DEADLINE + 20)
+        except subprocess.TimeoutExpired:
+            os.killpg(session.pid, signal.SIGKILL)
+            _, errors = session.communicate()
+            print("FAIL: the session did not end in time")
+            return 1
+        if session.returncode != 0:
+            print(errors)
+        return session.returncode
     finally:
         shutil.rmtree(root, ignore_errors=True)
 
