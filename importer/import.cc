@@ -58,6 +58,8 @@ private:
   std::vector<std::pair<std::string_view, std::vector<std::string>>> lists_;
 };
 
+void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes);
+
 bool read_number(std::string_view text, std::size_t at, std::size_t digits, int& value) {
   char const* first = text.data() + at;
   char const* last = first + digits;
@@ -79,24 +81,40 @@ email::header_set_t const& wanted_headers() {
 }
 
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable) {
-  email::header_map_t result;
   file_mmap_t const file(path);
   if (readable)
     *readable = file.readable();
   // A mapping that failed for any reason but memory leaves a null start with
   // a non-zero size; such a file is read as empty.
   if (file.size() == 0 || !file.data())
+    return {};
+  return parse_email_bytes(file.data(), file.data() + file.size(), wanted);
+}
+
+email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted) {
+  email::header_map_t result;
+  if (first == last)
     return result;
-  char const* cursor = file.data();
-  char const* const end = cursor + file.size();
-  result = email::quick_parse_headers(cursor, end, wanted);
-  std::string text = email::parse_body(cursor, end, result, true);
+  char const* cursor = first;
+  result = email::quick_parse_headers(cursor, last, wanted);
+  std::string text = email::parse_body(cursor, last, result, true);
   result.insert_or_assign("#text", std::move(text));
   return result;
 }
 
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable) {
-  email::header_map_t const headers = parse_email(path, wanted_headers(), readable);
+  store_attributes(parse_email(path, wanted_headers(), readable), attributes);
+  return true;
+}
+
+bool import_bytes(char const* first, char const* last, attribute_set_t& attributes) {
+  store_attributes(parse_email_bytes(first, last, wanted_headers()), attributes);
+  return true;
+}
+
+namespace {
+
+void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes) {
   accumulator_t accumulator;
   for (row_t const& row : rows) {
     auto const found = headers.find(row.key);
@@ -127,8 +145,9 @@ bool import_file(std::string const& path, attribute_set_t& attributes, bool* rea
     }
   }
   accumulator.store(attributes);
-  return true;
 }
+
+} // namespace
 
 bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content_type, std::string const& path) {
   if (content_type != mail_content_type)

@@ -1,7 +1,9 @@
 // The import driver: one message file to an attribute set.
 //
 // parse_email maps the file, scans its header block for the wanted fields and
-// reduces the body to text ("#text"). import_file then copies a fixed
+// reduces the body to text ("#text"); parse_email_bytes does the same for a
+// message already in memory (a host that rewrites the bytes first, such as
+// one that turns CR LF into LF, hands its buffer in here). import_file then copies a fixed
 // selection of that header map into the attribute set, row by row: subject
 // (also the display name), text, the two dates, and the address fields. The
 // To, Cc and Bcc rows share their attributes, so their results collect into
@@ -35,8 +37,16 @@ email::header_set_t const& wanted_headers();
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted,
                                 bool* readable = nullptr);
 
+// The header map of the message held in [first, last), exactly as
+// parse_email gives it for a file of these bytes; empty for an empty range.
+email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted);
+
 // Fills attributes from the message at path. Always true.
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr);
+
+// Fills attributes from the message held in [first, last), as import_file
+// does for a file of these bytes. Always true.
+bool import_bytes(char const* first, char const* last, attribute_set_t& attributes);
 
 // The host entry: only mail_content_type is imported; any other type returns
 // false and leaves attributes untouched.

@@ -1,7 +1,8 @@
 // tidewell-import: the command-line host of the importer.
 //
 // Each PATH is imported exactly as the desktop-search host would import it,
-// and the resulting attribute set is printed, either as an mdls-style listing
+// or, with --crlf, as the Tracker host does (CR LF line ends read as LF), and
+// the resulting attribute set is printed, either as an mdls-style listing
 // or as one JSON object per line. Directories are walked recursively, in
 // sorted order, for regular files.
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -18,7 +20,9 @@
 #include "header/format.h"
 #include "header/public_suffix.h"
 #include "hosts/cli/output.h"
+#include "importer/file_mmap.h"
 #include "importer/import.h"
+#include "text/line_ends.h"
 
 namespace {
 
@@ -32,6 +36,9 @@ Options:
   --content-type UTI   the content type the host announces for every file
                        (default: com.apple.mail.email; any other type is
                        not imported)
+  --crlf               read CR LF line ends as LF before importing, as the
+                       Tracker host does (by default a CR is content, so a
+                       file with CR LF line ends has no end of its headers)
   --format-address FORM TEXT
                        instead of importing, read TEXT as one name and
                        address written in FORM (rfc822: RFC 822 syntax,
@@ -60,6 +67,7 @@ struct lookup_t {
 
 struct options_t {
   bool json = false;
+  bool crlf = false;
   std::string content_type{importer::mail_content_type};
   std::vector<std::string> paths;
   std::vector<lookup_t> lookups;
@@ -149,6 +157,18 @@ void print_lookup(lookup_t const& lookup, bool json) {
     std::printf("%s: %s\n", key.c_str(), value.c_str());
 }
 
+// The Tracker host's reading: the file's bytes with CR LF turned into LF.
+void import_crlf(std::string const& path, importer::attribute_set_t& attributes, bool& readable) {
+  importer::file_mmap_t const file(path);
+  readable = file.readable();
+  if (!file.data())
+    return;
+  std::string bytes;
+  bytes.reserve(file.size());
+  text::crlf_to_lf(file.data(), file.data() + file.size(), std::back_inserter(bytes));
+  importer::import_bytes(bytes.data(), bytes.data() + bytes.size(), attributes);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -168,6 +188,8 @@ int main(int argc, char** argv) {
       return 0;
     } else if (std::strcmp(arg, "--json") == 0) {
       options.json = true;
+    } else if (std::strcmp(arg, "--crlf") == 0) {
+      options.crlf = true;
     } else if (std::strcmp(arg, "--content-type") == 0) {
       if (++i == argc)
         return usage_error("option requires an argument: ", arg);
@@ -208,7 +230,10 @@ int main(int argc, char** argv) {
       record.imported = options.content_type == importer::mail_content_type;
       if (record.imported) {
         bool readable = false;
-        importer::import_file(path, record.attributes, &readable);
+        if (options.crlf)
+          import_crlf(path, record.attributes, readable);
+        else
+          importer::import_file(path, record.attributes, &readable);
         all_read = all_read && readable;
       }
       std::string const out = options.json ? cli::to_json_line(record) : cli::to_listing(record);

@@ -96,3 +96,22 @@ TEST(output, json_escapes_and_dates) {
 }
 
 } // namespace
+
+namespace {
+
+// --crlf reads CR LF as LF; without it the file keeps the desktop host's
+// reading, where the whole file is one header block and the text is empty.
+TEST(cli, crlf_option_reads_crlf_files_as_lf) {
+  std::string const path = examples + "/crlf-windows.eml";
+  auto const with = json_lines(run("--json --crlf " + path).out).at(0).at("attributes").as_object();
+  auto const without = json_lines(run("--json " + path).out).at(0).at("attributes").as_object();
+  EXPECT_NE(std::string(with.at("kMDItemTextContent").as_string()).find("the garage gate code is 4711"),
+            std::string::npos);
+  EXPECT_FALSE(without.contains("kMDItemTextContent")) << "without --crlf the whole file is header";
+  auto const plain_with = json_lines(run("--json --crlf " + examples + "/plain.eml").out).at(0);
+  auto const plain_without = json_lines(run("--json " + examples + "/plain.eml").out).at(0);
+  EXPECT_EQ(plain_with, plain_without) << "an LF file reads the same either way";
+  EXPECT_EQ(run("--crlf /nonexistent/x.eml").status, 1);
+}
+
+} // namespace

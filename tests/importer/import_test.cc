@@ -142,3 +142,28 @@ TEST(well_formed_utf8, follows_the_unicode_table) {
 }
 
 } // namespace
+
+namespace {
+
+// A message in memory imports exactly as a file with the same bytes.
+TEST(import_bytes, matches_the_file_import) {
+  for (std::string const& message :
+       {std::string("Subject: Memo\nFrom: Ann <ann@x>\nDate: Tue, 14 Oct 2025 09:12:40 +0200\n\nBody\n"),
+        std::string("Subject: only headers\n"), std::string("\n\nno headers\n"), std::string()}) {
+    temp_file_t const file(message);
+    attribute_set_t from_file, from_bytes;
+    testing::internal::CaptureStderr();
+    importer::import_file(file.path(), from_file);
+    testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(importer::import_bytes(message.data(), message.data() + message.size(), from_bytes));
+    EXPECT_EQ(from_bytes.size(), from_file.size()) << message;
+    for (auto const& [name, value] : from_file) {
+      auto const* other = from_bytes.find(name);
+      EXPECT_TRUE(other && *other == value) << name;
+    }
+    EXPECT_EQ(importer::parse_email_bytes(message.data(), message.data() + message.size(), importer::wanted_headers()),
+              importer::parse_email(file.path(), importer::wanted_headers()));
+  }
+}
+
+} // namespace

@@ -1,0 +1,49 @@
+// A message as a Tracker resource.
+//
+// Tracker 3 has no mail-message vocabulary any more, so a message is written
+// as a text document in the terms its ontology still has: the subject is the
+// document's nie:title and nie:subject, the readable text its
+// nie:plainTextContent (cut to the extractor's text-size setting at a
+// character boundary), the Date header its nie:contentCreated. The received
+// date goes to nie:informationElementDate, the only date property whose
+// meaning (any event in the element's lifecycle) covers arrival; the other
+// dates would claim an edit or an access, or belong to the file, which the
+// file miner describes.
+//
+// The sender is the nco:creator and every recipient an nco:contributor: each
+// an nco:Contact with its display name as nco:fullname and its address as an
+// nco:EmailAddress. nco:emailAddress is inverse-functional, so one address
+// must always be the same resource; it is named by its mailto: IRI, which
+// also lets every message from one person share it. Characters that cannot
+// stand in an IRI are percent-encoded, "%" included, so distinct addresses
+// keep distinct names.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include <libtracker-sparql/tracker-sparql.h>
+
+#include "hosts/tracker/message.h"
+
+namespace tracker_host {
+
+// The rdf:type given to every message.
+inline constexpr char document_type[] = "nfo:TextDocument";
+
+// Tracker's own default for the text size setting.
+inline constexpr std::size_t default_max_text_bytes = 1048576;
+
+// A new resource named identifier (null for a blank node) describing message,
+// with at most max_text_bytes bytes of text. The caller owns the reference.
+TrackerResource* to_resource(message_t const& message, char const* identifier, std::size_t max_text_bytes);
+
+// "mailto:" and the address, with bytes an IRI cannot hold percent-encoded.
+std::string mailto_iri(std::string_view address);
+
+// The longest prefix of well-formed UTF-8 text that fits max_bytes and does
+// not end inside a character.
+std::string_view utf8_prefix(std::string_view text, std::size_t max_bytes);
+
+} // namespace tracker_host
