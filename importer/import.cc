@@ -5,23 +5,14 @@
 
 #include <boost/locale/utf.hpp>
 
-#include "email/body.h"
-#include "importer/addresses.h"
 #include "importer/file_mmap.h"
 
 namespace importer {
 namespace {
 
-struct row_t {
-  std::string_view key;
-  std::string_view attribute;
-  std::string_view email_attribute;
-  bool is_address;
-};
-
 // Processed in this order; a later row replaces an earlier value under the
 // same attribute, and the three recipient rows share their attributes.
-constexpr std::array<row_t, 9> rows{{
+constexpr std::array<attribute_row_t, 9> rows{{
     {"subject", attribute::subject, {}, false},
     {"subject", attribute::display_name, {}, false},
     {"#text", attribute::text_content, {}, false},
@@ -73,9 +64,15 @@ bool read_number(std::string_view text, std::size_t at, std::size_t digits, int&
 } // namespace
 
 email::header_set_t const& wanted_headers() {
-  static email::header_set_t const wanted{"from",     "to",           "cc",
-                                          "bcc",      "subject",      "date",
-                                          "received", "content-type", "content-transfer-encoding",
+  static email::header_set_t const wanted{"from",
+                                          "to",
+                                          "cc",
+                                          "bcc",
+                                          "subject",
+                                          "date",
+                                          "received",
+                                          "content-type",
+                                          "content-transfer-encoding",
                                           "content-disposition"};
   return wanted;
 }
@@ -116,38 +113,33 @@ namespace {
 
 void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes) {
   accumulator_t accumulator;
-  for (row_t const& row : rows) {
-    auto const found = headers.find(row.key);
-    if (found == headers.end())
-      continue;
-    std::string const& value = found->second;
-    if (row.is_address) {
-      std::vector<std::string> names, emails;
-      parse_addresses(value, names, emails);
-      for (std::string const& name : names)
-        accumulator.append(row.attribute, name);
-      for (std::string const& email : emails)
-        accumulator.append(row.email_attribute, email);
-      continue;
-    }
-    if (value == email::no_text_marker)
-      continue;
-    bool const valid = is_well_formed_utf8(value);
-    if (row.key == "date" || row.key == "received") {
-      if (!valid)
-        continue;
-      if (auto const instant = parse_canonical_date(value))
-        attributes.set(row.attribute, *instant);
-    } else if (valid) {
-      attributes.set(row.attribute, value);
-    } else {
-      attributes.erase(row.attribute);
-    }
-  }
+  for_each_row(
+      headers,
+      [&](attribute_row_t const& row, std::vector<std::string> const& names, std::vector<std::string> const& emails) {
+        for (std::string const& name : names)
+          accumulator.append(row.attribute, name);
+        for (std::string const& email : emails)
+          accumulator.append(row.email_attribute, email);
+      },
+      [&](attribute_row_t const& row, std::string const& value) {
+        bool const valid = is_well_formed_utf8(value);
+        if (is_date_row(row)) {
+          if (auto const instant = valid ? parse_canonical_date(value) : std::nullopt)
+            attributes.set(row.attribute, *instant);
+        } else if (valid) {
+          attributes.set(row.attribute, value);
+        } else {
+          attributes.erase(row.attribute);
+        }
+      });
   accumulator.store(attributes);
 }
 
 } // namespace
+
+std::span<attribute_row_t const> attribute_rows() {
+  return rows;
+}
 
 bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content_type, std::string const& path) {
   if (content_type != mail_content_type)
@@ -158,8 +150,7 @@ bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content
 
 std::optional<instant_t> parse_canonical_date(std::string_view text) {
   // yyyy-MM-dd HH:mm:ss, every field zero-padded, nothing before or after.
-  if (text.size() != 19 || text[4] != '-' || text[7] != '-' || text[10] != ' ' || text[13] != ':' ||
-      text[16] != ':')
+  if (text.size() != 19 || text[4] != '-' || text[7] != '-' || text[10] != ' ' || text[13] != ':' || text[16] != ':')
     return std::nullopt;
   int year, month, day, hour, minute, second;
   if (!read_number(text, 0, 4, year) || !read_number(text, 5, 2, month) || !read_number(text, 8, 2, day) ||

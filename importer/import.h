@@ -17,15 +17,59 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "email/body.h"
 #include "email/headers.h"
+#include "importer/addresses.h"
 #include "importer/attributes.h"
 
 namespace importer {
 
 inline constexpr std::string_view mail_content_type = "com.apple.mail.email";
+
+// One row of the attribute mapping: the header-map key it reads and the
+// attribute(s) it fills; address rows fill a names and an e-mails attribute.
+struct attribute_row_t {
+  std::string_view key;
+  std::string_view attribute;
+  std::string_view email_attribute;
+  bool is_address;
+};
+
+// The nine rows in processing order: subject (twice: subject and display
+// name), text, date, received, from, to, cc, bcc. The three recipient rows
+// share their attributes, so their results collect into one list.
+std::span<attribute_row_t const> attribute_rows();
+
+// Walks the rows over a header map, in order. An address row hands the
+// names and e-mail addresses of its field to on_address(row, names, emails);
+// any other row whose value is present and not the no-text marker hands that
+// value to on_value(row, value). Every host applies the rows through this
+// walk, each with its own string, date and list types.
+template <typename AddressFn, typename ValueFn>
+void for_each_row(email::header_map_t const& headers, AddressFn&& on_address, ValueFn&& on_value) {
+  for (attribute_row_t const& row : attribute_rows()) {
+    auto const found = headers.find(row.key);
+    if (found == headers.end())
+      continue;
+    if (row.is_address) {
+      std::vector<std::string> names, emails;
+      parse_addresses(found->second, names, emails);
+      on_address(row, names, emails);
+    } else if (found->second != email::no_text_marker) {
+      on_value(row, found->second);
+    }
+  }
+}
+
+// Whether a row's value is canonical date text rather than a string.
+inline bool is_date_row(attribute_row_t const& row) {
+  return row.key == "date" || row.key == "received";
+}
 
 // "from", "to", "cc", "bcc", "subject", "date", "received" and the three
 // "content-" names; built once, read-only afterwards.
@@ -34,8 +78,7 @@ email::header_set_t const& wanted_headers();
 // The header map of the message at path plus its body text under "#text";
 // empty when the file is empty or cannot be read. When readable is given it
 // tells whether the file could be opened and read (an empty file can).
-email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted,
-                                bool* readable = nullptr);
+email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable = nullptr);
 
 // The header map of the message held in [first, last), exactly as
 // parse_email gives it for a file of these bytes; empty for an empty range.

@@ -19,8 +19,6 @@
 #include <string>
 #include <vector>
 
-#include "email/body.h"
-#include "importer/addresses.h"
 #include "importer/import.h"
 #include "importer/mac/attribute_keys.h"
 #include "importer/mac/metadata_importer.h"
@@ -30,33 +28,25 @@ namespace {
 
 constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
 
-struct row_t {
-  std::string_view key;
-  NSString* attribute;
-  NSString* email_attribute;
-  bool is_address;
-};
-
-// Processed in this order. The recipient rows share the very same key
-// objects, which is what collects To, Cc and Bcc into one list each. The
-// keys are constant strings that live as long as the process.
-std::array<row_t, 9> const& rows() {
-  static std::array<row_t, 9> const table = [] {
-    NSString* recipients = (NSString*)kMDItemRecipients;
-    NSString* recipient_addresses = (NSString*)kMDItemRecipientEmailAddresses;
-    return std::array<row_t, 9>{{
-        {"subject", (NSString*)kMDItemSubject, nil, false},
-        {"subject", (NSString*)kMDItemDisplayName, nil, false},
-        {"#text", (NSString*)kMDItemTextContent, nil, false},
-        {"date", (NSString*)kMDItemContentCreationDate, nil, false},
-        {"received", date_received_key(), nil, false},
-        {"from", (NSString*)kMDItemAuthors, (NSString*)kMDItemAuthorEmailAddresses, true},
-        {"to", recipients, recipient_addresses, true},
-        {"cc", recipients, recipient_addresses, true},
-        {"bcc", recipients, recipient_addresses, true},
-    }};
-  }();
-  return table;
+// The attribute key object for an attribute name. Rows that name the same
+// attribute get the very same object, which is what collects To, Cc and Bcc
+// into one list each. The keys are constants that live as long as the process.
+NSString* key_object(std::string_view attribute) {
+  static std::array<std::pair<std::string_view, NSString*>, 9> const keys{{
+      {attribute::subject, (NSString*)kMDItemSubject},
+      {attribute::display_name, (NSString*)kMDItemDisplayName},
+      {attribute::text_content, (NSString*)kMDItemTextContent},
+      {attribute::content_creation_date, (NSString*)kMDItemContentCreationDate},
+      {attribute::date_received, date_received_key()},
+      {attribute::authors, (NSString*)kMDItemAuthors},
+      {attribute::author_email_addresses, (NSString*)kMDItemAuthorEmailAddresses},
+      {attribute::recipients, (NSString*)kMDItemRecipients},
+      {attribute::recipient_email_addresses, (NSString*)kMDItemRecipientEmailAddresses},
+  }};
+  for (auto const& [name, key] : keys)
+    if (name == attribute)
+      return key;
+  return nil;
 }
 
 // The platform's Gregorian calendar is Julian before 15 October 1582, so such
@@ -136,32 +126,25 @@ void accumulator_t::store(NSMutableDictionary* attributes) const {
 
 void store_attributes(email::header_map_t const& headers, NSMutableDictionary* attributes) {
   accumulator_t accumulator;
-  for (row_t const& row : rows()) {
-    auto const found = headers.find(row.key);
-    if (found == headers.end())
-      continue;
-    std::string const& value = found->second;
-    if (row.is_address) {
-      std::vector<std::string> names, emails;
-      parse_addresses(value, names, emails);
-      for (std::string const& name : names)
-        accumulator.append(row.attribute, name);
-      for (std::string const& email : emails)
-        accumulator.append(row.email_attribute, email);
-      continue;
-    }
-    if (value == email::no_text_marker)
-      continue;
-    if (row.key == "date" || row.key == "received") {
-      if (NSDate* date = date_from_canonical_text(value))
-        [attributes setObject:date forKeyedSubscript:row.attribute];
-      continue;
-    }
-    // A nil string removes whatever an earlier row stored here.
-    NSString* text = make_string(value);
-    [attributes setObject:text forKeyedSubscript:row.attribute];
-    [text release];
-  }
+  for_each_row(
+      headers,
+      [&](attribute_row_t const& row, std::vector<std::string> const& names, std::vector<std::string> const& emails) {
+        for (std::string const& name : names)
+          accumulator.append(key_object(row.attribute), name);
+        for (std::string const& email : emails)
+          accumulator.append(key_object(row.email_attribute), email);
+      },
+      [&](attribute_row_t const& row, std::string const& value) {
+        if (is_date_row(row)) {
+          if (NSDate* date = date_from_canonical_text(value))
+            [attributes setObject:date forKeyedSubscript:key_object(row.attribute)];
+          return;
+        }
+        // A nil string removes whatever an earlier row stored here.
+        NSString* text = make_string(value);
+        [attributes setObject:text forKeyedSubscript:key_object(row.attribute)];
+        [text release];
+      });
   accumulator.store(attributes);
 }
 
