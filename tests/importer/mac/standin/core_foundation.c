@@ -1,9 +1,10 @@
-/* Test-only stand-in for the CoreFoundation calls of the plug-in object.
- *
- * Every UUID object starts with a reference count; constant UUIDs are kept in
- * a small table for the life of the process and are returned again for the
- * same bytes, as the platform does. A UUID string is parsed with sscanf into
- * its sixteen bytes. Nothing here is thread-safe: the tests are not. */
+// Test-only stand-in for the CoreFoundation calls of the plug-in object.
+//
+// UUID objects are reference counted heap records. Constant ones live in a
+// static pool for the life of the process and start with a count that
+// releases never use up (the platform hands out one object per value; the
+// plug-in only compares values, so a new one per call does here). Nothing
+// here is thread-safe: the tests are not.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <stdio.h>
@@ -11,56 +12,36 @@
 #include <string.h>
 
 struct __CFUUID {
-  int constant;
   int references;
   CFUUIDBytes bytes;
 };
 
-static struct __CFUUID constants[8];
+static struct __CFUUID constants[64];
 static int constant_count;
-static int live_uuids;
-static int registrations;
-static CFUUIDBytes last_factory;
+int standin_registrations;
+CFUUIDBytes standin_last_factory;
 
-static CFUUIDRef create(CFUUIDBytes bytes) {
-  struct __CFUUID* uuid = calloc(1, sizeof *uuid);
-  uuid->references = 1;
-  uuid->bytes = bytes;
-  ++live_uuids;
-  return uuid;
-}
-
-CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef allocator, UInt8 byte0, UInt8 byte1, UInt8 byte2, UInt8 byte3,
-                                         UInt8 byte4, UInt8 byte5, UInt8 byte6, UInt8 byte7, UInt8 byte8, UInt8 byte9,
-                                         UInt8 byte10, UInt8 byte11, UInt8 byte12, UInt8 byte13, UInt8 byte14,
-                                         UInt8 byte15) {
-  (void)allocator;
-  CFUUIDBytes const bytes = {byte0, byte1, byte2,  byte3,  byte4,  byte5,  byte6,  byte7,
-                             byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15};
-  for (int i = 0; i < constant_count; ++i)
-    if (memcmp(&constants[i].bytes, &bytes, sizeof bytes) == 0)
-      return &constants[i];
-  if (constant_count == (int)(sizeof constants / sizeof constants[0]))
-    abort();
-  constants[constant_count].constant = 1;
-  constants[constant_count].bytes = bytes;
+CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef, UInt8 b0, UInt8 b1, UInt8 b2, UInt8 b3, UInt8 b4, UInt8 b5,
+                                         UInt8 b6, UInt8 b7, UInt8 b8, UInt8 b9, UInt8 b10, UInt8 b11, UInt8 b12,
+                                         UInt8 b13, UInt8 b14, UInt8 b15) {
+  constants[constant_count] =
+      (struct __CFUUID){1 << 30, {{b0, b1, b2, b3, b4, b5, b6, b7, b8, b9, b10, b11, b12, b13, b14, b15}}};
   return &constants[constant_count++];
 }
 
-CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes) {
-  (void)allocator;
-  return create(bytes);
+CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef, CFUUIDBytes bytes) {
+  struct __CFUUID* uuid = malloc(sizeof *uuid);
+  *uuid = (struct __CFUUID){1, bytes};
+  return uuid;
 }
 
 CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef allocator, CFStringRef text) {
-  (void)allocator;
-  unsigned b[16] = {0};
-  if (sscanf((char const*)text, "%2x%2x%2x%2x-%2x%2x-%2x%2x-%2x%2x-%2x%2x%2x%2x%2x%2x", &b[0], &b[1], &b[2], &b[3],
-             &b[4], &b[5], &b[6], &b[7], &b[8], &b[9], &b[10], &b[11], &b[12], &b[13], &b[14], &b[15]) != 16)
-    return NULL;
-  CFUUIDBytes const bytes = {b[0], b[1], b[2],  b[3],  b[4],  b[5],  b[6],  b[7],
-                             b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]};
-  return create(bytes);
+  CFUUIDBytes bytes;
+  UInt8* b = bytes.bytes;
+  int const read = sscanf(
+      (char const*)text, "%2hhx%2hhx%2hhx%2hhx-%2hhx%2hhx-%2hhx%2hhx-%2hhx%2hhx-%2hhx%2hhx%2hhx%2hhx%2hhx%2hhx", &b[0],
+      &b[1], &b[2], &b[3], &b[4], &b[5], &b[6], &b[7], &b[8], &b[9], &b[10], &b[11], &b[12], &b[13], &b[14], &b[15]);
+  return read == 16 ? CFUUIDCreateFromUUIDBytes(allocator, bytes) : NULL;
 }
 
 CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) {
@@ -68,44 +49,26 @@ CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) {
 }
 
 Boolean CFEqual(CFTypeRef left, CFTypeRef right) {
-  CFUUIDRef const a = left;
-  CFUUIDRef const b = right;
-  return memcmp(&a->bytes, &b->bytes, sizeof a->bytes) == 0;
+  return memcmp(&((CFUUIDRef)left)->bytes, &((CFUUIDRef)right)->bytes, sizeof(CFUUIDBytes)) == 0;
 }
 
 CFTypeRef CFRetain(CFTypeRef object) {
-  struct __CFUUID* uuid = (struct __CFUUID*)object;
-  if (!uuid->constant)
-    ++uuid->references;
+  ++((struct __CFUUID*)object)->references;
   return object;
 }
 
 void CFRelease(CFTypeRef object) {
   struct __CFUUID* uuid = (struct __CFUUID*)object;
-  if (uuid->constant)
-    return;
-  if (--uuid->references == 0) {
+  if (--uuid->references == 0)
     free(uuid);
-    --live_uuids;
-  }
 }
 
 void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
-  ++registrations;
-  last_factory = factoryID->bytes;
+  ++standin_registrations;
+  standin_last_factory = factoryID->bytes;
 }
 
+// Counts a removal only from the factory last registered with.
 void CFPlugInRemoveInstanceForFactory(CFUUIDRef factoryID) {
-  (void)factoryID;
-  --registrations;
-}
-
-int standin_live_uuids(void) {
-  return live_uuids;
-}
-int standin_registrations(void) {
-  return registrations;
-}
-CFUUIDBytes standin_last_factory(void) {
-  return last_factory;
+  standin_registrations -= CFEqual(factoryID, &(struct __CFUUID){0, standin_last_factory});
 }

@@ -1,4 +1,4 @@
-/* Test-only stand-in for the metadata-importer interface layout. */
+// Test-only stand-in for the metadata-importer interface layout.
 #ifndef TIDEWELL_TESTS_STANDIN_CORESERVICES_H
 #define TIDEWELL_TESTS_STANDIN_CORESERVICES_H
 
