@@ -23,12 +23,18 @@ std::string repeat(std::string const& piece, std::int64_t times) {
   return s;
 }
 
-void bm_open_markers(benchmark::State& state) { decode(state, repeat("=?", 62'500 * state.range(0))); }
-void bm_adjacent_words(benchmark::State& state) { decode(state, repeat("=?utf-8?q?ab?= ", 6'250 * state.range(0))); }
+void bm_open_markers(benchmark::State& state) {
+  decode(state, repeat("=?", 62'500 * state.range(0)));
+}
+void bm_adjacent_words(benchmark::State& state) {
+  decode(state, repeat("=?utf-8?q?ab?= ", 6'250 * state.range(0)));
+}
 void bm_alternating_charsets(benchmark::State& state) {
   decode(state, repeat("=?utf-8?q?a?= =?iso-8859-1?q?=E9?= ", 3'125 * state.range(0)));
 }
-void bm_unterminated_words(benchmark::State& state) { decode(state, repeat("=?a?q?", 16'667 * state.range(0))); }
+void bm_unterminated_words(benchmark::State& state) {
+  decode(state, repeat("=?a?q?", 16'667 * state.range(0)));
+}
 void bm_subject(benchmark::State& state) {
   decode(state, "Re: [dev] =?UTF-8?Q?Gr=C3=BC=C3=9Fe_aus_M=C3=BCnchen?= =?UTF-8?B?4pyU?= and more");
 }

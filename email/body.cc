@@ -19,7 +19,9 @@ header_set_t const& subpart_headers() {
   return wanted;
 }
 
-bool has_text(std::string const& text) { return text != no_text_marker; }
+bool has_text(std::string const& text) {
+  return text != no_text_marker;
+}
 
 std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth);
 
@@ -79,8 +81,8 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
     // The importer never applies format=flowed: the text is only
     // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
     // the converter's own choice (the fallback names no charset).
-    decode_text(begin, end, buffer, subtype, false, false, entry(headers, "#charset"),
-                [] { return std::string(); }, nullptr);
+    decode_text(
+        begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); }, nullptr);
     result.assign(buffer.begin(), buffer.end());
   }
   return result.empty() ? std::string(no_text_marker) : result;

@@ -44,8 +44,9 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
     }
     if (!is_known_encoding(enc)) {
       if (enc == charset) {
-        report(problems, "Encoding '" + enc +
-                             "' is unknown, but seems to be the charset of the message (7bit encoding assumed instead)");
+        report(problems,
+               "Encoding '" + enc +
+                   "' is unknown, but seems to be the charset of the message (7bit encoding assumed instead)");
         enc = "7bit";
       } else if (type != "multipart" && type != "message") {
         report(problems,
@@ -99,8 +100,8 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
   return false;
 }
 
-void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype,
-                 bool flowed, bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
+void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype, bool flowed,
+                 bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
                  quern::error::handler_t* problems) {
   if (!buffer.empty()) {
     begin = buffer.data();
@@ -117,9 +118,8 @@ void decode_text(char const* begin, char const* end, std::vector<char>& buffer, 
   buffer.swap(canonical);
 }
 
-void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed,
-                                bool delsp, std::back_insert_iterator<std::vector<char>> out,
-                                quern::error::handler_t* problems) {
+void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed, bool delsp,
+                                std::back_insert_iterator<std::vector<char>> out, quern::error::handler_t* problems) {
   if (subtype == "plain") {
     if (delsp && !flowed) {
       // The text lacks its closing quote; it is kept as it always read.

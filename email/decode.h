@@ -33,12 +33,11 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
 
 // Converts the decoded bytes (buffer, or [begin, end) when buffer is empty)
 // to UTF-8 and leaves the canonical text in buffer.
-void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype,
-                 bool flowed, bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
+void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype, bool flowed,
+                 bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
                  quern::error::handler_t* problems);
 
-void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed,
-                                bool delsp, std::back_insert_iterator<std::vector<char>> out,
-                                quern::error::handler_t* problems);
+void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed, bool delsp,
+                                std::back_insert_iterator<std::vector<char>> out, quern::error::handler_t* problems);
 
 } // namespace email

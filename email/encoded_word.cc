@@ -11,8 +11,7 @@ namespace {
 bool is_charset_byte(char c) {
   // A NUL passes too: the membership test has always counted the set's
   // terminator, and a NUL in a charset name only makes conversion fail later.
-  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == ':' || c == '.' || c == '_' || c == '-' ||
-         c == '\0';
+  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == ':' || c == '.' || c == '_' || c == '-' || c == '\0';
 }
 
 bool is_illegal_in_text(char c) {
@@ -22,7 +21,9 @@ bool is_illegal_in_text(char c) {
 
 } // namespace
 
-std::string default_fallback_charset() { return "iso-8859-1"; }
+std::string default_fallback_charset() {
+  return "iso-8859-1";
+}
 
 bool is_all_space(char const* first, char const* last) {
   return std::all_of(first, last, [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; });
@@ -77,7 +78,8 @@ encoded_word_t find_encoded_word(char const* first, char const* last, quern::err
           if (std::strchr("QqBb", *letter) == nullptr) { // strchr also finds the NUL
             failure = letter;
           } else {
-            word.encoding = *letter == '\0' ? '\0' : static_cast<char>(std::tolower(static_cast<unsigned char>(*letter)));
+            word.encoding =
+                *letter == '\0' ? '\0' : static_cast<char>(std::tolower(static_cast<unsigned char>(*letter)));
             if (letter + 1 == last) {
               failure = last;
             } else if (letter[1] != '?') {

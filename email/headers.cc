@@ -11,14 +11,18 @@
 namespace email {
 namespace {
 
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
+bool is_blank(char c) {
+  return c == ' ' || c == '\t';
+}
 
 void lower_in_place(std::string& s) {
   for (char& c : s)
     c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-void remove_spaces(std::string& s) { std::erase(s, ' '); }
+void remove_spaces(std::string& s) {
+  std::erase(s, ' ');
+}
 
 // One past the end of the field whose value starts at p: the value runs to
 // an LF, and on past it while the next line starts with SP or TAB.

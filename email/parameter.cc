@@ -6,7 +6,9 @@
 namespace email {
 namespace {
 
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
+bool is_blank(char c) {
+  return c == ' ' || c == '\t';
+}
 
 char const* skip_blanks(char const* p, char const* end) {
   while (p != end && is_blank(*p))

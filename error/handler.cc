@@ -5,7 +5,9 @@
 
 namespace quern::error {
 
-void handler_t::push_context(record_t const& context) { contexts_.push_back(context); }
+void handler_t::push_context(record_t const& context) {
+  contexts_.push_back(context);
+}
 
 void handler_t::pop_context() {
   assert(!contexts_.empty());

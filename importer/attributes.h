@@ -24,7 +24,9 @@ public:
   using map_t = boost::container::flat_map<std::string, attribute_value_t, std::less<>>;
 
   // Keyed assignment: a later value under the same name replaces the earlier.
-  void set(std::string_view name, attribute_value_t value) { map_.insert_or_assign(std::string(name), std::move(value)); }
+  void set(std::string_view name, attribute_value_t value) {
+    map_.insert_or_assign(std::string(name), std::move(value));
+  }
   void erase(std::string_view name) {
     if (auto it = map_.find(name); it != map_.end())
       map_.erase(it);

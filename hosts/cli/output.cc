@@ -45,15 +45,17 @@ date_parts_t split(importer::instant_t instant) {
           long(time.seconds().count())};
 }
 
-std::string quoted(std::string const& text) { return boost::json::serialize(boost::json::string(text)); }
+std::string quoted(std::string const& text) {
+  return boost::json::serialize(boost::json::string(text));
+}
 
 } // namespace
 
 std::string iso8601(importer::instant_t instant) {
   auto const d = split(instant);
   char buffer[48];
-  std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ldZ", d.year, d.month, d.day, d.hours,
-                d.minutes, d.seconds);
+  std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ldZ", d.year, d.month, d.day, d.hours, d.minutes,
+                d.seconds);
   return buffer;
 }
 
@@ -93,8 +95,8 @@ std::string to_listing(record_t const& record) {
     } else if (auto const* instant = std::get_if<importer::instant_t>(&value)) {
       auto const d = split(*instant);
       char buffer[48];
-      std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02u %02ld:%02ld:%02ld +0000\n", d.year, d.month, d.day,
-                    d.hours, d.minutes, d.seconds);
+      std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02u %02ld:%02ld:%02ld +0000\n", d.year, d.month, d.day, d.hours,
+                    d.minutes, d.seconds);
       out += buffer;
     } else {
       out += "(\n";
