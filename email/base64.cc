@@ -8,10 +8,14 @@
 #include <iterator>
 
 #include "email/reinterpret_base.h"
+#include "text/blank.h"
 #include "text/format.h"
 
 namespace email {
 namespace {
+
+using text::is_blank;
+using text::skip_blanks;
 
 constexpr std::array<unsigned char, 256> make_base64_table() {
   std::array<unsigned char, 256> table{};
@@ -23,16 +27,6 @@ constexpr std::array<unsigned char, 256> make_base64_table() {
     table[c] = kBase64WhitespaceCharacter;
   table['='] = kBase64EqualCharacter;
   return table;
-}
-
-bool is_blank(char c) {
-  return c == ' ' || c == '\t';
-}
-
-char const* skip_blanks(char const* p, char const* end) {
-  while (p != end && is_blank(*p))
-    ++p;
-  return p;
 }
 
 } // namespace

@@ -7,13 +7,12 @@
 #include "date/rfc822_date.h"
 #include "email/encoded_word.h"
 #include "email/parameter.h"
+#include "text/blank.h"
 
 namespace email {
 namespace {
 
-bool is_blank(char c) {
-  return c == ' ' || c == '\t';
-}
+using text::is_blank;
 
 void lower_in_place(std::string& s) {
   for (char& c : s)

@@ -10,13 +10,12 @@
 #include <cstring>
 
 #include "email/body.h"
+#include "text/blank.h"
 
 namespace email {
 namespace {
 
-bool is_blank(char c) {
-  return c == ' ' || c == '\t';
-}
+using text::is_blank;
 
 // True when [line, end) starts with a delimiter line; sets after and *is_close.
 // The input must hold more bytes than the delimiter: a delimiter that ends

@@ -3,18 +3,12 @@
 #include <algorithm>
 #include <cctype>
 
+#include "text/blank.h"
+
 namespace email {
 namespace {
 
-bool is_blank(char c) {
-  return c == ' ' || c == '\t';
-}
-
-char const* skip_blanks(char const* p, char const* end) {
-  while (p != end && is_blank(*p))
-    ++p;
-  return p;
-}
+using text::skip_blanks;
 
 // The candidate name with every SP removed, compared case-insensitively.
 bool name_matches(char const* first, char const* last, std::string const& name) {

@@ -21,6 +21,7 @@
 // bounded (deeper comments are kept as plain comments), so the stack depth
 // does not depend on the input.
 #include "header/address.h"
+#include "text/blank.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -41,11 +42,7 @@ constexpr std::size_t max_comment_depth = 8;
 constexpr std::string_view left_to_right_embedding = "\xE2\x80\xAA";
 constexpr std::string_view mailto_prefix = "mailto:";
 
-char const* skip_blanks(char const* p, char const* end) {
-  while (p != end && is_blank(*p))
-    ++p;
-  return p;
-}
+using text::skip_blanks;
 
 char ascii_lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;

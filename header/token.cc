@@ -6,6 +6,7 @@
 // splitters are single forward passes with a few flags; the quoting helpers
 // build their result in one pass as well.
 #include "header/token.h"
+#include "text/blank.h"
 
 #include <algorithm>
 #include <array>
@@ -67,11 +68,7 @@ bool is_terminator(char const* terminators, char const* p, char const* end) {
   return true;
 }
 
-char const* skip_blanks(char const* p, char const* end) {
-  while (p != end && is_blank(*p))
-    ++p;
-  return p;
-}
+using text::skip_blanks;
 
 char const* trim_blanks_back(char const* first, char const* last) {
   while (last != first && is_blank(last[-1]))
