@@ -2,10 +2,12 @@
 
 #include <array>
 #include <charconv>
+#include <iterator>
 
 #include <boost/locale/utf.hpp>
 
 #include "importer/file_mmap.h"
+#include "text/line_ends.h"
 
 namespace importer {
 namespace {
@@ -77,7 +79,8 @@ email::header_set_t const& wanted_headers() {
   return wanted;
 }
 
-email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable) {
+email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable,
+                                line_ends_t line_ends) {
   file_mmap_t const file(path);
   if (readable)
     *readable = file.readable();
@@ -85,10 +88,17 @@ email::header_map_t parse_email(std::string const& path, email::header_set_t con
   // a non-zero size; such a file is read as empty.
   if (file.size() == 0 || !file.data())
     return {};
-  return parse_email_bytes(file.data(), file.data() + file.size(), wanted);
+  return parse_email_bytes(file.data(), file.data() + file.size(), wanted, line_ends);
 }
 
-email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted) {
+email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
+                                      line_ends_t line_ends) {
+  if (line_ends == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
+    std::string bytes;
+    bytes.reserve(static_cast<std::size_t>(last - first));
+    text::crlf_to_lf(first, last, std::back_inserter(bytes));
+    return parse_email_bytes(bytes.data(), bytes.data() + bytes.size(), wanted);
+  }
   email::header_map_t result;
   if (first == last)
     return result;
@@ -99,8 +109,8 @@ email::header_map_t parse_email_bytes(char const* first, char const* last, email
   return result;
 }
 
-bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable) {
-  store_attributes(parse_email(path, wanted_headers(), readable), attributes);
+bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable, line_ends_t line_ends) {
+  store_attributes(parse_email(path, wanted_headers(), readable, line_ends), attributes);
   return true;
 }
 

@@ -2,8 +2,8 @@
 //
 // parse_email maps the file, scans its header block for the wanted fields and
 // reduces the body to text ("#text"); parse_email_bytes does the same for a
-// message already in memory (a host that rewrites the bytes first, such as
-// one that turns CR LF into LF, hands its buffer in here). import_file then copies a fixed
+// message already in memory. Either can read CR LF line ends as LF, which
+// the desktop host never does but the Linux hosts offer. import_file then copies a fixed
 // selection of that header map into the attribute set, row by row: subject
 // (also the display name), text, the two dates, and the address fields. The
 // To, Cc and Bcc rows share their attributes, so their results collect into
@@ -75,17 +75,25 @@ inline bool is_date_row(attribute_row_t const& row) {
 // "content-" names; built once, read-only afterwards.
 email::header_set_t const& wanted_headers();
 
+// How line ends are read. as_stored is the desktop host's reading: only LF
+// ends a line and a CR is content. crlf_as_lf first turns every CR LF into
+// LF (a lone CR stays); the bytes are copied only when they hold a CR LF.
+enum class line_ends_t { as_stored, crlf_as_lf };
+
 // The header map of the message at path plus its body text under "#text";
 // empty when the file is empty or cannot be read. When readable is given it
 // tells whether the file could be opened and read (an empty file can).
-email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable = nullptr);
+email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable = nullptr,
+                                line_ends_t line_ends = line_ends_t::as_stored);
 
 // The header map of the message held in [first, last), exactly as
 // parse_email gives it for a file of these bytes; empty for an empty range.
-email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted);
+email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
+                                      line_ends_t line_ends = line_ends_t::as_stored);
 
 // Fills attributes from the message at path. Always true.
-bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr);
+bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr,
+                 line_ends_t line_ends = line_ends_t::as_stored);
 
 // Fills attributes from the message held in [first, last), as import_file
 // does for a file of these bytes. Always true.

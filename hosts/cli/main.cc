@@ -20,9 +20,7 @@
 #include "header/format.h"
 #include "header/public_suffix.h"
 #include "hosts/cli/output.h"
-#include "importer/file_mmap.h"
 #include "importer/import.h"
-#include "text/line_ends.h"
 
 namespace {
 
@@ -157,18 +155,6 @@ void print_lookup(lookup_t const& lookup, bool json) {
     std::printf("%s: %s\n", key.c_str(), value.c_str());
 }
 
-// The Tracker host's reading: the file's bytes with CR LF turned into LF.
-void import_crlf(std::string const& path, importer::attribute_set_t& attributes, bool& readable) {
-  importer::file_mmap_t const file(path);
-  readable = file.readable();
-  if (!file.data())
-    return;
-  std::string bytes;
-  bytes.reserve(file.size());
-  text::crlf_to_lf(file.data(), file.data() + file.size(), std::back_inserter(bytes));
-  importer::import_bytes(bytes.data(), bytes.data() + bytes.size(), attributes);
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -230,10 +216,8 @@ int main(int argc, char** argv) {
       record.imported = options.content_type == importer::mail_content_type;
       if (record.imported) {
         bool readable = false;
-        if (options.crlf)
-          import_crlf(path, record.attributes, readable);
-        else
-          importer::import_file(path, record.attributes, &readable);
+        importer::import_file(path, record.attributes, &readable,
+                              options.crlf ? importer::line_ends_t::crlf_as_lf : importer::line_ends_t::as_stored);
         all_read = all_read && readable;
       }
       std::string const out = options.json ? cli::to_json_line(record) : cli::to_listing(record);

@@ -7,7 +7,6 @@
 #include "email/body.h"
 #include "importer/addresses.h"
 #include "importer/import.h"
-#include "text/line_ends.h"
 
 namespace tracker_host {
 namespace {
@@ -69,13 +68,8 @@ message_t from_headers(email::header_map_t const& headers) {
 } // namespace
 
 message_t read_message(char const* first, char const* last) {
-  auto const& wanted = importer::wanted_headers();
-  if (!text::has_crlf(first, last))
-    return from_headers(importer::parse_email_bytes(first, last, wanted));
-  std::string bytes;
-  bytes.reserve(static_cast<std::size_t>(last - first));
-  text::crlf_to_lf(first, last, std::back_inserter(bytes));
-  return from_headers(importer::parse_email_bytes(bytes.data(), bytes.data() + bytes.size(), wanted));
+  return from_headers(
+      importer::parse_email_bytes(first, last, importer::wanted_headers(), importer::line_ends_t::crlf_as_lf));
 }
 
 } // namespace tracker_host
