@@ -119,6 +119,16 @@ bool import_bytes(char const* first, char const* last, attribute_set_t& attribut
   return true;
 }
 
+bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options, bool* readable) {
+  store_attributes(parse_email(path, wanted_headers(), readable, effective_line_ends(options)), attributes);
+  return true;
+}
+
+bool import_bytes(char const* first, char const* last, attribute_set_t& attributes, options_t const& options) {
+  store_attributes(parse_email_bytes(first, last, wanted_headers(), effective_line_ends(options)), attributes);
+  return true;
+}
+
 namespace {
 
 void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes) {

@@ -24,6 +24,7 @@
 
 #include "email/body.h"
 #include "email/headers.h"
+#include "error/handler.h"
 #include "importer/addresses.h"
 #include "importer/attributes.h"
 
@@ -80,6 +81,28 @@ email::header_set_t const& wanted_headers();
 // LF (a lone CR stays); the bytes are copied only when they hold a CR LF.
 enum class line_ends_t { as_stored, crlf_as_lf };
 
+// Which rules the import follows. desktop is the desktop-search host's
+// reading, kept byte for byte: LF-only line ends, one mailbox per address
+// header, text only from text/plain. full is for the Linux hosts: CR LF read
+// as LF, every mailbox of a list (names and addresses paired, an empty name
+// where a mailbox has none), HTML text where no plain text is found,
+// attachment names, full month names, and U+FFFD for ill-formed UTF-8 instead
+// of dropping the value.
+enum class reading_t { desktop, full };
+
+struct options_t {
+  reading_t reading = reading_t::desktop;
+  // The full reading always reads CR LF as LF, whatever this says.
+  line_ends_t line_ends = line_ends_t::as_stored;
+  // When given, every parser on the way describes what it repaired here.
+  // Listening never changes the attributes.
+  quern::error::handler_t* problems = nullptr;
+};
+
+inline line_ends_t effective_line_ends(options_t const& options) {
+  return options.reading == reading_t::full ? line_ends_t::crlf_as_lf : options.line_ends;
+}
+
 // The header map of the message at path plus its body text under "#text";
 // empty when the file is empty or cannot be read. When readable is given it
 // tells whether the file could be opened and read (an empty file can).
@@ -98,6 +121,11 @@ bool import_file(std::string const& path, attribute_set_t& attributes, bool* rea
 // Fills attributes from the message held in [first, last), as import_file
 // does for a file of these bytes. Always true.
 bool import_bytes(char const* first, char const* last, attribute_set_t& attributes);
+
+// The same two imports in a chosen reading.
+bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options,
+                 bool* readable = nullptr);
+bool import_bytes(char const* first, char const* last, attribute_set_t& attributes, options_t const& options);
 
 // The host entry: only mail_content_type is imported; any other type returns
 // false and leaves attributes untouched.
