@@ -55,8 +55,12 @@ inline constexpr std::string_view authors = "kMDItemAuthors";
 inline constexpr std::string_view author_email_addresses = "kMDItemAuthorEmailAddresses";
 inline constexpr std::string_view recipients = "kMDItemRecipients";
 inline constexpr std::string_view recipient_email_addresses = "kMDItemRecipientEmailAddresses";
-// Only the full reading writes this one: the file names of the attachments.
-inline constexpr std::string_view attachment_names = "org_tidewell_attachmentNames";
 } // namespace attribute
+
+// Attributes only the full reading writes (never the desktop host's).
+namespace full_attribute {
+// The file names of the attachments, in the order found.
+inline constexpr std::string_view attachment_names = "org_tidewell_attachmentNames";
+} // namespace full_attribute
 
 } // namespace importer

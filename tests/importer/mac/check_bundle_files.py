@@ -13,7 +13,8 @@ import xml.etree.ElementTree as ElementTree
 
 plist_path, schema_path, attributes_path, factory = sys.argv[1:]
 info = plistlib.loads(open(plist_path, "rb").read())
-written = set(re.findall(r'= "(\w+)";', open(attributes_path).read()))
+desktop = re.search(r"namespace attribute \{(.*?)\} // namespace attribute", open(attributes_path).read(), re.S)
+written = set(re.findall(r'= "(\w+)";', desktop.group(1)))
 md = {"md": "http://www.apple.com/metadata"}
 schema = ElementTree.parse(schema_path).getroot()
 checks = {
