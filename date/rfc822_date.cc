@@ -28,6 +28,7 @@
 #include <boost/container/small_vector.hpp>
 
 #include "date/tables.h"
+#include "text/ascii.h"
 
 namespace date {
 namespace {
@@ -35,14 +36,12 @@ namespace {
 constexpr std::size_t unknown = 0;
 constexpr std::size_t none = static_cast<std::size_t>(-1);
 
-bool is_digit(char c) {
-  return c >= '0' && c <= '9';
-}
-bool is_alpha(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-bool is_blank(char c) {
-  return c == ' ' || c == '\t' || c == '\0';
+using text::is_alpha;
+using text::is_digit;
+
+// Unlike text::is_blank, a NUL counts: see above.
+bool is_blank_or_nul(char c) {
+  return text::is_blank(c) || c == '\0';
 }
 // The expected punctuation character, or a NUL standing in for it.
 bool is_char(char c, char expected) {
@@ -57,7 +56,7 @@ bool is_ctext(char c) {
 // RFC 822 printed the military zones with the signs reversed from their usual
 // reading; dates written by software that followed it expect that reading.
 bool military_zone(char letter, std::int64_t& zone) {
-  char const u = static_cast<char>(letter & ~0x20);
+  char const u = text::to_upper(letter);
   if (u >= 'A' && u <= 'I')
     zone = -100 * (u - 'A' + 1);
   else if (u >= 'K' && u <= 'M')
@@ -90,7 +89,7 @@ void rfc822_date_parser_t::note(char const* description, bool low_priority) cons
 bool rfc822_date_parser_t::skip_fws() {
   bool blank = false;
   while (cursor_ != last_) {
-    if (is_blank(*cursor_)) {
+    if (is_blank_or_nul(*cursor_)) {
       ++cursor_;
       blank = true;
       continue;
@@ -103,7 +102,7 @@ bool rfc822_date_parser_t::skip_fws() {
     if (cursor_ == last_ || !is_char(*cursor_, '\n'))
       break;
     ++cursor_;
-    if (cursor_ == last_ || !is_blank(*cursor_))
+    if (cursor_ == last_ || !is_blank_or_nul(*cursor_))
       break;
   }
   return blank;

@@ -22,6 +22,8 @@
 #include <string>
 #include <string_view>
 
+#include "text/ascii.h"
+
 namespace email {
 
 namespace detail {
@@ -70,9 +72,7 @@ OutputIt format_deflow(char const* first, char const* last, OutputIt out, bool f
   auto const all_spaces = [](char const* from, char const* to) {
     return std::all_of(from, to, [](char c) { return c == ' '; });
   };
-  auto const all_blank = [](char const* from, char const* to) {
-    return std::all_of(from, to, [](char c) { return c == ' ' || c == '\t'; });
-  };
+  auto const all_blank = [](char const* from, char const* to) { return std::all_of(from, to, text::is_blank); };
   bool previous_soft = false;
   std::size_t previous_depth = 0;
   char const* line = first;
