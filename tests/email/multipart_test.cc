@@ -6,8 +6,8 @@
 
 namespace {
 
-std::string const no_closing = "No closing MIME boundary found [--b]";
-std::string const missing_newline = "Missing newline after boundary string at end of body part [delimiter]";
+std::string const no_closing = email::problem_no_closing_boundary + std::string(" [--b]");
+std::string const missing_newline = email::problem_missing_newline + std::string(" [delimiter]");
 
 using parts_t = std::vector<std::string>;
 
