@@ -35,8 +35,12 @@ void expect_same_decoding(std::string_view input) {
   SCOPED_TRACE(testing::PrintToString(std::string(input.substr(0, 80))));
   test::exact_buffer_t const buffer(input);
   std::size_t passed = 0;
-  auto const lines = email::decode_base_64_data(buffer.begin(), buffer.end(), true, nullptr);
+  quern::error::handler_t handler;
+  auto const lines = email::decode_base_64_data(buffer.begin(), buffer.end(), true, &handler);
   EXPECT_EQ(difference({lines.data(), lines.size()}, test_support::base64_lines(input, passed)), "") << "base64 lines";
+  // The one problem, when bytes were passed through, counts them.
+  std::string const problems = test::problems_of(handler);
+  EXPECT_EQ(problems.find(" " + std::to_string(passed) + " ") != std::string::npos, passed != 0) << problems;
   EXPECT_EQ(
       difference(email::decode_base_64(buffer.begin(), buffer.end(), nullptr, ""), test_support::base64_free(input)),
       "")
