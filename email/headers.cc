@@ -102,66 +102,6 @@ void derive_word(header_map_t& map, std::string_view header, char const* key, ch
   map.insert_or_assign(key, word.empty() ? std::string(fallback) : std::move(word));
 }
 
-// The field that starts at p: its name (up to ':' or the line end) and its
-// value (after the spaces that follow the colon, unfolded lines included, the
-// final LF left out). Returns where the next field starts.
-char const* read_field(char const* p, char const* last, std::string& name, char const*& value_first,
-                       char const*& value_last) {
-  char const* name_end = p;
-  while (name_end != last && *name_end != ':' && *name_end != '\n')
-    ++name_end;
-  name.assign(p, name_end);
-  p = name_end;
-  if (p != last && *p == ':')
-    ++p;
-  while (p != last && *p == ' ')
-    ++p;
-  value_first = p;
-  p = field_end(p, last);
-  value_last = p != value_first && p[-1] == '\n' ? p - 1 : p;
-  return p;
-}
-
-// Stores a wanted field, cleaned and (unless it is a content field) decoded.
-// A later field of the same name replaces an earlier one; only the first
-// readable Received date before any Date counts.
-void store_field(header_map_t& map, std::string const& name, char const* value_first, char const* value_last) {
-  bool const received = name == "received";
-  if (received && (map.contains("received") || map.contains("date")))
-    return;
-  std::string value;
-  if (value_first != value_last) {
-    if (name.starts_with("content-"))
-      value.assign(value_first, value_last);
-    else
-      decode_header_line(value_first, value_last, std::back_inserter(value), nullptr, std::string());
-    cleanup_header_body(value);
-  }
-  if (received)
-    store_received(map, value);
-  else
-    map.insert_or_assign(name, std::move(value));
-}
-
-// The "#" keys of the content fields, and the Date field as canonical text.
-void derive_keys(header_map_t& map, header_set_t const& wanted) {
-  if (wanted.contains("content-type"))
-    derive_content_type(map);
-  if (wanted.contains("content-transfer-encoding"))
-    derive_word(map, "content-transfer-encoding", "#encoding", "7bit", false);
-  if (wanted.contains("content-disposition"))
-    derive_word(map, "content-disposition", "#disposition", "inline", true);
-  if (!wanted.contains("date"))
-    return;
-  if (auto it = map.find(std::string_view("date")); it != map.end()) {
-    std::string const raw = std::move(it->second);
-    map.erase(it);
-    std::string canonical = canonical_date(raw.data(), raw.data() + raw.size());
-    if (!canonical.empty())
-      map.emplace("date", std::move(canonical));
-  }
-}
-
 } // namespace
 
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted) {
@@ -173,14 +113,60 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       ++p;
       break;
     }
-    char const *value_first, *value_last;
-    p = read_field(p, last, name, value_first, value_last);
+    char const* name_end = p;
+    while (name_end != last && *name_end != ':' && *name_end != '\n')
+      ++name_end;
+    name.assign(p, name_end);
+    p = name_end;
+    if (p != last && *p == ':')
+      ++p;
+    while (p != last && *p == ' ')
+      ++p;
+    char const* value_first = p;
+    p = field_end(p, last);
+    char const* value_last = p;
+
     lower_in_place(name);
-    if (wanted.contains(name))
-      store_field(map, name, value_first, value_last);
+    if (!wanted.contains(name))
+      continue;
+    bool const received = name == "received";
+    if (received && (map.contains("received") || map.contains("date")))
+      continue;
+
+    if (value_last != value_first && value_last[-1] == '\n')
+      --value_last;
+    std::string value;
+    if (value_first != value_last) {
+      if (name.starts_with("content-")) {
+        value.assign(value_first, value_last);
+      } else {
+        decode_header_line(value_first, value_last, std::back_inserter(value), nullptr, std::string());
+      }
+      cleanup_header_body(value);
+    }
+
+    if (received)
+      store_received(map, value);
+    else
+      map.insert_or_assign(name, std::move(value));
   }
   first = p;
-  derive_keys(map, wanted);
+
+  if (wanted.contains("content-type"))
+    derive_content_type(map);
+  if (wanted.contains("content-transfer-encoding"))
+    derive_word(map, "content-transfer-encoding", "#encoding", "7bit", false);
+  if (wanted.contains("content-disposition"))
+    derive_word(map, "content-disposition", "#disposition", "inline", true);
+  if (wanted.contains("date")) {
+    if (auto it = map.find(std::string_view("date")); it != map.end()) {
+      std::string const raw = std::move(it->second);
+      map.erase(it);
+      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size());
+      if (!canonical.empty())
+        map.emplace("date", std::move(canonical));
+    }
+  }
   return map;
 }
 
