@@ -19,7 +19,8 @@ using quern::error::handler_t;
 bool is_charset_byte(char c) {
   // A NUL passes too: the membership test has always counted the set's
   // terminator, and a NUL in a charset name only makes conversion fail later.
-  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == ':' || c == '.' || c == '_' || c == '-' || c == '\0';
+  return text::has_class(c, text::ascii_lower | text::ascii_digit) || c == ':' || c == '.' || c == '_' || c == '-' ||
+         c == '\0';
 }
 
 bool is_illegal_in_text(char c) {
