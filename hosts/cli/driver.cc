@@ -138,7 +138,9 @@ std::string import_path(std::string const& path, importer::attribute_set_t& attr
 
 // The one place a record is built: a task in, its printed form out.
 outcome_t process(task_t const& task, settings_t const& settings) {
-  record_t record{task.path, task.message, false, task.error, {}, std::nullopt};
+  record_t record(task.path, false, {});
+  record.message = task.message;
+  record.error = task.error;
   if (!record.error.empty()) {
     report(task.message ? task.path + ":" + std::to_string(task.message) : task.path, record.error);
   } else if (settings.content_type == importer::mail_content_type) {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "error/handler.h"
@@ -17,13 +18,17 @@
 namespace cli {
 
 struct record_t {
+  record_t() = default;
+  record_t(std::string path_, bool imported_, importer::attribute_set_t attributes_)
+      : path(std::move(path_)), imported(imported_), attributes(std::move(attributes_)) {}
+
   std::string path;
+  bool imported = false;
+  importer::attribute_set_t attributes;
   // The message's 1-based number within an mbox; 0 for a file of its own.
   std::size_t message = 0;
-  bool imported = false;
   // Why the path could not be read; empty when it could.
   std::string error;
-  importer::attribute_set_t attributes;
   // Present only when problems were asked for (then even when empty).
   std::optional<std::vector<quern::error::record_t>> problems;
 };

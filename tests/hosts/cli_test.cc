@@ -95,6 +95,29 @@ TEST(output, json_escapes_and_dates) {
   EXPECT_NE(listing.find("kMDItemAuthors                   = (\n    \"A\",\n    \"B\"\n)\n"), std::string::npos);
 }
 
+// The optional parts of a record, in both renderings: an mbox message's
+// number, a failure and the problems (a multi-line context stays one block).
+TEST(output, message_error_and_problems) {
+  cli::record_t record{"box", false, {}};
+  record.message = 2;
+  record.error = "No such file or directory";
+  EXPECT_EQ(cli::to_json_line(record),
+            "{\"path\":\"box\",\"message\":2,\"imported\":false,\"error\":\"No such file or directory\","
+            "\"attributes\":{}}\n");
+  EXPECT_EQ(cli::to_listing(record), "box:2\n  (not imported: No such file or directory)\n\n");
+
+  record = {"m.eml", true, {}};
+  record.problems.emplace();
+  EXPECT_EQ(cli::to_json_line(record), "{\"path\":\"m.eml\",\"imported\":true,\"attributes\":{},\"problems\":[]}\n");
+  record.problems->push_back({{"description", "No closing MIME boundary found"}, {"context", "--a\n--b"}});
+  EXPECT_EQ(cli::to_json_line(record),
+            "{\"path\":\"m.eml\",\"imported\":true,\"attributes\":{},\"problems\":[{\"context\":\"--a\\n--b\","
+            "\"description\":\"No closing MIME boundary found\"}]}\n");
+  EXPECT_EQ(cli::to_listing(record),
+            "m.eml\n  (no attributes)\n  problem: { context : --a\n    --b }, { description : No "
+            "closing MIME boundary found }\n\n");
+}
+
 } // namespace
 
 namespace {
