@@ -164,7 +164,9 @@ def peak_rss(*args):
     """The peak resident set of one run, in KiB, measured in a fresh process."""
     script = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL, check=True);"
               "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
-    return int(subprocess.run([sys.executable, "-c", script, BINARY, *args], stdout=subprocess.PIPE,
+    # A sanitized build would otherwise keep freed memory in quarantine.
+    env = dict(os.environ, ASAN_OPTIONS="quarantine_size_mb=0:detect_leaks=0")
+    return int(subprocess.run([sys.executable, "-c", script, BINARY, *args], stdout=subprocess.PIPE, env=env,
                               check=True, timeout=600).stdout)
 
 
