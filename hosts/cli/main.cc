@@ -77,8 +77,8 @@ folders of other mail tools and dovecot* files, and skips FIFOs, sockets and
 devices. Only regular files are read: such a file named as PATH is refused.
 
 When standard error is a terminal, a progress line is redrawn there and a
-summary line ends the run: N files, M imported, K with text, E unreadable,
-T s.
+summary line ends the run: N files (messages with --mbox), M imported, K
+with text, E unreadable, T s.
 
 Exit status: 0 when every file could be read and all output written, 1
 when not (each failure is reported as "tidewell-import: PATH: reason", and

@@ -57,7 +57,9 @@ def example(name):
 
 
 def case_errors(tmp):
-    status, out, err = run("--json", "nope1.eml", os.path.join(EXAMPLES, "plain.eml"), "nope2.eml", cwd=tmp)
+    # One job: diagnostics come from the workers, in task order only then.
+    status, out, err = run("--json", "-j", "1", "nope1.eml", os.path.join(EXAMPLES, "plain.eml"), "nope2.eml",
+                           cwd=tmp)
     lines = records(out)
     check(status == 1, "a missing file exits 1")
     check([r["path"] for r in lines][0::2] == ["nope1.eml", "nope2.eml"], "every path keeps its record")
@@ -71,12 +73,20 @@ def case_errors(tmp):
           "the importer's line, then one naming the path: " + err)
     status, out, err = run("examples/plain.eml/x", cwd=SOURCE)
     check(status == 1 and "tidewell-import: examples/plain.eml/x: Not a directory" in err, "ENOTDIR: " + err)
-    if os.geteuid() != 0:  # root reads any folder
-        os.makedirs(os.path.join(tmp, "walk", "locked"))
-        write(os.path.join(tmp, "walk", "a.eml"), example("plain.eml"))
-        os.chmod(os.path.join(tmp, "walk", "locked"), 0)
-        status, out, err = run("--json", "walk", cwd=tmp)
-        check(status == 1 and "tidewell-import: walk/locked: Permission denied" in err, "unreadable folder: " + err)
+    # Permissions: root reads everything, so as root the tool runs as nobody.
+    as_user = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"] if os.geteuid() == 0 else []
+    os.chmod(tmp, 0o755)
+    os.makedirs(os.path.join(tmp, "walk", "locked"))
+    write(os.path.join(tmp, "walk", "a.eml"), example("plain.eml"))
+    write(os.path.join(tmp, "walk", "secret.eml"), example("plain.eml"))
+    os.chmod(os.path.join(tmp, "walk", "locked"), 0)
+    os.chmod(os.path.join(tmp, "walk", "secret.eml"), 0)
+    p = subprocess.run(as_user + [BINARY, "--json", "-j", "1", "walk"], cwd=tmp, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    err = p.stderr.decode()
+    check(p.returncode == 1 and [r.get("error") for r in records(p.stdout)] == [None, "Permission denied",
+                                                                       "Permission denied"], "unreadable folder and file: %r" % p.stdout)
+    check(err.splitlines() == ["tidewell-import: walk/locked: Permission denied", "fopen: Permission denied",
+                               "tidewell-import: walk/secret.eml: Permission denied"], "unreadable: " + err)
 
 
 def case_write_errors(tmp):
@@ -147,8 +157,9 @@ def case_mbox(tmp):
         single = records(run("--json", "--crlf", "-", stdin=body)[1])[0]
         check(record["attributes"] == single["attributes"], "message %d as imported alone" % record["message"])
     check("From here\n" in lines[0]["attributes"]["kMDItemTextContent"], ">From is unquoted once")
-    status, text, _ = run("--mbox", path)
+    status, text, err = run("--mbox", "--crlf", "--summary", path)
     check(text.decode().startswith(path + ":1\n"), "the listing names PATH:N")
+    check(err.startswith("3 messages, 3 imported, 3 with text, 0 unreadable, "), "messages are counted: " + err)
     # Streamed: memory grows with the largest message, not with the mbox.
     big = os.path.join(tmp, "big")
     with open(big, "wb") as f:
