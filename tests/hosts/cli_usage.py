@@ -166,6 +166,11 @@ def case_mbox(tmp):
         chunk = mboxrd([example("mixed-attachment.eml")] * 1000)
         for _ in range((64 << 20) // len(chunk) + 1):
             f.write(chunk)
+    copies = 1000 * ((64 << 20) // len(chunk) + 1)
+    split = records(run("--json", "--mbox", big)[1])
+    alone = records(run("--json", os.path.join(EXAMPLES, "mixed-attachment.eml"))[1])[0]["attributes"]
+    check(len(split) == copies and all(r["attributes"] == alone for r in split),
+          "%d of %d messages read across the read chunks" % (sum(r["attributes"] == alone for r in split), copies))
     small, large = peak_rss("--json", "--mbox", "-j", "2", path), peak_rss("--json", "--mbox", "-j", "2", big)
     print("peak RSS: %d KiB for 3 messages, %d KiB for a %d MiB mbox" % (small, large, os.path.getsize(big) >> 20))
     check(large - small < 16 << 10, "memory bounded by the messages, not the mbox")
