@@ -7,6 +7,12 @@
 # which stops configuring when the host was asked for (ON) and otherwise says
 # once that it is skipped. Tests of a host are registered only when its
 # targets exist.
+#
+# A new host: one tidewell_host_option line and one guarded add_subdirectory
+# in the top CMakeLists.txt, the check above in its folder, its tests under
+# if(TARGET ...); for Debian, a stanza in debian/control, a
+# debian/<package>.install, its option ON in debian/rules and the package in
+# the list of scripts/check-packages.
 
 function(tidewell_host_option name description)
   set(${name} AUTO CACHE STRING "Build ${description}: AUTO (when its dependencies are found), ON or OFF")
@@ -16,16 +22,18 @@ function(tidewell_host_option name description)
     message(FATAL_ERROR "${name} is '${${name}}': use AUTO, ON or OFF")
   endif()
   set(${name} ${value} PARENT_SCOPE)
+  set_property(GLOBAL PROPERTY ${name}_DESCRIPTION "${description}")
   if(value STREQUAL "OFF")
-    message(STATUS "${description}: off (${name}=OFF)")
+    message(STATUS "Not building ${description} (${name}=OFF)")
   endif()
 endfunction()
 
 function(tidewell_host_unavailable name reason)
+  get_property(description GLOBAL PROPERTY ${name}_DESCRIPTION)
   if(${name} STREQUAL "ON")
-    message(FATAL_ERROR "${name}=ON but ${reason}")
+    message(FATAL_ERROR "${name}=ON, but ${reason}: cannot build ${description}")
   endif()
-  message(STATUS "${name}: skipped, ${reason} (install it, or set ${name}=OFF to silence this)")
+  message(STATUS "Not building ${description}: ${reason} (${name}=AUTO; OFF silences this)")
 endfunction()
 
 # tidewell_install_rpath(target folder): a program or module installed into
