@@ -20,7 +20,8 @@ int main(int argc, char** argv) {
   bool readable = false;
   importer::import_file(argv[1], attributes, importer::options_t{}, &readable);
   auto const* subject = attributes.find(importer::attribute::subject);
-  std::string const got = subject && std::holds_alternative<std::string>(*subject) ? std::get<std::string>(*subject) : "";
+  std::string const got =
+      subject && std::holds_alternative<std::string>(*subject) ? std::get<std::string>(*subject) : "";
   if (!readable || got != argv[2]) {
     std::fprintf(stderr, "subject: got \"%s\", expected \"%s\"\n", got.c_str(), argv[2]);
     return 1;

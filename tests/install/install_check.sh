@@ -17,9 +17,12 @@ if [ -n "$outside" ]; then
   echo "$outside" >&2
   exit 1
 fi
-# Nothing but the manifest may name the file: the count must match.
-[ "$(wc -l <"$build/install_manifest.txt")" -eq "$(find "$prefix" -type f -o -type l | wc -l)" ] \
-  || { echo "install_manifest.txt and $prefix disagree" >&2; exit 1; }
+# Every file in the prefix is one the manifest names (none written behind
+# CMake's back, which an uninstall would leave).
+if ! diff <(sort -u "$build/install_manifest.txt") <(find "$prefix" -type f -o -type l | sort) >&2; then
+  echo "install_manifest.txt and the files in $prefix disagree" >&2
+  exit 1
+fi
 
 "$prefix/bin/tidewell-import" --json "$source/examples/plain.eml" | grep -q '"kMDItemSubject":"Agenda for Thursday' \
   || { echo "the installed tidewell-import did not print the subject" >&2; exit 1; }
