@@ -15,7 +15,7 @@ add_library(tidewell::tidewell ALIAS tidewell_core)
 target_include_directories(tidewell_core PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 if(BUILD_SHARED_LIBS AND NOT APPLE)
   set(map "${CMAKE_CURRENT_LIST_DIR}/tidewell.map")
-  target_link_options(tidewell_core PRIVATE "LINKER:--version-script=${map}" "LINKER:--no-undefined")
+  target_link_options(tidewell_core PRIVATE "LINKER:--version-script=${map}")
   set_property(TARGET tidewell_core APPEND PROPERTY LINK_DEPENDS "${map}")
   # Calls inside the library need not go through the PLT: nobody interposes
   # on these functions.
