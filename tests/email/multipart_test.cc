@@ -85,10 +85,8 @@ TEST(parse_subparts, a_megabyte_of_near_delimiters) {
 // range, the same delimiter line and the same problems.
 TEST(find_boundary, the_index_gives_the_scans_answers) {
   std::string const bodies[] = {
-      "pre\n--b\nA\n--b \t\nB\n--b--\nepi\n",
-      "--b\n--b\nA\n--b--",
-      "--b\nA\n--b--  \n--b  --\n--b -- \n--b",
-      "--b \n--b--\n--b-- \n--bx\n--b\r\n--\n-\n--b--\t\n",
+      "pre\n--b\nA\n--b \t\nB\n--b--\nepi\n",   "--b\n--b\nA\n--b--",
+      "--b\nA\n--b--  \n--b  --\n--b -- \n--b", "--b \n--b--\n--b-- \n--bx\n--b\r\n--\n-\n--b--\t\n",
       "x\n--b  \n--b --\nA\n--b----\n--b--\n",
   };
   for (std::string const& body : bodies) {
@@ -110,9 +108,9 @@ TEST(find_boundary, the_index_gives_the_scans_answers) {
                                                     &close[indexed], &handler, indexed ? &index : nullptr);
               problems[indexed] = test::problems_of(handler);
             }
-            SCOPED_TRACE(testing::Message() << testing::PrintToString(body) << " " << boundary << " "
-                                            << begin - buffer.begin() << ".." << end - buffer.begin() << " "
-                                            << at_line_start);
+            SCOPED_TRACE(testing::Message()
+                         << testing::PrintToString(body) << " " << boundary << " " << begin - buffer.begin() << ".."
+                         << end - buffer.begin() << " " << at_line_start);
             EXPECT_EQ(found[1], found[0]);
             EXPECT_EQ(after[1], after[0]);
             EXPECT_EQ(close[1], close[0]);
