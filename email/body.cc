@@ -2,7 +2,9 @@
 
 #include <vector>
 
+#include "email/attachment_name.h"
 #include "email/decode.h"
+#include "email/html_text.h"
 #include "email/multipart.h"
 
 namespace email {
@@ -23,20 +25,103 @@ bool has_text(std::string const& text) {
   return text != no_text_marker;
 }
 
-std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth);
+// What one walk is after besides the desktop reading's text.
+struct context_t {
+  bool full = false;
+  bool html = false;                           // take text/html parts' text
+  std::vector<std::string>* names = nullptr;   // file names found so far
+};
+
+std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
+                 context_t& context);
 
 // The text of a nested entity: its own header block, then its body.
-std::string walk_nested(char const* begin, char const* end, std::size_t depth) {
-  header_map_t headers = quick_parse_headers(begin, end, subpart_headers());
-  return walk(begin, end, headers, false, depth);
+std::string walk_nested(char const* begin, char const* end, std::size_t depth, context_t& context) {
+  header_map_t headers =
+      quick_parse_headers(begin, end, subpart_headers(), context.full ? reading_t::full : reading_t::desktop);
+  return walk(begin, end, headers, false, depth, context);
 }
 
-std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth) {
+void note_name(header_map_t const& headers, context_t& context) {
+  if (!context.names)
+    return;
+  if (std::string name = attachment_name(entry(headers, "content-disposition"), entry(headers, "content-type"));
+      !name.empty())
+    context.names->push_back(std::move(name));
+}
+
+std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_map_t const& headers,
+                                     bool first_only) {
+  auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), first_only, nullptr);
+  // The first range is the preamble and the last whatever follows the
+  // parts; neither is text of the message.
+  if (ranges.size() >= 2) {
+    ranges.pop_back();
+    ranges.erase(ranges.begin());
+  } else {
+    ranges.clear();
+  }
+  return ranges;
+}
+
+// Only the file names of a part whose text is not wanted.
+void walk_names(char const* begin, char const* end, std::size_t depth, context_t& context) {
+  if (depth > max_nesting_depth)
+    return;
+  header_map_t headers = quick_parse_headers(begin, end, subpart_headers(), reading_t::full);
+  std::string const& type = entry(headers, "#type");
+  if (type == "multipart") {
+    for (auto const& [first, last] : body_parts(begin, end, headers, false))
+      walk_names(first, last, depth + 1, context);
+  } else {
+    note_name(headers, context);
+  }
+}
+
+// The full reading's multipart/alternative: the first alternative that gives
+// plain text, else the first that gives HTML text.
+std::string pick_alternative(std::vector<byte_range_t> const& parts, std::size_t depth, context_t& context) {
+  bool const html = context.html;
+  context.html = false;
+  std::string result;
+  for (auto const& [first, last] : parts)
+    if (std::string text = walk_nested(first, last, depth, context); has_text(text) && result.empty())
+      result = std::move(text);
+  context.html = html;
+  if (!result.empty() || !html)
+    return result;
+  // The names were listed by the first round.
+  auto* const names = context.names;
+  context.names = nullptr;
+  for (auto const& [first, last] : parts)
+    if (std::string text = walk_nested(first, last, depth, context); has_text(text)) {
+      result = std::move(text);
+      break;
+    }
+  context.names = names;
+  return result;
+}
+
+std::string html_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& charset) {
+  // The converter leaves HTML as it is once it is UTF-8.
+  decode_text(
+      begin, end, buffer, "html", false, false, charset, [] { return std::string(); }, nullptr);
+  std::string const text = html_to_text(buffer.data(), buffer.data() + buffer.size());
+  std::vector<char> canonical;
+  decode_to_canonical_format(text.data(), text.data() + text.size(), "plain", false, false,
+                             std::back_inserter(canonical), nullptr);
+  return std::string(canonical.begin(), canonical.end());
+}
+
+std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
+                 context_t& context) {
   if (depth > max_nesting_depth)
     return no_text_marker;
   std::string type = entry(headers, "#type");
   std::string subtype = entry(headers, "#subtype");
   std::string result;
+  if (type != "multipart")
+    note_name(headers, context);
 
   std::vector<char> buffer;
   if (type == "multipart" || type == "message" || type == "text") {
@@ -50,31 +135,30 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
 
   if (type == "multipart") {
     bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
-    auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), !walk_all, nullptr);
-    // The first range is the preamble and the last whatever follows the
-    // parts; neither is text of the message.
-    if (ranges.size() >= 2) {
-      ranges.pop_back();
-      ranges.erase(ranges.begin());
-    } else {
-      ranges.clear();
-    }
-    if (subtype == "mixed") {
+    // The full reading looks at every part: for names, and for alternatives.
+    auto const ranges = body_parts(begin, end, headers, !walk_all && !context.full);
+    if (subtype == "mixed" && walk_all) {
       for (auto const& [first, last] : ranges)
-        if (std::string text = walk_nested(first, last, depth + 1); has_text(text))
+        if (std::string text = walk_nested(first, last, depth + 1, context); has_text(text))
           result += text;
+    } else if (subtype == "alternative" && context.full) {
+      result = pick_alternative(ranges, depth + 1, context);
     } else if (subtype == "alternative") {
       for (auto it = ranges.rbegin(); it != ranges.rend(); ++it)
-        if (std::string text = walk_nested(it->first, it->second, depth + 1); has_text(text)) {
+        if (std::string text = walk_nested(it->first, it->second, depth + 1, context); has_text(text)) {
           result = std::move(text);
           break;
         }
     } else if (!ranges.empty()) {
-      if (std::string text = walk_nested(ranges.front().first, ranges.front().second, depth + 1); has_text(text))
+      if (std::string text = walk_nested(ranges.front().first, ranges.front().second, depth + 1, context);
+          has_text(text))
         result = std::move(text);
+      if (context.names)
+        for (auto it = ranges.begin() + 1; it != ranges.end(); ++it)
+          walk_names(it->first, it->second, depth + 1, context);
     }
   } else if (type == "message" && subtype == "rfc822") {
-    std::string text = walk_nested(begin, end, depth + 1);
+    std::string text = walk_nested(begin, end, depth + 1, context);
     if (has_text(text))
       result = std::move(text);
   } else if (type == "text" && subtype == "plain" && entry(headers, "#disposition") == "inline") {
@@ -84,6 +168,8 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
     decode_text(
         begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); }, nullptr);
     result.assign(buffer.begin(), buffer.end());
+  } else if (context.html && type == "text" && subtype == "html" && entry(headers, "#disposition") == "inline") {
+    result = html_text(begin, end, buffer, entry(headers, "#charset"));
   }
   return result.empty() ? std::string(no_text_marker) : result;
 }
@@ -91,7 +177,16 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
 } // namespace
 
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level) {
-  return walk(begin, end, headers, top_level, 0);
+  context_t context;
+  return walk(begin, end, headers, top_level, 0, context);
+}
+
+std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
+                       std::vector<std::string>* attachment_names) {
+  context_t context;
+  if (reading == reading_t::full)
+    context = {true, true, attachment_names};
+  return walk(begin, end, headers, top_level, 0, context);
 }
 
 } // namespace email

@@ -25,6 +25,8 @@
 #include <boost/container/flat_map.hpp>
 #include <boost/container/flat_set.hpp>
 
+#include "email/reading.h"
+
 namespace email {
 
 // Lower-case header names and derived "#" keys to cleaned UTF-8 values,
@@ -38,6 +40,16 @@ using header_set_t = boost::container::flat_set<std::string, std::less<>>;
 // Scans the header block starting at first; on return first is the first
 // byte of the body (just past the empty line, or last).
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted);
+
+// The same scan in a chosen reading. The full reading reads dates with whole
+// month names and explicit zones first, and keeps the address fields
+// (From, To, Cc, Bcc) as written, only unfolded: encoded words there are
+// decoded per mailbox after the list is split, so that a decoded comma or
+// quote cannot change where one mailbox ends.
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading);
+
+// Whether the full reading keeps this (lower-case) field as written.
+bool is_address_field(std::string_view name);
 
 // Unfolds line breaks, removes NUL bytes and trims trailing white space.
 void cleanup_header_body(std::string& value);

@@ -1,7 +1,8 @@
 // tidewell-import: the command-line host of the importer.
 //
 // Each PATH is imported exactly as the desktop-search host would import it,
-// or, with --crlf, as the Tracker host does (CR LF line ends read as LF), and
+// or, with --crlf, with CR LF line ends read as LF, or, with --full, in the
+// full reading the Linux hosts use, and
 // the resulting attribute set is printed, either as an mdls-style listing
 // or as one JSON object per line. Directories are walked recursively, in
 // sorted order, for regular files.
@@ -34,9 +35,16 @@ Options:
   --content-type UTI   the content type the host announces for every file
                        (default: com.apple.mail.email; any other type is
                        not imported)
-  --crlf               read CR LF line ends as LF before importing, as the
-                       Tracker host does (by default a CR is content, so a
-                       file with CR LF line ends has no end of its headers)
+  --crlf               read CR LF line ends as LF before importing (by
+                       default a CR is content, so a file with CR LF line
+                       ends has no end of its headers)
+  --full               import in the full reading, as the Linux hosts do:
+                       CR LF read as LF, every mailbox of an address list
+                       (names and addresses paired, "" where a mailbox has
+                       no name), HTML text where there is no plain text,
+                       whole month names, U+FFFD for ill-formed UTF-8, and
+                       the attachments' file names as
+                       org_tidewell_attachmentNames
   --format-address FORM TEXT
                        instead of importing, read TEXT as one name and
                        address written in FORM (rfc822: RFC 822 syntax,
@@ -66,6 +74,7 @@ struct lookup_t {
 struct options_t {
   bool json = false;
   bool crlf = false;
+  bool full = false;
   std::string content_type{importer::mail_content_type};
   std::vector<std::string> paths;
   std::vector<lookup_t> lookups;
@@ -176,6 +185,8 @@ int main(int argc, char** argv) {
       options.json = true;
     } else if (std::strcmp(arg, "--crlf") == 0) {
       options.crlf = true;
+    } else if (std::strcmp(arg, "--full") == 0) {
+      options.full = true;
     } else if (std::strcmp(arg, "--content-type") == 0) {
       if (++i == argc)
         return usage_error("option requires an argument: ", arg);
@@ -216,8 +227,10 @@ int main(int argc, char** argv) {
       record.imported = options.content_type == importer::mail_content_type;
       if (record.imported) {
         bool readable = false;
-        importer::import_file(path, record.attributes, &readable,
-                              options.crlf ? importer::line_ends_t::crlf_as_lf : importer::line_ends_t::as_stored);
+        importer::options_t const reading{
+            options.full ? importer::reading_t::full : importer::reading_t::desktop,
+            options.crlf ? importer::line_ends_t::crlf_as_lf : importer::line_ends_t::as_stored, nullptr};
+        importer::import_file(path, record.attributes, reading, &readable);
         all_read = all_read && readable;
       }
       std::string const out = options.json ? cli::to_json_line(record) : cli::to_listing(record);
