@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "charset/convert.h"
 #include "email/attachment_name.h"
 #include "email/decode.h"
 #include "email/html_text.h"
@@ -103,11 +104,19 @@ std::string pick_alternative(std::vector<byte_range_t> const& parts, std::size_t
 }
 
 std::string html_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& charset) {
-  // The converter leaves HTML as it is once it is UTF-8.
-  decode_text(
-      begin, end, buffer, "html", false, false, charset, [] { return std::string(); }, nullptr);
-  std::string const text = html_to_text(buffer.data(), buffer.data() + buffer.size());
+  if (!buffer.empty()) {
+    begin = buffer.data();
+    end = begin + buffer.size();
+  }
+  std::vector<char> document;
+  document.reserve(static_cast<std::size_t>(end - begin));
+  charset::convert_to_utf8(
+      begin, end, std::back_inserter(document), charset, [] { return std::string(); }, nullptr);
+  std::vector<char>().swap(buffer);
+  std::string const text = html_to_text(document);
+  std::vector<char>().swap(document);
   std::vector<char> canonical;
+  canonical.reserve(text.size());
   decode_to_canonical_format(text.data(), text.data() + text.size(), "plain", false, false,
                              std::back_inserter(canonical), nullptr);
   return std::string(canonical.begin(), canonical.end());

@@ -1,5 +1,6 @@
 #include "email/html_text.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstring>
@@ -140,7 +141,26 @@ htmlSAXHandler const& handler() {
 
 } // namespace
 
-std::string html_to_text(char const* first, char const* last) {
+char* remove_comments(char* first, char* last) {
+  constexpr std::string_view open = "<!--", close = "-->";
+  char* out = first;
+  char* p = first;
+  while (p != last) {
+    char* const start = std::search(p, last, open.begin(), open.end());
+    out = std::copy(p, start, out);
+    if (start == last)
+      break;
+    char* const end = std::search(start + open.size(), last, close.begin(), close.end());
+    p = end == last ? last : end + close.size();
+  }
+  return out;
+}
+
+std::string html_to_text(std::vector<char>& document) {
+  document.resize(static_cast<std::size_t>(remove_comments(document.data(), document.data() + document.size()) -
+                                            document.data()));
+  char const* const first = document.data();
+  char const* const last = first + document.size();
   static std::once_flag initialised;
   std::call_once(initialised, [] { xmlInitParser(); });
   std::size_t const size = static_cast<std::size_t>(last - first);

@@ -16,21 +16,29 @@
 // a space; every other run of white space, non-breaking spaces included,
 // becomes one space. Lines carry no leading or trailing space.
 //
-// Cost stays linear in the input: the parser works over one buffer, the text
-// is written once, and elements nested deeper than max_html_depth end the
-// reading there (a million nested tags would otherwise make the parser search
-// a million-entry stack for every close tag it cannot match).
+// Cost stays linear in the input and memory near its size: comments are cut
+// out of the caller's buffer in place before parsing (one pass; an
+// unterminated comment hides the rest, as it does in a browser), so the
+// parser never collects a huge comment; the text is written once; and
+// elements nested deeper than max_html_depth end the reading there (a million
+// nested tags would otherwise make the parser search a million-entry stack
+// for every close tag it cannot match).
 #pragma once
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace email {
 
 inline constexpr std::size_t max_html_depth = 512;
 
-// The text of the UTF-8 HTML document in [first, last), each line ended by
-// LF; empty when it holds none.
-std::string html_to_text(char const* first, char const* last);
+// The text of the UTF-8 HTML document held in document, each line ended by
+// LF; empty when it holds none. The document's comments are removed in place.
+std::string html_to_text(std::vector<char>& document);
+
+// Removes every comment ("<!--" to "-->", or to the end when unterminated)
+// from [first, last) in place; returns the new end.
+char* remove_comments(char* first, char* last);
 
 } // namespace email
