@@ -12,6 +12,7 @@
 // brackets balance, which looks at every byte once.
 #include "importer/addresses.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include "email/encoded_word.h"
@@ -45,13 +46,16 @@ struct balance_t {
   long comments = 0;
   long angles = 0;
   bool quoted = false;
+  bool escaped = false; // the next byte is taken literally
 
   void read(char const* first, char const* last) {
     for (char const* p = first; p != last; ++p) {
       char const c = *p;
-      if (quoted) {
-        if (c == '\\' && p + 1 != last)
-          ++p;
+      if (escaped) {
+        escaped = false;
+      } else if (quoted) {
+        if (c == '\\')
+          escaped = true;
         else if (c == '"')
           quoted = false;
       } else if (c == '"' && comments == 0) {
@@ -105,6 +109,25 @@ std::string decoded(std::string const& raw) {
   return text;
 }
 
+// "Name <local>": an address without a domain, which the extractor does not
+// take for one. The last angle-bracketed text at the end of the item is it.
+bool local_angle_address(char const* first, char const* last, std::string& name, std::string& address) {
+  char const* end = last;
+  while (end != first && is_blank(end[-1]))
+    --end;
+  if (end == first || end[-1] != '>')
+    return false;
+  char const* const open = std::find(std::make_reverse_iterator(end - 1), std::make_reverse_iterator(first), '<').base();
+  if (open == first || open == end - 1)
+    return false;
+  address.assign(open, end - 1);
+  char const* name_last = open - 1;
+  while (name_last != first && is_blank(name_last[-1]))
+    --name_last;
+  name = header::dequote_string(first, name_last);
+  return true;
+}
+
 void read_mailbox(char const* first, char const* last, std::vector<std::string>& names,
                   std::vector<std::string>& emails) {
   strip_group(first, last);
@@ -112,10 +135,38 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
     return;
   char const* cursor = first;
   auto const [name, email] = header::address_name_and_email_function(cursor, last);
-  if (!email.found() || email.empty())
+  if (!email.found() || email.empty()) {
+    std::string local_name, local_address;
+    if (!local_angle_address(first, last, local_name, local_address))
+      return;
+    names.push_back(decoded(local_name));
+    emails.push_back(decoded(local_address));
     return;
+  }
   names.push_back(name.found() ? decoded(header::dequote_string(name.first, name.last)) : std::string());
   emails.push_back(decoded(std::string(email.first, email.last)));
+}
+
+// Reads the mailboxes of one item of the list splitter. A comma after a
+// closed angle address also ends a mailbox: the splitter looks for an '@'
+// first, which "Ann <ann>, Bob <bob>" never has.
+void read_item(char const* first, char const* last, std::vector<std::string>& names,
+               std::vector<std::string>& emails) {
+  balance_t balance;
+  bool closed_angle = false;
+  char const* start = first;
+  for (char const* p = first; p != last; ++p) {
+    if (*p == ',' && closed_angle && !balance.open() && !balance.quoted) {
+      read_mailbox(start, p, names, emails);
+      start = p + 1;
+      closed_angle = false;
+      continue;
+    }
+    balance.read(p, p + 1);
+    if (*p == '>' && !balance.open() && !balance.quoted)
+      closed_angle = true;
+  }
+  read_mailbox(start, last, names, emails);
 }
 
 } // namespace
@@ -134,7 +185,7 @@ void parse_mailboxes(std::string const& value, std::vector<std::string>& names, 
       item.last = next.last;
     }
     if (item.first != item.last)
-      read_mailbox(item.first, item.last, names, emails);
+      read_item(item.first, item.last, names, emails);
   }
 }
 
