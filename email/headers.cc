@@ -149,7 +149,11 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       --value_last;
     std::string value;
     if (value_first != value_last) {
-      if (name.starts_with("content-") || (reading == reading_t::full && is_address_field(name))) {
+      // An address field in ISO-2022 escapes is converted whole first: its
+      // escape sequences hold '(' and '$', which would read as syntax.
+      bool const keep_address = reading == reading_t::full && is_address_field(name) &&
+                                std::find(value_first, value_last, '\x1B') == value_last;
+      if (name.starts_with("content-") || keep_address) {
         value.assign(value_first, value_last);
       } else {
         decode_header_line(value_first, value_last, std::back_inserter(value), nullptr, std::string());

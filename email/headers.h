@@ -45,7 +45,8 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 // month names and explicit zones first, and keeps the address fields
 // (From, To, Cc, Bcc) as written, only unfolded: encoded words there are
 // decoded per mailbox after the list is split, so that a decoded comma or
-// quote cannot change where one mailbox ends.
+// quote cannot change where one mailbox ends. (A field holding raw ISO-2022
+// escapes is still converted whole, since its escapes hold '(' and '$'.)
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading);
 
 // Whether the full reading keeps this (lower-case) field as written.

@@ -143,28 +143,35 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
     emails.push_back(decoded(local_address));
     return;
   }
-  names.push_back(name.found() ? decoded(header::dequote_string(name.first, name.last)) : std::string());
+  std::string display = name.found() ? decoded(header::dequote_string(name.first, name.last)) : std::string();
+  // "Just A Name, bob@y" is one item: its comma is no part of the name.
+  while (!display.empty() && (display.back() == ',' || is_blank(display.back())))
+    display.pop_back();
+  names.push_back(std::move(display));
   emails.push_back(decoded(std::string(email.first, email.last)));
 }
 
-// Reads the mailboxes of one item of the list splitter. A comma after a
-// closed angle address also ends a mailbox: the splitter looks for an '@'
-// first, which "Ann <ann>, Bob <bob>" never has.
+// Reads the mailboxes of one item of the list splitter. Outside quotes,
+// comments and angle brackets, a ';' ends a group and so a mailbox, and a
+// comma ends a mailbox once it has an '@' or a closed angle address: the
+// same rule as the splitter's, applied again to items that were joined over
+// a comment, and to "Ann <ann>, Bob <bob>", which has no '@' at all.
 void read_item(char const* first, char const* last, std::vector<std::string>& names,
                std::vector<std::string>& emails) {
   balance_t balance;
-  bool closed_angle = false;
+  bool addressed = false;
   char const* start = first;
   for (char const* p = first; p != last; ++p) {
-    if (*p == ',' && closed_angle && !balance.open() && !balance.quoted) {
+    bool const outside = !balance.open() && !balance.quoted && !balance.escaped;
+    if (outside && (*p == ';' || (*p == ',' && addressed))) {
       read_mailbox(start, p, names, emails);
       start = p + 1;
-      closed_angle = false;
+      addressed = false;
       continue;
     }
     balance.read(p, p + 1);
-    if (*p == '>' && !balance.open() && !balance.quoted)
-      closed_angle = true;
+    if ((outside && *p == '@') || (*p == '>' && !balance.open() && !balance.quoted))
+      addressed = true;
   }
   read_mailbox(start, last, names, emails);
 }
