@@ -57,8 +57,8 @@ bool is_ctext(char c) {
 // Past the rest of a month's full name (or the "t" of "Sept") when the text
 // holds it, ignoring ASCII case; otherwise p itself.
 char const* month_name_end(char const* p, char const* last, int month) {
-  static constexpr std::string_view tails[12] = {"uary", "ruary", "ch", "il", "", "e", "y", "ust", "tember", "ober",
-                                                 "ember", "ember"};
+  static constexpr std::string_view tails[12] = {"uary", "ruary", "ch",     "il",   "",      "e",
+                                                 "y",    "ust",   "tember", "ober", "ember", "ember"};
   auto const matches = [&](std::string_view tail) {
     if (tail.empty() || static_cast<std::size_t>(last - p) < tail.size())
       return false;

@@ -72,7 +72,8 @@ int section_of(std::string const& parameter, std::string const& name, bool& enco
     return -1;
   if (encoded)
     rest.remove_suffix(1);
-  if (rest.empty() || rest.size() > 4 || !std::all_of(rest.begin(), rest.end(), [](char c) { return c >= '0' && c <= '9'; }))
+  if (rest.empty() || rest.size() > 4 ||
+      !std::all_of(rest.begin(), rest.end(), [](char c) { return c >= '0' && c <= '9'; }))
     return -2;
   return std::stoi(std::string(rest));
 }
@@ -153,8 +154,7 @@ std::string parameter_text(char const* first, char const* last, std::string cons
 }
 
 std::string attachment_name(std::string const& disposition, std::string const& content_type) {
-  std::string name =
-      one_line(parameter_text(disposition.data(), disposition.data() + disposition.size(), "filename"));
+  std::string name = one_line(parameter_text(disposition.data(), disposition.data() + disposition.size(), "filename"));
   if (name.empty())
     name = one_line(parameter_text(content_type.data(), content_type.data() + content_type.size(), "name"));
   return name;

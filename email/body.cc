@@ -29,8 +29,8 @@ bool has_text(std::string const& text) {
 // What one walk is after besides the desktop reading's text.
 struct context_t {
   bool full = false;
-  bool html = false;                           // take text/html parts' text
-  std::vector<std::string>* names = nullptr;   // file names found so far
+  bool html = false;                         // take text/html parts' text
+  std::vector<std::string>* names = nullptr; // file names found so far
 };
 
 std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
@@ -51,8 +51,7 @@ void note_name(header_map_t const& headers, context_t& context) {
     context.names->push_back(std::move(name));
 }
 
-std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_map_t const& headers,
-                                     bool first_only) {
+std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_map_t const& headers, bool first_only) {
   auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), first_only, nullptr);
   // The first range is the preamble and the last whatever follows the
   // parts; neither is text of the message.
@@ -122,6 +121,36 @@ std::string html_text(char const* begin, char const* end, std::vector<char>& buf
   return std::string(canonical.begin(), canonical.end());
 }
 
+// The text of a multipart entity: all parts of a mixed one joined (below
+// 20,000,000 bytes), one alternative, or else the first part.
+std::string walk_multipart(char const* begin, char const* end, header_map_t const& headers, std::string const& subtype,
+                           std::size_t depth, context_t& context) {
+  std::string result;
+  bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
+  // The full reading looks at every part: for names, and for alternatives.
+  auto const ranges = body_parts(begin, end, headers, !walk_all && !context.full);
+  if (subtype == "mixed" && walk_all) {
+    for (auto const& [first, last] : ranges)
+      if (std::string text = walk_nested(first, last, depth + 1, context); has_text(text))
+        result += text;
+  } else if (subtype == "alternative" && context.full) {
+    result = pick_alternative(ranges, depth + 1, context);
+  } else if (subtype == "alternative") {
+    for (auto it = ranges.rbegin(); it != ranges.rend(); ++it)
+      if (std::string text = walk_nested(it->first, it->second, depth + 1, context); has_text(text)) {
+        result = std::move(text);
+        break;
+      }
+  } else if (!ranges.empty()) {
+    if (std::string text = walk_nested(ranges.front().first, ranges.front().second, depth + 1, context); has_text(text))
+      result = std::move(text);
+    if (context.names)
+      for (auto it = ranges.begin() + 1; it != ranges.end(); ++it)
+        walk_names(it->first, it->second, depth + 1, context);
+  }
+  return result;
+}
+
 std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
                  context_t& context) {
   if (depth > max_nesting_depth)
@@ -143,29 +172,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
   }
 
   if (type == "multipart") {
-    bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
-    // The full reading looks at every part: for names, and for alternatives.
-    auto const ranges = body_parts(begin, end, headers, !walk_all && !context.full);
-    if (subtype == "mixed" && walk_all) {
-      for (auto const& [first, last] : ranges)
-        if (std::string text = walk_nested(first, last, depth + 1, context); has_text(text))
-          result += text;
-    } else if (subtype == "alternative" && context.full) {
-      result = pick_alternative(ranges, depth + 1, context);
-    } else if (subtype == "alternative") {
-      for (auto it = ranges.rbegin(); it != ranges.rend(); ++it)
-        if (std::string text = walk_nested(it->first, it->second, depth + 1, context); has_text(text)) {
-          result = std::move(text);
-          break;
-        }
-    } else if (!ranges.empty()) {
-      if (std::string text = walk_nested(ranges.front().first, ranges.front().second, depth + 1, context);
-          has_text(text))
-        result = std::move(text);
-      if (context.names)
-        for (auto it = ranges.begin() + 1; it != ranges.end(); ++it)
-          walk_names(it->first, it->second, depth + 1, context);
-    }
+    result = walk_multipart(begin, end, headers, subtype, depth, context);
   } else if (type == "message" && subtype == "rfc822") {
     std::string text = walk_nested(begin, end, depth + 1, context);
     if (has_text(text))

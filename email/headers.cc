@@ -48,8 +48,7 @@ void store_received(header_map_t& map, std::string const& value, reading_t readi
     return;
   auto const begin = std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(),
                                   [](unsigned char c) { return std::isalnum(c) != 0; });
-  std::string canonical =
-      canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading);
+  std::string canonical = canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading);
   // An unreadable date stores nothing, so a later Received field may still
   // supply one.
   if (!canonical.empty())

@@ -22,9 +22,9 @@ bool is_hidden(std::string_view name) {
 // Elements that stand on lines of their own.
 bool is_block(std::string_view name) {
   static constexpr std::array<std::string_view, 27> blocks{
-      "address", "article", "blockquote", "br",      "dd",     "div",   "dl",  "dt",    "footer",
-      "h1",      "h2",      "h3",         "h4",      "h5",     "h6",    "header", "hr", "li",
-      "ol",      "p",       "pre",        "section", "table",  "tbody", "tr",  "ul",    "caption"};
+      "address", "article", "blockquote", "br",      "dd",    "div",   "dl",     "dt", "footer",
+      "h1",      "h2",      "h3",         "h4",      "h5",    "h6",    "header", "hr", "li",
+      "ol",      "p",       "pre",        "section", "table", "tbody", "tr",     "ul", "caption"};
   for (std::string_view const block : blocks)
     if (name == block)
       return true;
@@ -157,8 +157,8 @@ char* remove_comments(char* first, char* last) {
 }
 
 std::string html_to_text(std::vector<char>& document) {
-  document.resize(static_cast<std::size_t>(remove_comments(document.data(), document.data() + document.size()) -
-                                            document.data()));
+  document.resize(
+      static_cast<std::size_t>(remove_comments(document.data(), document.data() + document.size()) - document.data()));
   char const* const first = document.data();
   char const* const last = first + document.size();
   static std::once_flag initialised;

@@ -117,7 +117,8 @@ bool local_angle_address(char const* first, char const* last, std::string& name,
     --end;
   if (end == first || end[-1] != '>')
     return false;
-  char const* const open = std::find(std::make_reverse_iterator(end - 1), std::make_reverse_iterator(first), '<').base();
+  char const* const open =
+      std::find(std::make_reverse_iterator(end - 1), std::make_reverse_iterator(first), '<').base();
   if (open == first || open == end - 1)
     return false;
   address.assign(open, end - 1);
@@ -156,8 +157,7 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
 // comma ends a mailbox once it has an '@' or a closed angle address: the
 // same rule as the splitter's, applied again to items that were joined over
 // a comment, and to "Ann <ann>, Bob <bob>", which has no '@' at all.
-void read_item(char const* first, char const* last, std::vector<std::string>& names,
-               std::vector<std::string>& emails) {
+void read_item(char const* first, char const* last, std::vector<std::string>& names, std::vector<std::string>& emails) {
   balance_t balance;
   bool addressed = false;
   char const* start = first;

@@ -51,7 +51,8 @@ std::string nested(std::string const& subtype, std::vector<std::string> const& p
 
 std::string const plain = "Content-Type: text/plain\n\nplain words";
 std::string const html = "Content-Type: text/html\n\n<p>html <b>words</b></p>";
-std::string const html_file = "Content-Type: text/html\nContent-Disposition: attachment; filename=page.html\n\n<p>x</p>";
+std::string const html_file =
+    "Content-Type: text/html\nContent-Disposition: attachment; filename=page.html\n\n<p>x</p>";
 std::string const pdf = "Content-Type: application/pdf; name=\"a.pdf\"\nContent-Disposition: attachment\n\n%PDF";
 std::string const png = "Content-Type: image/png\nContent-Disposition: inline; filename=logo.png\n\nPNG";
 
@@ -64,7 +65,9 @@ TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
       {html, marker, "html words\n", {}},
       {"Content-Type: text/html; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable\n\n"
        "<meta charset=3Dutf-8><p>caf=E9</p>",
-       marker, "caf\xC3\xA9\n", {}},
+       marker,
+       "caf\xC3\xA9\n",
+       {}},
       // An alternative gives its plain part whatever the order, else its HTML.
       {multipart("alternative", {plain, html}), "plain words", "plain words", {}},
       {multipart("alternative", {html, plain}), marker, "plain words", {}},
@@ -77,7 +80,9 @@ TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
       // Only the first part of related or signed gives text; all give names.
       {multipart("related", {html, png, pdf}), marker, "html words\n", {"logo.png", "a.pdf"}},
       {multipart("mixed", {nested("mixed", {plain, pdf}), png}), "plain words", "plain words", {"a.pdf", "logo.png"}},
-      {"Content-Type: application/pdf\nContent-Disposition: attachment; filename=alone.pdf\n\n%PDF", marker, marker,
+      {"Content-Type: application/pdf\nContent-Disposition: attachment; filename=alone.pdf\n\n%PDF",
+       marker,
+       marker,
        {"alone.pdf"}},
   };
   for (auto const& c : cases) {
@@ -98,7 +103,8 @@ TEST(html_text, keeps_what_a_reader_sees) {
       {"<ul><li>x</li><li>y</li></ul>", "x\ny\n"},
       {"<table><tr><td>a</td><td>b</td></tr><tr><td>c</td></tr></table>", "a b\nc\n"},
       {"<h1>Title</h1>text", "Title\ntext\n"},
-      {"fish &amp; chips &lt;3 &eacute;t&eacute; &#8364;5&nbsp;now", "fish & chips <3 \xC3\xA9t\xC3\xA9 \xE2\x82\xAC" "5 now\n"},
+      {"fish &amp; chips &lt;3 &eacute;t&eacute; &#8364;5&nbsp;now", "fish & chips <3 \xC3\xA9t\xC3\xA9 \xE2\x82\xAC"
+                                                                     "5 now\n"},
       {"<head><title>T</title><style>p{}</style></head><body>seen</body>", "seen\n"},
       {"<script>var x = '<p>no</p>';</script>yes<style>.a{}</style>", "yes\n"},
       {"a<!-- hidden -->b<!-- <p>also</p> -->c", "abc\n"},

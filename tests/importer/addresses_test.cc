@@ -55,7 +55,10 @@ TEST(parse_mailboxes, reads_every_mailbox_of_a_list) {
       // Names are decoded per mailbox, after the list is cut: a decoded
       // comma or quote cannot split or join mailboxes.
       {"=?utf-8?q?Doe=2C_J=C3=B6rg?= <j@x>, =?utf-8?q?=22Q=22?= <q@x>", {"Doe, J\xC3\xB6rg", "\"Q\""}, {"j@x", "q@x"}},
-      {"\"=?iso-8859-1?q?Ren=E9e?=\" <r@x>", {"Ren\xC3\xA9" "e"}, {"r@x"}},
+      {"\"=?iso-8859-1?q?Ren=E9e?=\" <r@x>",
+       {"Ren\xC3\xA9"
+        "e"},
+       {"r@x"}},
       // A comma before any '@' does not end a mailbox ("Doe, John" above), so
       // a lone name joins the next mailbox; its comma is dropped.
       {"Just A Name, bob@y", {"Just A Name"}, {"bob@y"}},
@@ -75,9 +78,8 @@ TEST(parse_mailboxes, reads_every_mailbox_of_a_list) {
 
 // A million commas, semicolons or unbalanced quotes and brackets: linear.
 TEST(parse_mailboxes, hostile_lists_stay_linear) {
-  std::string const hostile[] = {std::string(1'000'000, ','), std::string(1'000'000, ';'),
-                                 std::string(1'000'000, '"'), std::string(1'000'000, '('),
-                                 std::string(1'000'000, '<')};
+  std::string const hostile[] = {std::string(1'000'000, ','), std::string(1'000'000, ';'), std::string(1'000'000, '"'),
+                                 std::string(1'000'000, '('), std::string(1'000'000, '<')};
   std::string many;
   for (int i = 0; i < 100'000; ++i)
     many += "a" + std::to_string(i) + "@x, ";

@@ -102,8 +102,8 @@ TEST(import, full_reading_against_desktop_reading) {
       EXPECT_EQ(shown(desktop, name), in_desktop) << c.message << name;
       EXPECT_EQ(shown(full, name), in_full) << c.message << name;
     }
-    for (auto const& [names, emails] : {std::pair(authors, author_email_addresses),
-                                        std::pair(recipients, recipient_email_addresses)}) {
+    for (auto const& [names, emails] :
+         {std::pair(authors, author_email_addresses), std::pair(recipients, recipient_email_addresses)}) {
       auto const count = [&](std::string_view a) {
         auto const* list = full.find(a) ? std::get_if<std::vector<std::string>>(full.find(a)) : nullptr;
         return list ? list->size() : 0;

@@ -43,10 +43,9 @@ TEST(tracker_message, reads_every_field_with_lf_and_with_crlf_line_ends) {
     EXPECT_EQ(message.received, importer::instant_t(day + 18h + 4min + 12s));
     EXPECT_EQ(message.authors, (contacts_t{{"Kowalska, Marta", "marta@example.com"}}));
     // Every mailbox, its name decoded on its own; the repeated one once.
-    EXPECT_EQ(message.recipients, (contacts_t{{"Bob Marsh", "bob@example.org"},
-                                              {"", "desk@example.org"},
-                                              {"", "ann@x"},
-                                              {"Bob \"B\"", "bob@y"}}));
+    EXPECT_EQ(message.recipients,
+              (contacts_t{
+                  {"Bob Marsh", "bob@example.org"}, {"", "desk@example.org"}, {"", "ann@x"}, {"Bob \"B\"", "bob@y"}}));
   }
   auto const empty = tracker_host::read_message(nullptr, nullptr);
   EXPECT_TRUE(!empty.subject && !empty.text && !empty.sent && empty.authors.empty() && empty.recipients.empty());

@@ -85,8 +85,9 @@ TEST(tracker_resource, stores_every_field_and_is_found_by_text_and_address) {
             rows_t{"mailto:a%20%22b%22%20%3Cc%3E%2541@x"});
   EXPECT_EQ(rows(store, "SELECT ?m { GRAPH tracker:Documents { ?m fts:match 'reception' } }"), rows_t{"urn:test:a"});
   EXPECT_EQ(rows(store, "SELECT ?m { ?m nie:hasPart/nfo:fileName 'permit form.pdf' }"), rows_t{"urn:test:a"});
-  EXPECT_EQ(rows(store, "SELECT ?n { <urn:test:a> nie:hasPart ?a . ?a a nfo:Attachment ; nfo:fileName ?n } ORDER BY ?n"),
-            (rows_t{"map.png", "permit form.pdf"}));
+  EXPECT_EQ(
+      rows(store, "SELECT ?n { <urn:test:a> nie:hasPart ?a . ?a a nfo:Attachment ; nfo:fileName ?n } ORDER BY ?n"),
+      (rows_t{"map.png", "permit form.pdf"}));
   // One resource per address, however many messages name it.
   EXPECT_EQ(rows(store, "SELECT (COUNT(?e) AS ?n) { ?e a nco:EmailAddress }"), rows_t{"4"});
 }
