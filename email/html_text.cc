@@ -38,7 +38,6 @@ bool is_cell(std::string_view name) {
 struct reader_t {
   xmlParserCtxtPtr context = nullptr;
   std::string text;
-  std::size_t depth = 0;
   std::size_t hidden = 0; // open elements whose content is dropped
   enum class gap_t { none, space, line } gap = gap_t::none;
 
@@ -83,7 +82,8 @@ std::string_view name_of(xmlChar const* name) {
 
 void on_start(void* user, xmlChar const* raw_name, xmlChar const** /*attributes*/) {
   reader_t& reader = reader_of(user);
-  if (++reader.depth > max_html_depth) {
+  // The parser's own stack of open elements, which it also closes itself.
+  if (reader.context->nameNr > static_cast<int>(max_html_depth)) {
     xmlStopParser(reader.context);
     return;
   }
@@ -98,8 +98,6 @@ void on_start(void* user, xmlChar const* raw_name, xmlChar const** /*attributes*
 
 void on_end(void* user, xmlChar const* raw_name) {
   reader_t& reader = reader_of(user);
-  if (reader.depth > 0)
-    --reader.depth;
   std::string_view const name = name_of(raw_name);
   if (is_hidden(name)) {
     if (reader.hidden > 0)
@@ -141,17 +139,44 @@ htmlSAXHandler const& handler() {
 
 } // namespace
 
+namespace {
+
+// How many bytes of a <wbr> tag start at p (any case, "<wbr/>" too), or 0.
+// libxml2's HTML 4 tables do not know the element, so it would stay open;
+// a long URL in a newsletter can hold hundreds of them.
+std::size_t wbr_tag_size(char const* p, char const* last) {
+  constexpr std::string_view name = "<wbr";
+  if (static_cast<std::size_t>(last - p) < name.size() + 1)
+    return 0;
+  for (std::size_t i = 1; i < name.size(); ++i)
+    if ((p[i] | 0x20) != name[i])
+      return 0;
+  char const* q = p + name.size();
+  while (q != last && (*q == ' ' || *q == '/'))
+    ++q;
+  return q != last && *q == '>' ? static_cast<std::size_t>(q + 1 - p) : 0;
+}
+
+} // namespace
+
 char* remove_comments(char* first, char* last) {
   constexpr std::string_view open = "<!--", close = "-->";
   char* out = first;
   char* p = first;
   while (p != last) {
-    char* const start = std::search(p, last, open.begin(), open.end());
+    char* const start = std::find(p, last, '<');
     out = std::copy(p, start, out);
     if (start == last)
       break;
-    char* const end = std::search(start + open.size(), last, close.begin(), close.end());
-    p = end == last ? last : end + close.size();
+    if (static_cast<std::size_t>(last - start) >= open.size() && std::equal(open.begin(), open.end(), start)) {
+      char* const end = std::search(start + open.size(), last, close.begin(), close.end());
+      p = end == last ? last : end + close.size();
+    } else if (std::size_t const wbr = wbr_tag_size(start, last)) {
+      p = start + wbr;
+    } else {
+      *out++ = *start;
+      p = start + 1;
+    }
   }
   return out;
 }

@@ -38,6 +38,7 @@ inline constexpr std::size_t max_html_depth = 512;
 std::string html_to_text(std::vector<char>& document);
 
 // Removes every comment ("<!--" to "-->", or to the end when unterminated)
+// and every <wbr> (an element the parser does not know, so would keep open)
 // from [first, last) in place; returns the new end.
 char* remove_comments(char* first, char* last);
 
