@@ -112,13 +112,15 @@ std::string html_text(char const* begin, char const* end, std::vector<char>& buf
   charset::convert_to_utf8(
       begin, end, std::back_inserter(document), charset, [] { return std::string(); }, nullptr);
   std::vector<char>().swap(buffer);
-  std::string const text = html_to_text(document);
+  std::string text = html_to_text(document);
   std::vector<char>().swap(document);
   std::vector<char> canonical;
   canonical.reserve(text.size());
   decode_to_canonical_format(text.data(), text.data() + text.size(), "plain", false, false,
                              std::back_inserter(canonical), nullptr);
-  return std::string(canonical.begin(), canonical.end());
+  // At most two copies of the text at a time.
+  text.assign(canonical.begin(), canonical.end());
+  return text;
 }
 
 // The text of a multipart entity: all parts of a mixed one joined (below
