@@ -29,8 +29,9 @@ bool has_text(std::string const& text) {
 // What one walk is after besides the desktop reading's text.
 struct context_t {
   bool full = false;
-  bool html = false;                         // take text/html parts' text
-  std::vector<std::string>* names = nullptr; // file names found so far
+  bool html = false;                           // take text/html parts' text
+  std::vector<std::string>* names = nullptr;   // file names found so far
+  quern::error::handler_t* problems = nullptr; // told what the decoders repair
 };
 
 std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
@@ -38,8 +39,8 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
 
 // The text of a nested entity: its own header block, then its body.
 std::string walk_nested(char const* begin, char const* end, std::size_t depth, context_t& context) {
-  header_map_t headers =
-      quick_parse_headers(begin, end, subpart_headers(), context.full ? reading_t::full : reading_t::desktop);
+  header_map_t headers = quick_parse_headers(begin, end, subpart_headers(),
+                                             context.full ? reading_t::full : reading_t::desktop, context.problems);
   return walk(begin, end, headers, false, depth, context);
 }
 
@@ -51,8 +52,9 @@ void note_name(header_map_t const& headers, context_t& context) {
     context.names->push_back(std::move(name));
 }
 
-std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_map_t const& headers, bool first_only) {
-  auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), first_only, nullptr);
+std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_map_t const& headers, bool first_only,
+                                     quern::error::handler_t* problems) {
+  auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), first_only, problems);
   // The first range is the preamble and the last whatever follows the
   // parts; neither is text of the message.
   if (ranges.size() >= 2) {
@@ -71,7 +73,7 @@ void walk_names(char const* begin, char const* end, std::size_t depth, context_t
   header_map_t headers = quick_parse_headers(begin, end, subpart_headers(), reading_t::full);
   std::string const& type = entry(headers, "#type");
   if (type == "multipart") {
-    for (auto const& [first, last] : body_parts(begin, end, headers, false))
+    for (auto const& [first, last] : body_parts(begin, end, headers, false, nullptr))
       walk_names(first, last, depth + 1, context);
   } else {
     note_name(headers, context);
@@ -102,7 +104,8 @@ std::string pick_alternative(std::vector<byte_range_t> const& parts, std::size_t
   return result;
 }
 
-std::string html_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& charset) {
+std::string html_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& charset,
+                      quern::error::handler_t* problems) {
   if (!buffer.empty()) {
     begin = buffer.data();
     end = begin + buffer.size();
@@ -110,7 +113,7 @@ std::string html_text(char const* begin, char const* end, std::vector<char>& buf
   std::vector<char> document;
   document.reserve(static_cast<std::size_t>(end - begin));
   charset::convert_to_utf8(
-      begin, end, std::back_inserter(document), charset, [] { return std::string(); }, nullptr);
+      begin, end, std::back_inserter(document), charset, [] { return std::string(); }, problems);
   std::vector<char>().swap(buffer);
   std::string text = html_to_text(document);
   std::vector<char>().swap(document);
@@ -130,7 +133,7 @@ std::string walk_multipart(char const* begin, char const* end, header_map_t cons
   std::string result;
   bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
   // The full reading looks at every part: for names, and for alternatives.
-  auto const ranges = body_parts(begin, end, headers, !walk_all && !context.full);
+  auto const ranges = body_parts(begin, end, headers, !walk_all && !context.full, context.problems);
   if (subtype == "mixed" && walk_all) {
     for (auto const& [first, last] : ranges)
       if (std::string text = walk_nested(first, last, depth + 1, context); has_text(text))
@@ -167,7 +170,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
   if (type == "multipart" || type == "message" || type == "text") {
     std::string const& encoding = entry(headers, "#encoding");
     if ((encoding == "base64" || encoding == "quoted-printable") &&
-        decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer, nullptr)) {
+        decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer, context.problems)) {
       begin = buffer.data();
       end = begin + buffer.size();
     }
@@ -184,26 +187,30 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
     // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
     // the converter's own choice (the fallback names no charset).
     decode_text(
-        begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); }, nullptr);
+        begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); },
+        context.problems);
     result.assign(buffer.begin(), buffer.end());
   } else if (context.html && type == "text" && subtype == "html" && entry(headers, "#disposition") == "inline") {
-    result = html_text(begin, end, buffer, entry(headers, "#charset"));
+    result = html_text(begin, end, buffer, entry(headers, "#charset"), context.problems);
   }
   return result.empty() ? std::string(no_text_marker) : result;
 }
 
 } // namespace
 
-std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level) {
+std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level,
+                       quern::error::handler_t* problems) {
   context_t context;
+  context.problems = problems;
   return walk(begin, end, headers, top_level, 0, context);
 }
 
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
-                       std::vector<std::string>* attachment_names) {
+                       std::vector<std::string>* attachment_names, quern::error::handler_t* problems) {
   context_t context;
   if (reading == reading_t::full)
-    context = {true, true, attachment_names};
+    context = {true, true, attachment_names, nullptr};
+  context.problems = problems;
   return walk(begin, end, headers, top_level, 0, context);
 }
 

@@ -32,6 +32,7 @@
 
 #include "email/headers.h"
 #include "email/reading.h"
+#include "error/handler.h"
 
 namespace email {
 
@@ -43,13 +44,15 @@ inline constexpr std::size_t max_nesting_depth = 64;
 
 // The UTF-8 text of the entity whose body is [begin, end) and whose content
 // keys are in headers; the no-text marker when it yields none. top_level is
-// true only for the message itself.
-std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level);
+// true only for the message itself. When problems is given, the decoders on
+// the way describe what they repaired there; the text is the same either way.
+std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level,
+                       quern::error::handler_t* problems = nullptr);
 
 // The same walk in a chosen reading. In the full reading attachment_names,
 // when given, receives the file name of every part that names one, in the
 // order the parts appear.
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
-                       std::vector<std::string>* attachment_names);
+                       std::vector<std::string>* attachment_names, quern::error::handler_t* problems = nullptr);
 
 } // namespace email

@@ -37,18 +37,19 @@ char const* field_end(char const* p, char const* last) {
 }
 
 // The canonical UTC text of a date, or "" when it cannot be read.
-std::string canonical_date(char const* first, char const* last, reading_t reading) {
+std::string canonical_date(char const* first, char const* last, reading_t reading, quern::error::handler_t* problems) {
   date::rules_t const rules = reading == reading_t::full ? date::rules_t::full() : date::rules_t();
-  return date::rfc822_date_t(first, last, nullptr, rules).canonical_format();
+  return date::rfc822_date_t(first, last, problems, rules).canonical_format();
 }
 
-void store_received(header_map_t& map, std::string const& value, reading_t reading) {
+void store_received(header_map_t& map, std::string const& value, reading_t reading, quern::error::handler_t* problems) {
   auto const semicolon = value.rfind(';');
   if (semicolon == std::string::npos)
     return;
   auto const begin = std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(),
                                   [](unsigned char c) { return std::isalnum(c) != 0; });
-  std::string canonical = canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading);
+  std::string canonical =
+      canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading, problems);
   // An unreadable date stores nothing, so a later Received field may still
   // supply one.
   if (!canonical.empty())
@@ -107,15 +108,17 @@ void derive_word(header_map_t& map, std::string_view header, char const* key, ch
 
 } // namespace
 
-header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted) {
-  return quick_parse_headers(first, last, wanted, reading_t::desktop);
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted,
+                                 quern::error::handler_t* problems) {
+  return quick_parse_headers(first, last, wanted, reading_t::desktop, problems);
 }
 
 bool is_address_field(std::string_view name) {
   return name == "from" || name == "to" || name == "cc" || name == "bcc";
 }
 
-header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading) {
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
+                                 quern::error::handler_t* problems) {
   header_map_t map;
   std::string name;
   char const* p = first;
@@ -155,13 +158,13 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       if (name.starts_with("content-") || keep_address) {
         value.assign(value_first, value_last);
       } else {
-        decode_header_line(value_first, value_last, std::back_inserter(value), nullptr, std::string());
+        decode_header_line(value_first, value_last, std::back_inserter(value), problems, std::string());
       }
       cleanup_header_body(value);
     }
 
     if (received)
-      store_received(map, value, reading);
+      store_received(map, value, reading, problems);
     else
       map.insert_or_assign(name, std::move(value));
   }
@@ -177,7 +180,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     if (auto it = map.find(std::string_view("date")); it != map.end()) {
       std::string const raw = std::move(it->second);
       map.erase(it);
-      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), reading);
+      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), reading, problems);
       if (!canonical.empty())
         map.emplace("date", std::move(canonical));
     }

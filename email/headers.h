@@ -26,6 +26,7 @@
 #include <boost/container/flat_set.hpp>
 
 #include "email/reading.h"
+#include "error/handler.h"
 
 namespace email {
 
@@ -38,8 +39,11 @@ using header_map_t = boost::container::flat_map<std::string, std::string, std::l
 using header_set_t = boost::container::flat_set<std::string, std::less<>>;
 
 // Scans the header block starting at first; on return first is the first
-// byte of the body (just past the empty line, or last).
-header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted);
+// byte of the body (just past the empty line, or last). When problems is
+// given, the date parser and the encoded-word decoder describe what they
+// repaired there; the map is the same either way.
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted,
+                                 quern::error::handler_t* problems = nullptr);
 
 // The same scan in a chosen reading. The full reading reads dates with whole
 // month names and explicit zones first, and keeps the address fields
@@ -47,7 +51,8 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 // decoded per mailbox after the list is split, so that a decoded comma or
 // quote cannot change where one mailbox ends. (A field holding raw ISO-2022
 // escapes is still converted whole, since its escapes hold '(' and '$'.)
-header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading);
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
+                                 quern::error::handler_t* problems = nullptr);
 
 // Whether the full reading keeps this (lower-case) field as written.
 bool is_address_field(std::string_view name);

@@ -85,14 +85,14 @@ email::header_set_t const& wanted_headers() {
 namespace {
 
 email::header_map_t parse_lf_bytes(char const* first, char const* last, email::header_set_t const& wanted,
-                                   reading_t reading) {
+                                   options_t const& options) {
   email::header_map_t result;
   if (first == last)
     return result;
   char const* cursor = first;
-  result = email::quick_parse_headers(cursor, last, wanted, reading);
+  result = email::quick_parse_headers(cursor, last, wanted, options.reading, options.problems);
   std::vector<std::string> names;
-  std::string text = email::parse_body(cursor, last, result, true, reading, &names);
+  std::string text = email::parse_body(cursor, last, result, true, options.reading, &names, options.problems);
   result.insert_or_assign("#text", std::move(text));
   if (!names.empty()) {
     std::string joined;
@@ -107,7 +107,7 @@ email::header_map_t parse_lf_bytes(char const* first, char const* last, email::h
 } // namespace
 
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable,
-                                line_ends_t line_ends) {
+                                line_ends_t line_ends, quern::error::handler_t* problems) {
   file_mmap_t const file(path);
   if (readable)
     *readable = file.readable();
@@ -115,12 +115,12 @@ email::header_map_t parse_email(std::string const& path, email::header_set_t con
   // a non-zero size; such a file is read as empty.
   if (file.size() == 0 || !file.data())
     return {};
-  return parse_email_bytes(file.data(), file.data() + file.size(), wanted, line_ends);
+  return parse_email_bytes(file.data(), file.data() + file.size(), wanted, line_ends, problems);
 }
 
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
-                                      line_ends_t line_ends) {
-  return parse_email_bytes(first, last, wanted, options_t{reading_t::desktop, line_ends, nullptr});
+                                      line_ends_t line_ends, quern::error::handler_t* problems) {
+  return parse_email_bytes(first, last, wanted, options_t{reading_t::desktop, line_ends, problems});
 }
 
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
@@ -129,9 +129,9 @@ email::header_map_t parse_email_bytes(char const* first, char const* last, email
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(last - first));
     text::crlf_to_lf(first, last, std::back_inserter(bytes));
-    return parse_lf_bytes(bytes.data(), bytes.data() + bytes.size(), wanted, options.reading);
+    return parse_lf_bytes(bytes.data(), bytes.data() + bytes.size(), wanted, options);
   }
-  return parse_lf_bytes(first, last, wanted, options.reading);
+  return parse_lf_bytes(first, last, wanted, options);
 }
 
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable, line_ends_t line_ends) {
