@@ -27,6 +27,7 @@
 #include "charset/japanese.h"
 #include "charset/surrogates.h"
 #include "charset/utf8.h"
+#include "text/ascii.h"
 #include "text/format.h"
 
 namespace charset {
@@ -45,24 +46,17 @@ namespace {
 
 using quern::error::handler_t;
 
-// The bytes around p that a problem description quotes: radius bytes each
-// side, cut at the ends of the input.
-std::pair<char const*, char const*> span_around(char const* first, char const* last, char const* p,
-                                                std::ptrdiff_t radius) {
-  return {p - first > radius ? p - radius : first, last - p > radius ? p + radius : last};
-}
+using detail::classify_escape;
+using detail::defined_escapes;
+using detail::descriptor_t;
+using detail::escape_t;
+using detail::is_utf8_name;
+using detail::open_descriptor;
 
 std::string hex_context(std::pair<char const*, char const*> span) {
   std::string context;
   hex_print(span.first, span.second, std::back_inserter(context));
   return context;
-}
-
-std::string upper(std::string text) {
-  for (char& c : text)
-    if (c >= 'a' && c <= 'z')
-      c = static_cast<char>(c - 'a' + 'A');
-  return text;
 }
 
 // 8-bit byte at p in a text labelled ASCII (or not labelled at all).
@@ -71,29 +65,26 @@ void eight_bit_in_ascii(char const* first, char const* last, char const* p, std:
   std::string description;
   if (problems) {
     if (charset == "unknown-8bit" || charset == "x-unknown")
-      description =
-          text::format("Charset is \xE2\x80\x9C%s\xE2\x80\x9D and contains 8 bit characters.", charset.c_str());
+      description = text::format(problem_eight_bit_unknown, charset.c_str());
     else if (charset.empty())
-      description = "Non-ASCII detected in string with no charset defined.";
+      description = problem_eight_bit_undeclared;
     else
-      description = text::format("Non-ASCII detected in string claimed to be ASCII (\xE2\x80\x9C%s\xE2\x80\x9D).",
-                                 charset.c_str());
+      description = text::format(problem_eight_bit_in_ascii, charset.c_str());
   }
-  auto const span = span_around(first, last, p, 20);
+  auto const span = text::bytes_around(first, last, p, 20);
   if (utf8::is_valid(first, last)) {
     charset = "utf-8";
     if (problems) {
       std::string context;
       escape_whitespace(span.first, span.second, std::back_inserter(context));
-      problems->push_back(
-          {{"description", description + " It is valid and assumed to be UTF-8."}, {"context", context}});
+      problems->push_back({{"description", description + problem_valid_utf8}, {"context", context}});
     }
     return;
   }
   charset = fallback();
   if (problems)
     problems->push_back(
-        {{"description", description + " It is not valid UTF-8. Instead " + upper(charset) + " is assumed."},
+        {{"description", description + text::format(problem_fallback, text::to_upper_copy(charset).c_str())},
          {"context", hex_context(span)}});
 }
 
@@ -120,11 +111,8 @@ std::string rewrite_circled_numbers(char const* first, char const* last, std::st
       result += ")\x1B$B";
       if (problems && !recorded) {
         recorded = true;
-        problems->push_back(
-            {{"description", text::format("Non-standard circled number detected in Japanese encoding (charset is "
-                                          "\xE2\x80\x9C%s\xE2\x80\x9D)",
-                                          charset.c_str())},
-             {"context", hex_context(span_around(first, last, q, 5))}});
+        problems->push_back({{"description", text::format(problem_circled_number, charset.c_str())},
+                             {"context", hex_context(text::bytes_around(first, last, q, 5))}});
       }
     }
     p = q + 5;
@@ -214,6 +202,169 @@ extern "C" void iconv_fallback(char const* inbuf, size_t inbufsize,
 }
 #endif
 
+// The steps of detail::convert. Each full output buffer goes through the
+// CESU-8 repair on its own, so a pair whose halves land in two buffers stays
+// two lone surrogates. That is the long-standing behaviour of this converter,
+// kept so results do not depend on who converts; the importer then drops such
+// a value as ill-formed.
+struct output_t {
+  output_t(sink_t const& out, bool to_utf8, handler_t* problems) : out(out), to_utf8(to_utf8), problems(problems) {}
+
+  sink_t const& out;
+  bool const to_utf8;
+  handler_t* const problems;
+  char buffer[1024];
+  std::size_t used = 0;
+
+  void flush() {
+    pass_on(buffer, buffer + used, to_utf8, out, problems);
+    used = 0;
+  }
+  void append(char const* text, std::size_t size) {
+    if (sizeof buffer - used < size)
+      flush();
+    std::memcpy(buffer + used, text, size);
+    used += size;
+  }
+};
+
+// The descriptor from source to to_charset. An unknown source fails, except
+// in tolerant conversion to UTF-8, which reads the text as UTF-8 instead and
+// sets source to that.
+descriptor_t open_source(std::string& source, std::string const& to_charset, bool tolerant, handler_t* problems) {
+  descriptor_t descriptor = open_descriptor(source, to_charset);
+  if (descriptor)
+    return descriptor;
+  if (!tolerant || to_charset != "UTF-8") {
+    if (problems)
+      problems->push_back(
+          {{"description", problem_unknown_charset}, {"from_charset", source}, {"to_charset", to_charset}});
+    return descriptor;
+  }
+  if (problems)
+    problems->push_back(
+        {{"description", problem_unknown_charset_utf8}, {"from_charset", source}, {"to_charset", to_charset}});
+  source = "utf-8";
+  return open_descriptor(source, to_charset);
+}
+
+void install_fallbacks([[maybe_unused]] iconv_t cd, [[maybe_unused]] std::uint64_t* error_count) {
+#ifdef _LIBICONV_VERSION
+  iconv_fallbacks fallbacks{};
+  if (error_count) {
+    fallbacks.mb_to_uc_fallback = &iconv_fallback;
+    fallbacks.data = error_count;
+  }
+  iconvctl(cd, ICONV_SET_FALLBACKS, &fallbacks);
+#endif
+}
+
+// How far iconv may read from in: to the end, or up to the first escape that
+// it must not see, with error telling what stopping there means.
+struct limit_t {
+  char const* end;
+  int error; // 0 when only the window ended
+};
+
+// With escapes to check, iconv sees the input one window at a time, each
+// window ending before the first escape it must not see. Windows grow as they
+// are used up, so escapes are looked at about as far ahead as the conversion
+// gets, however often it is restarted.
+limit_t next_limit(char const* escapes, char const* in, char const* last, std::size_t window) {
+  if (!escapes)
+    return {last, 0};
+  char const* const horizon = static_cast<std::size_t>(last - in) > window ? in + window : last;
+  char const* p = in;
+  while ((p = std::find(p, horizon, '\x1B')) != horizon) {
+    std::size_t length = 0;
+    escape_t const kind = classify_escape(escapes, p, last, length);
+    if (kind != escape_t::defined)
+      return {p, kind == escape_t::undefined ? EILSEQ : EINVAL};
+    p += length;
+    if (p >= horizon)
+      break;
+  }
+  return {std::max(p, horizon), 0};
+}
+
+// One run of the converter over [in, limit) into the free part of the
+// buffer; moves in past what it read and returns 0 or the errno value.
+int run_converter(iconv_t cd, bool utf8_copy, char const*& in, char const* limit, output_t& output) {
+  char* out_pointer = output.buffer + output.used;
+  std::size_t out_left = sizeof output.buffer - output.used;
+  int status = 0;
+  if (utf8_copy) {
+    status = copy_utf8(in, limit, out_pointer, out_left);
+  } else {
+    char* in_pointer = const_cast<char*>(in);
+    std::size_t in_left = static_cast<std::size_t>(limit - in);
+    if (in_left != 0 && iconv(cd, &in_pointer, &in_left, &out_pointer, &out_left) == static_cast<size_t>(-1))
+      status = errno;
+    in = in_pointer;
+  }
+  output.used = static_cast<std::size_t>(out_pointer - output.buffer);
+  return status;
+}
+
+// Writes an undecodable byte as itself (below 0x80) or as the text <U+XX>.
+void spell_undecodable(char byte, output_t& output, std::string const& to_charset) {
+  auto const c = static_cast<unsigned char>(byte);
+  char spelled[9];
+  std::size_t size = 1;
+  spelled[0] = static_cast<char>(c);
+  if (c >= 0x80)
+    size = static_cast<std::size_t>(std::snprintf(spelled, sizeof spelled, "<U+%04X>", c));
+  if (output.to_utf8) {
+    output.append(spelled, size);
+    return;
+  }
+  output.flush();
+  detail::convert(spelled, spelled + size, output.out, "UTF-8", to_charset, nullptr, output.problems);
+}
+
+// Converts from in up to last, or up to an error that tolerance does not
+// cover; moves in to where it stopped and returns that error (0 at the end).
+int convert_through(iconv_t cd, char const*& in, char const* last, std::string const& source,
+                    std::string const& to_charset, std::uint64_t* error_count, output_t& output) {
+  bool const utf8_copy = output.to_utf8 && is_utf8_name(source);
+  char const* const escapes = defined_escapes(source);
+  std::size_t window = 1024;
+  limit_t limit = next_limit(escapes, in, last, window);
+  for (;;) {
+    int status = run_converter(cd, utf8_copy, in, limit.end, output);
+    if (status == E2BIG) {
+      output.flush();
+      continue;
+    }
+    if (status == 0 || (status == EINVAL && limit.end != last)) {
+      if (in == last)
+        return 0;
+      if (limit.error == 0) { // only the window ended (or cut a character)
+        window *= 2;
+        limit = next_limit(escapes, in, last, window);
+        continue;
+      }
+      // An escape iconv must not see; a character cut off by it is invalid
+      // rather than incomplete.
+      status = in == limit.end ? limit.error : EILSEQ;
+    }
+    if (status != EILSEQ || !error_count)
+      return status;
+    ++*error_count;
+    spell_undecodable(*in, output, to_charset);
+    if (++in > limit.end)
+      limit = next_limit(escapes, in, last, window);
+  }
+}
+
+void report_stop(int error, std::string const& source, char const* first, char const* last, char const* in,
+                 handler_t* problems) {
+  std::string description = error == EILSEQ ? problem_invalid_sequence : problem_incomplete_sequence;
+  description += " (iconv / " + source + ")";
+  problems->push_back(
+      {{"description", description}, {"context", hex_context(text::bytes_around(first, last, in, 10))}});
+}
+
 } // namespace
 
 namespace detail {
@@ -223,151 +374,16 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
   if (first == last)
     return last;
   std::string source = from_charset;
-  descriptor_t descriptor = open_descriptor(source, to_charset);
-  if (!descriptor) {
-    if (!error_count || to_charset != "UTF-8") {
-      if (problems)
-        problems->push_back({{"description", "Unknown charset specified for conversion (iconv)"},
-                             {"from_charset", source},
-                             {"to_charset", to_charset}});
-      return first;
-    }
-    source = "utf-8";
-    descriptor = open_descriptor(source, to_charset);
-    if (problems)
-      problems->push_back({{"description", "Unknown charset specified for conversion (iconv). Trying UTF-8 instead"},
-                           {"from_charset", from_charset},
-                           {"to_charset", to_charset}});
-    if (!descriptor)
-      return first;
-  }
-  iconv_t const cd = descriptor.get();
-#ifdef _LIBICONV_VERSION
-  iconv_fallbacks fallbacks{};
-  if (error_count) {
-    fallbacks.mb_to_uc_fallback = &iconv_fallback;
-    fallbacks.data = error_count;
-  }
-  iconvctl(cd, ICONV_SET_FALLBACKS, &fallbacks);
-#endif
-
-  bool const to_utf8 = to_charset == "UTF-8";
-  bool const utf8_copy = to_utf8 && is_utf8_name(source);
-  char const* const escapes = defined_escapes(source);
-
-  char buffer[1024];
-  std::size_t used = 0;
-  // Each full buffer goes through the CESU-8 repair on its own, so a pair
-  // whose halves land in two buffers stays two lone surrogates. That is the
-  // long-standing behaviour of this converter, kept so results do not depend
-  // on who converts; the importer then drops such a value as ill-formed.
-  auto const flush = [&] {
-    pass_on(buffer, buffer + used, to_utf8, out, problems);
-    used = 0;
-  };
-  auto const append = [&](char const* text, std::size_t size) {
-    if (sizeof buffer - used < size)
-      flush();
-    std::memcpy(buffer + used, text, size);
-    used += size;
-  };
-
-  // With escapes to check, iconv sees the input one window at a time, each
-  // window ending before the first escape it must not see. Windows grow as
-  // they are used up, so escapes are looked at about as far ahead as the
-  // conversion gets, however often it is restarted.
+  descriptor_t const descriptor = open_source(source, to_charset, error_count != nullptr, problems);
+  if (!descriptor)
+    return first;
+  install_fallbacks(descriptor.get(), error_count);
+  output_t output(out, to_charset == "UTF-8", problems);
   char const* in = first;
-  char const* limit = last;
-  int limit_error = 0; // what stopping at limit means, when limit is an escape
-  std::size_t window = 1024;
-  auto const next_limit = [&] {
-    limit_error = 0;
-    if (!escapes) {
-      limit = last;
-      return;
-    }
-    char const* const horizon = static_cast<std::size_t>(last - in) > window ? in + window : last;
-    char const* p = in;
-    while ((p = std::find(p, horizon, '\x1B')) != horizon) {
-      std::size_t length = 0;
-      escape_t const kind = classify_escape(escapes, p, last, length);
-      if (kind != escape_t::defined) {
-        limit = p;
-        limit_error = kind == escape_t::undefined ? EILSEQ : EINVAL;
-        return;
-      }
-      p += length;
-      if (p >= horizon)
-        break;
-    }
-    limit = std::max(p, horizon);
-  };
-  next_limit();
-
-  int error = 0;
-  for (;;) {
-    char* in_pointer = const_cast<char*>(in);
-    std::size_t in_left = static_cast<std::size_t>(limit - in);
-    char* out_pointer = buffer + used;
-    std::size_t out_left = sizeof buffer - used;
-    int status = 0;
-    if (utf8_copy) {
-      char const* copied = in;
-      status = copy_utf8(copied, limit, out_pointer, out_left);
-      in_pointer = const_cast<char*>(copied);
-    } else if (in_left != 0 && iconv(cd, &in_pointer, &in_left, &out_pointer, &out_left) == static_cast<size_t>(-1)) {
-      status = errno;
-    }
-    in = in_pointer;
-    used = static_cast<std::size_t>(out_pointer - buffer);
-
-    if (status == E2BIG) {
-      flush();
-      continue;
-    }
-    if (status == 0 || (status == EINVAL && limit != last)) {
-      if (in == last)
-        break;
-      if (limit_error == 0) {
-        // Only the window ended (or cut a character): look further.
-        window *= 2;
-        next_limit();
-        continue;
-      }
-      // An escape iconv must not see; a character cut off by it is invalid
-      // rather than incomplete.
-      status = in == limit ? limit_error : EILSEQ;
-    }
-    if (status == EILSEQ && error_count) {
-      ++*error_count;
-      auto const c = static_cast<unsigned char>(*in);
-      char spelled[9];
-      std::size_t size = 1;
-      spelled[0] = static_cast<char>(c);
-      if (c >= 0x80)
-        size = static_cast<std::size_t>(std::snprintf(spelled, sizeof spelled, "<U+%04X>", c));
-      if (to_utf8) {
-        append(spelled, size);
-      } else {
-        flush();
-        detail::convert(spelled, spelled + size, out, "UTF-8", to_charset, nullptr, problems);
-      }
-      ++in;
-      if (in > limit)
-        next_limit();
-      continue;
-    }
-    error = status;
-    break;
-  }
-
-  if (error != 0 && problems) {
-    std::string description =
-        error == EILSEQ ? "Invalid multibyte sequence encountered" : "Incomplete multibyte sequence encountered";
-    description += " (iconv / " + source + ")";
-    problems->push_back({{"description", description}, {"context", hex_context(span_around(first, last, in, 10))}});
-  }
-  flush();
+  int const error = convert_through(descriptor.get(), in, last, source, to_charset, error_count, output);
+  if (error != 0 && problems)
+    report_stop(error, source, first, last, in, problems);
+  output.flush();
   return in;
 }
 
@@ -377,7 +393,7 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     return;
   if (charset == "ascii") {
     if (problems)
-      problems->push_back({{"description", "Non-standard charset is assumed to be 'us-ascii'"}, {"context", charset}});
+      problems->push_back({{"description", problem_ascii_label}, {"context", charset}});
     charset = "us-ascii";
   }
 
@@ -397,10 +413,9 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
       if (japanese_allowed && last - p > 1 && p[1] == '$') {
         charset = "iso-2022-jp";
         if (problems)
-          problems->push_back({{"description", text::format("Escape character detected in string (charset is "
-                                                            "\xE2\x80\x9C%s\xE2\x80\x9D). Instead %s is assumed.",
-                                                            charset.c_str(), upper(charset).c_str())},
-                               {"context", hex_context(span_around(first, last, p, 20))}});
+          problems->push_back({{"description", text::format(problem_escape_in_undeclared, charset.c_str(),
+                                                            text::to_upper_copy(charset).c_str())},
+                               {"context", hex_context(text::bytes_around(first, last, p, 20))}});
         break;
       }
     }
@@ -412,9 +427,7 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     if (high > max_valid_8bit_chars && utf8::is_valid(first, last)) {
       charset = "utf-8";
       if (problems)
-        problems->push_back(
-            {{"description",
-              text::format("Ignored charset (%s) because the text is non-7bit and valid UTF-8.", charset.c_str())}});
+        problems->push_back({{"description", text::format(problem_label_ignored, charset.c_str())}});
     }
   }
 

@@ -10,12 +10,13 @@
 #include "charset/iconv_descriptor.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <vector>
+
+#include "text/ascii.h"
 
 namespace charset::detail {
 
@@ -41,8 +42,8 @@ void close_descriptor(iconv_t cd) {
 std::string normalized(std::string_view name) {
   std::string result;
   for (char c : name)
-    if (std::isalnum(static_cast<unsigned char>(c)))
-      result += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (text::is_alnum(c))
+      result += text::to_lower(c);
   return result;
 }
 

@@ -19,6 +19,7 @@
 #include <string_view>
 
 #include "charset/surrogates.h"
+#include "text/ascii.h"
 #include "text/format.h"
 
 namespace charset::detail {
@@ -51,14 +52,6 @@ escape_row_t const* wider_variant_at(char const* p, char const* last) {
   return nullptr;
 }
 
-std::string upper(std::string_view text) {
-  std::string result(text);
-  for (char& c : result)
-    if (c >= 'a' && c <= 'z')
-      c = static_cast<char>(c - 'a' + 'A');
-  return result;
-}
-
 } // namespace
 
 void japanese_convert(char const* first, char const* last, sink_t out, std::string charset,
@@ -83,13 +76,11 @@ void japanese_convert(char const* first, char const* last, sink_t out, std::stri
       if (escape_row_t const* row = wider_variant_at(p, last)) {
         if (problems) {
           std::string context;
-          char const* const from = p - first > 20 ? p - 20 : first;
-          char const* const to = last - p > 20 ? p + 20 : last;
+          auto const [from, to] = text::bytes_around(first, last, p, 20);
           hex_print(from, to, std::back_inserter(context));
           problems->push_back(
-              {{"description", text::format("Escape sequence indicates the charset is \xE2\x80\x9C%s\xE2\x80\x9D "
-                                            "(and not \xE2\x80\x9C%s\xE2\x80\x9D).",
-                                            upper(row->charset).c_str(), upper(charset).c_str())},
+              {{"description", text::format(problem_wider_variant, text::to_upper_copy(row->charset).c_str(),
+                                            text::to_upper_copy(charset).c_str())},
                {"context", context}});
         }
         p = detail::convert(p, last, to_pending, row->charset, "UTF-8", nullptr, problems);

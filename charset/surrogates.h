@@ -15,19 +15,21 @@
 #pragma once
 
 #include <algorithm>
-#include <cctype>
 #include <iterator>
 #include <string>
 
 #include "error/handler.h"
+#include "text/ascii.h"
 #include "text/hex.h"
 
 namespace charset {
 
+inline constexpr char problem_cesu8[] = "Detected CESU-8 (converting to UTF-8).";
+
 template <typename InputIt, typename OutputIt> OutputIt hex_print(InputIt first, InputIt last, OutputIt out) {
   for (; first != last; ++first) {
     auto const c = static_cast<unsigned char>(*first);
-    if (std::isprint(c)) {
+    if (text::is_print(static_cast<char>(c))) {
       *out++ = static_cast<char>(c);
     } else if (c == '\t' || c == '\r' || c == '\n') {
       *out++ = '\\';
@@ -81,7 +83,7 @@ void surrogates_copy(InputIt first, InputIt last, OutputIt out, quern::error::ha
     if (problems) {
       std::string context;
       hex_print(q, q + 6, std::back_inserter(context));
-      problems->push_back({{"description", "Detected CESU-8 (converting to UTF-8)."}, {"context", context}});
+      problems->push_back({{"description", problem_cesu8}, {"context", context}});
     }
     first = q + 6;
   }

@@ -28,6 +28,7 @@
 #include <boost/container/small_vector.hpp>
 
 #include "date/tables.h"
+#include "text/ascii.h"
 
 namespace date {
 namespace {
@@ -35,14 +36,12 @@ namespace {
 constexpr std::size_t unknown = 0;
 constexpr std::size_t none = static_cast<std::size_t>(-1);
 
-bool is_digit(char c) {
-  return c >= '0' && c <= '9';
-}
-bool is_alpha(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-bool is_blank(char c) {
-  return c == ' ' || c == '\t' || c == '\0';
+using text::is_alpha;
+using text::is_digit;
+
+// Unlike text::is_blank, a NUL counts: see above.
+bool is_blank_or_nul(char c) {
+  return text::is_blank(c) || c == '\0';
 }
 // The expected punctuation character, or a NUL standing in for it.
 bool is_char(char c, char expected) {
@@ -78,7 +77,7 @@ char const* month_name_end(char const* p, char const* last, int month) {
 // RFC 822 printed the military zones with the signs reversed from their usual
 // reading; dates written by software that followed it expect that reading.
 bool military_zone(char letter, std::int64_t& zone) {
-  char const u = static_cast<char>(letter & ~0x20);
+  char const u = text::to_upper(letter);
   if (u >= 'A' && u <= 'I')
     zone = -100 * (u - 'A' + 1);
   else if (u >= 'K' && u <= 'M')
@@ -112,7 +111,7 @@ void rfc822_date_parser_t::note(char const* description, bool low_priority) cons
 bool rfc822_date_parser_t::skip_fws() {
   bool blank = false;
   while (cursor_ != last_) {
-    if (is_blank(*cursor_)) {
+    if (is_blank_or_nul(*cursor_)) {
       ++cursor_;
       blank = true;
       continue;
@@ -125,7 +124,7 @@ bool rfc822_date_parser_t::skip_fws() {
     if (cursor_ == last_ || !is_char(*cursor_, '\n'))
       break;
     ++cursor_;
-    if (cursor_ == last_ || !is_blank(*cursor_))
+    if (cursor_ == last_ || !is_blank_or_nul(*cursor_))
       break;
   }
   return blank;
@@ -366,7 +365,7 @@ bool rfc822_date_parser_t::parse_month() {
 bool rfc822_date_parser_t::skip_dash() {
   if (cursor_ != last_ && is_char(*cursor_, '-')) {
     ++cursor_;
-    note("Non-standard use of '-' ignored");
+    note(problem_dash);
   }
   return true;
 }
@@ -382,11 +381,10 @@ bool rfc822_date_parser_t::parse_year() {
   // The value decides, not the number of digits: "7" and "0007" are 2007.
   if (year < 50) {
     year += 2000;
-    note("Two-digit years obsoleted in RFC2822 (parsed according to RFC822, but assumed to be 20xx instead of 19xx)",
-         true);
+    note(problem_two_digit_year_20xx, true);
   } else if (year < 100) {
     year += 1900;
-    note("Two-digit years obsoleted in RFC2822 (parsed according to RFC822 as 19xx)", true);
+    note(problem_two_digit_year_19xx, true);
   }
   time_.tm_year = year;
   skip_comments();
@@ -462,7 +460,7 @@ bool rfc822_date_parser_t::parse_zone_number(std::int64_t& zone) {
     negative = *cursor_ == '-';
     ++cursor_;
   } else if (is_digit(*cursor_)) {
-    note("Non-standard missing +/- in time zone");
+    note(problem_unsigned_zone);
   } else {
     return false;
   }
@@ -471,7 +469,7 @@ bool rfc822_date_parser_t::parse_zone_number(std::int64_t& zone) {
     return false;
   // Minutes are not checked; only a number no zone could have is reported.
   if (number >= 9960)
-    note("Zone number is out of bounds (accepted anyway)");
+    note(problem_zone_bounds);
   zone = negative ? -number : number;
   return true;
 }
@@ -497,27 +495,26 @@ bool rfc822_date_parser_t::parse_zone() {
   cursor_ = std::find_if_not(cursor_, last_, is_name_char);
   std::string_view name(name_first, static_cast<std::size_t>(cursor_ - name_first));
   if (name.size() >= 2 && name.front() == '"' && name.back() == '"') {
-    note("Non-standard double-quoted zone name");
+    note(problem_quoted_zone);
     name = name.substr(1, name.size() - 2);
   }
   auto const& t = tables();
   if (auto const it = t.rfc822_zones.find(name); it != t.rfc822_zones.end()) {
     zone_ = it->second;
-    note("Zone names obsoleted in RFC2822 (parsed according to RFC822)", true);
+    note(problem_zone_name, true);
   } else if (auto const other = t.other_zones.find(name); other != t.other_zones.end()) {
     zone_ = other->second;
     if (problems_) {
       char description[100];
-      std::snprintf(description, sizeof description, "Zone name does not exist in RFC822 (assumed to be %+05lld)",
-                    static_cast<long long>(zone_));
+      std::snprintf(description, sizeof description, problem_other_zone, static_cast<long long>(zone_));
       note(description);
     }
   } else if (name.size() == 1 && military_zone(name.front(), zone_)) {
-    note("Military zone names obsoleted in RFC2822 (parsed according to RFC822)");
+    note(problem_military_zone);
   } else {
     // Any word in zone position is accepted; one we cannot read means UTC.
     zone_ = 0;
-    note("Non-parsable zone name ignored (assumed UTC)");
+    note(problem_unknown_zone);
   }
   return true;
 }

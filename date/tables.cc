@@ -7,15 +7,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "text/ascii.h"
+
 namespace date {
 namespace {
-
-char fold_lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-char fold_upper(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
 
 tables_t build() {
   static char const* const days[7] = {"mon", "tue", "wed", "thu", "fri", "sat", "sun"};
@@ -47,8 +42,8 @@ tables_t build() {
 
 bool less_than_stricmp::operator()(char const* a, char const* b) const {
   for (int i = 0; i < 3; ++i) {
-    auto const x = static_cast<unsigned char>(fold_lower(a[i]));
-    auto const y = static_cast<unsigned char>(fold_lower(b[i]));
+    auto const x = static_cast<unsigned char>(text::to_lower(a[i]));
+    auto const y = static_cast<unsigned char>(text::to_lower(b[i]));
     if (x != y)
       return x < y;
   }
@@ -57,7 +52,7 @@ bool less_than_stricmp::operator()(char const* a, char const* b) const {
 
 bool zone_less_t::operator()(std::string_view a, std::string_view b) const {
   return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return static_cast<unsigned char>(fold_upper(x)) < static_cast<unsigned char>(fold_upper(y));
+    return static_cast<unsigned char>(text::to_upper(x)) < static_cast<unsigned char>(text::to_upper(y));
   });
 }
 

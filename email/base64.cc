@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "email/reinterpret_base.h"
-#include "text/blank.h"
+#include "text/ascii.h"
 #include "text/format.h"
 
 namespace email {

@@ -1,22 +1,122 @@
+// The search for an encoded word, step by step: the opening "=?", the
+// charset up to its "?", the Q or B letter and its "?", and the text up to
+// "?=". Each step starts where the one before stopped and reports where it
+// stopped itself and whether the candidate still stands; a candidate that
+// failed anywhere before the end of the range lets the search go on after its
+// "=".
 #include "email/encoded_word.h"
 
-#include <cctype>
 #include <cstring>
 
 #include "charset/surrogates.h"
+#include "text/ascii.h"
 
 namespace email {
 namespace {
 
+using quern::error::handler_t;
+
 bool is_charset_byte(char c) {
   // A NUL passes too: the membership test has always counted the set's
   // terminator, and a NUL in a charset name only makes conversion fail later.
-  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == ':' || c == '.' || c == '_' || c == '-' || c == '\0';
+  return text::has_class(c, text::ascii_lower | text::ascii_digit) || c == ':' || c == '.' || c == '_' || c == '-' ||
+         c == '\0';
 }
 
 bool is_illegal_in_text(char c) {
-  auto const u = static_cast<unsigned char>(c);
-  return u >= 0x80 || std::iscntrl(u);
+  return static_cast<unsigned char>(c) >= 0x80 || text::is_control(c);
+}
+
+// Where a step stopped, and whether the candidate is still an encoded word.
+struct step_t {
+  char const* stop;
+  bool ok;
+};
+
+// The "=?" at start; stops after it.
+step_t read_opening(char const* start, char const* last) {
+  char const* const p = start + 1;
+  if (p == last)
+    return {last, false};
+  if (*p != '?')
+    return {p, false};
+  return {p + 1, p + 1 != last};
+}
+
+// The charset from first to the next "?" (7-bit bytes only), lower-cased and
+// repaired; stops at that "?". charset is set only when the name is usable.
+step_t read_charset(char const* first, char const* last, std::string& charset, handler_t* problems) {
+  char const* q = first;
+  while (q != last && *q != '?' && static_cast<unsigned char>(*q) < 0x80)
+    ++q;
+  if (q == last || *q != '?')
+    return {q, false};
+  std::string name = text::to_lower_copy(std::string_view(first, static_cast<std::size_t>(q - first)));
+  if (name.empty()) {
+    name = "utf8";
+    if (problems)
+      problems->push_back({{"description", problem_empty_charset}, {"context", name}});
+  } else if (name.front() == '\'' && name.back() == '\'') {
+    if (problems)
+      problems->push_back({{"description", problem_quoted_charset}, {"context", name}});
+    name = name.size() <= 2 ? std::string() : name.substr(1, name.size() - 2);
+  }
+  if (!std::all_of(name.begin(), name.end(), is_charset_byte))
+    return {q, false};
+  charset = std::move(name);
+  return {q, true};
+}
+
+// The encoding letter at letter and the "?" after it; stops after that "?".
+step_t read_encoding(char const* letter, char const* last, char& encoding) {
+  if (letter == last)
+    return {last, false};
+  if (std::strchr("QqBb", *letter) == nullptr) // strchr also finds the NUL
+    return {letter, false};
+  encoding = text::to_lower(*letter);
+  if (letter + 1 == last)
+    return {last, false};
+  return {letter + 2, letter[1] == '?'};
+}
+
+// The text from word.text_first up to "?="; stops after the "?=". A Q word
+// with raw control or 8-bit bytes is still taken, with a problem recorded.
+step_t read_text(char const* start, char const* last, encoded_word_t& word, handler_t* problems) {
+  if (word.text_first == last)
+    return {last, false};
+  char const* const text_last = std::find(word.text_first, last, '?');
+  if (text_last == last)
+    return {last, false};
+  word.text_last = text_last;
+  if (text_last + 1 == last)
+    return {last, false};
+  char const* const end = text_last + 2;
+  if (text_last[1] != '=')
+    return {end, false};
+  if (std::none_of(word.text_first, text_last, is_illegal_in_text))
+    return {end, true};
+  if (word.encoding != 'q')
+    return {end, false};
+  if (problems) {
+    std::string context;
+    charset::hex_print(start, end, std::back_inserter(context));
+    problems->push_back({{"description", problem_illegal_in_q_word}, {"context", context}});
+  }
+  return {end, true};
+}
+
+// One candidate from the "=" at start, its pieces stored in word as they are
+// read.
+step_t read_candidate(char const* start, char const* last, encoded_word_t& word, handler_t* problems) {
+  step_t step = read_opening(start, last);
+  if (step.ok)
+    step = read_charset(step.stop, last, word.charset, problems);
+  if (step.ok)
+    step = read_encoding(step.stop + 1, last, word.encoding);
+  if (!step.ok)
+    return step;
+  word.text_first = step.stop;
+  return read_text(start, last, word, problems);
 }
 
 } // namespace
@@ -26,103 +126,21 @@ std::string default_fallback_charset() {
 }
 
 bool is_all_space(char const* first, char const* last) {
-  return std::all_of(first, last, [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; });
+  return std::all_of(first, last, text::is_space);
 }
 
-encoded_word_t find_encoded_word(char const* first, char const* last, quern::error::handler_t* problems) {
+encoded_word_t find_encoded_word(char const* first, char const* last, handler_t* problems) {
   encoded_word_t word;
-  char const* pos = first;
-  while (pos != last) {
-    char const* const start = std::find(pos, last, '=');
-    if (start == last)
-      return word;
+  for (char const* start = std::find(first, last, '='); start != last; start = std::find(start + 1, last, '=')) {
     word.first = start;
-    char const* p = start + 1;
-    if (p == last)
+    step_t const step = read_candidate(start, last, word, problems);
+    if (step.ok) {
+      word.last = step.stop;
       return word;
-    // Where the candidate failed; the search resumes after its "=" unless
-    // the failure ran into the end of the range.
-    char const* failure = nullptr;
-    if (*p != '?') {
-      failure = p;
-    } else if (p + 1 == last) {
-      return word;
-    } else {
-      char const* const charset_first = p + 1;
-      char const* q = charset_first;
-      while (q != last && *q != '?' && static_cast<unsigned char>(*q) < 0x80)
-        ++q;
-      if (q == last || *q != '?') {
-        failure = q;
-      } else {
-        std::string charset(charset_first, q);
-        for (char& c : charset)
-          c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        if (charset.empty()) {
-          charset = "utf8";
-          if (problems)
-            problems->push_back({{"description", "Non-existing charset (UTF-8 assumed)"}, {"context", charset}});
-        } else if (charset.front() == '\'' && charset.back() == '\'') {
-          if (problems)
-            problems->push_back({{"description", "Single quotes around charset ignored"}, {"context", charset}});
-          charset = charset.size() <= 2 ? std::string() : charset.substr(1, charset.size() - 2);
-        }
-        char const* const charset_end = q; // the "?" after the charset
-        if (!std::all_of(charset.begin(), charset.end(), is_charset_byte)) {
-          failure = charset_end;
-        } else {
-          word.charset = std::move(charset);
-          char const* letter = charset_end + 1;
-          if (letter == last)
-            return word;
-          if (std::strchr("QqBb", *letter) == nullptr) { // strchr also finds the NUL
-            failure = letter;
-          } else {
-            word.encoding =
-                *letter == '\0' ? '\0' : static_cast<char>(std::tolower(static_cast<unsigned char>(*letter)));
-            if (letter + 1 == last) {
-              failure = last;
-            } else if (letter[1] != '?') {
-              failure = letter + 2;
-            } else {
-              word.text_first = letter + 2;
-              if (word.text_first == last)
-                return word;
-              char const* const text_last = std::find(word.text_first, last, '?');
-              if (text_last == last)
-                return word;
-              word.text_last = text_last;
-              if (text_last + 1 == last) {
-                failure = last;
-              } else if (text_last[1] != '=') {
-                failure = text_last + 2;
-              } else {
-                char const* const end = text_last + 2;
-                if (std::none_of(word.text_first, text_last, is_illegal_in_text)) {
-                  word.last = end;
-                  return word;
-                }
-                if (word.encoding == 'q') {
-                  if (problems) {
-                    std::string context;
-                    charset::hex_print(start, end, std::back_inserter(context));
-                    problems->push_back(
-                        {{"description", "Quoted-printable encoded word contains one or more illegal characters"},
-                         {"context", context}});
-                  }
-                  word.last = end;
-                  return word;
-                }
-                failure = end;
-              }
-            }
-          }
-        }
-      }
     }
-    if (failure == last)
+    // A candidate that ran into the end leaves no later "=" to try.
+    if (step.stop == last)
       return word;
-    pos = start + 1;
   }
   return word;
 }
@@ -162,8 +180,7 @@ std::string decode_word_text(encoded_word_t const& word, quern::error::handler_t
     return decode_base_64(word.text_first, word.text_last, problems, word.charset);
   std::string text(word.text_first, word.text_last);
   if (problems && text.find(' ') != std::string::npos)
-    problems->push_back(
-        {{"description", "Quoted-printable encoded word contains one or more spaces"}, {"context", text}});
+    problems->push_back({{"description", problem_space_in_q_word}, {"context", text}});
   std::replace(text.begin(), text.end(), '_', ' ');
   std::string decoded;
   decode_quoted_printable(text.begin(), text.end(), std::back_inserter(decoded), problems, false);

@@ -22,6 +22,8 @@
 #include <string>
 #include <string_view>
 
+#include "text/ascii.h"
+
 namespace email {
 
 namespace detail {
@@ -60,6 +62,46 @@ template <typename OutputIt> OutputIt canonical_line(char const* first, char con
   return std::copy(content, content_end, out);
 }
 
+// Every line of [first, last) through canonical_line, line ends kept.
+template <typename OutputIt> OutputIt canonical_lines(char const* first, char const* last, OutputIt out) {
+  for (char const* line = first; line != last;) {
+    char const* const line_end = std::find(line, last, '\n');
+    out = canonical_line(line, line_end, out);
+    if (line_end == last)
+      break;
+    *out++ = '\n';
+    line = line_end + 1;
+  }
+  return out;
+}
+
+// Where the text of a flowed line starts: after its quote markers (counted
+// in depth) and the space-stuffing after them, or at an unquoted line the
+// stuffing space unless it stands before a '>'. keep_edges keeps the
+// stuffing of unquoted lines and a space that is the input's last byte.
+inline char const* flowed_content(char const* line, char const* line_end, char const* last, bool keep_edges,
+                                  std::size_t& depth) {
+  depth = static_cast<std::size_t>(std::find_if(line, line_end, [](char c) { return c != '>'; }) - line);
+  char const* content = line + depth;
+  if (depth > 0 && content != line_end && *content == ' ' && !(keep_edges && content + 1 == last))
+    ++content;
+  if (depth == 0 && !keep_edges && content != line_end && *content == ' ') {
+    char const* const after_spaces = std::find_if(content, line_end, [](char c) { return c != ' '; });
+    if (after_spaces == line_end || *after_spaces != '>')
+      ++content;
+  }
+  return content;
+}
+
+// Whether a flowed line breaks softly: its text ends in a space and is not a
+// signature separator; with keep_edges unquoted lines are always hard.
+inline bool is_soft_break(char const* content, char const* line_end, std::size_t depth, bool keep_edges) {
+  std::string_view const text(content, static_cast<std::size_t>(line_end - content));
+  bool const signature =
+      text == "-- " || (depth > 0 && text.ends_with("-- ") && std::all_of(content, line_end - 3, text::is_blank));
+  return !text.empty() && text.back() == ' ' && !signature && !(keep_edges && depth == 0);
+}
+
 } // namespace detail
 
 // Appends the canonical form of [first, last) to out: non-flowed
@@ -67,64 +109,31 @@ template <typename OutputIt> OutputIt canonical_line(char const* first, char con
 // the space before a soft break is removed).
 template <typename OutputIt>
 OutputIt format_deflow(char const* first, char const* last, OutputIt out, bool flowed, bool delsp, bool keep_edges) {
-  auto const all_spaces = [](char const* from, char const* to) {
-    return std::all_of(from, to, [](char c) { return c == ' '; });
-  };
-  auto const all_blank = [](char const* from, char const* to) {
-    return std::all_of(from, to, [](char c) { return c == ' ' || c == '\t'; });
-  };
+  if (!flowed)
+    return detail::canonical_lines(first, last, out);
   bool previous_soft = false;
   std::size_t previous_depth = 0;
-  char const* line = first;
-  while (line != last) {
+  for (char const* line = first; line != last;) {
     char const* const line_end = std::find(line, last, '\n');
     bool const has_lf = line_end != last;
-    char const* const next = has_lf ? line_end + 1 : last;
-
-    if (!flowed) {
-      out = detail::canonical_line(line, line_end, out);
-      if (has_lf)
-        *out++ = '\n';
-      line = next;
-      continue;
-    }
-
-    std::size_t const depth =
-        static_cast<std::size_t>(std::find_if(line, line_end, [](char c) { return c != '>'; }) - line);
-    char const* content = line + depth;
-    if (depth > 0 && content != line_end && *content == ' ' && !(keep_edges && content + 1 == last))
-      ++content;
-
+    std::size_t depth = 0;
+    char const* const content = detail::flowed_content(line, line_end, last, keep_edges, depth);
     if (previous_soft && depth != previous_depth) {
       *out++ = '\n';
       previous_soft = false;
     }
-
-    if (depth == 0 && !keep_edges && content != line_end && *content == ' ') {
-      char const* const after_spaces = std::find_if(content, line_end, [](char c) { return c != ' '; });
-      if (after_spaces == line_end || *after_spaces != '>')
-        ++content;
-    }
-
     if (!previous_soft && depth > 0) {
       out = std::fill_n(out, depth, '>');
-      if (!all_spaces(content, line_end))
+      if (!std::all_of(content, line_end, [](char c) { return c == ' '; }))
         *out++ = ' ';
     }
-
-    std::string_view const text(content, static_cast<std::size_t>(line_end - content));
-    bool const signature = text == "-- " || (depth > 0 && text.ends_with("-- ") && all_blank(content, line_end - 3));
-    bool const soft = !text.empty() && text.back() == ' ' && !signature && !(keep_edges && depth == 0);
-    if (soft) {
-      out = std::copy(content, delsp ? line_end - 1 : line_end, out);
-    } else {
-      out = std::copy(content, line_end, out);
-      if (has_lf)
-        *out++ = '\n';
-    }
+    bool const soft = detail::is_soft_break(content, line_end, depth, keep_edges);
+    out = std::copy(content, soft && delsp ? line_end - 1 : line_end, out);
+    if (!soft && has_lf)
+      *out++ = '\n';
     previous_soft = soft && has_lf;
     previous_depth = depth;
-    line = next;
+    line = has_lf ? line_end + 1 : last;
   }
   // A paragraph still open at the end was ended by the input's last LF.
   if (previous_soft)

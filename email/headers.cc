@@ -1,13 +1,12 @@
 #include "email/headers.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include "date/rfc822_date.h"
 #include "email/encoded_word.h"
 #include "email/parameter.h"
-#include "text/blank.h"
+#include "text/ascii.h"
 
 namespace email {
 namespace {
@@ -15,8 +14,7 @@ namespace {
 using text::is_blank;
 
 void lower_in_place(std::string& s) {
-  for (char& c : s)
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  std::ranges::transform(s, s.begin(), text::to_lower);
 }
 
 void remove_spaces(std::string& s) {
@@ -46,8 +44,8 @@ void store_received(header_map_t& map, std::string const& value, reading_t readi
   auto const semicolon = value.rfind(';');
   if (semicolon == std::string::npos)
     return;
-  auto const begin = std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(),
-                                  [](unsigned char c) { return std::isalnum(c) != 0; });
+  auto const begin =
+      std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(), text::is_alnum);
   std::string canonical =
       canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading, problems);
   // An unreadable date stores nothing, so a later Received field may still
@@ -214,7 +212,7 @@ void cleanup_header_body(std::string& value) {
   }
   if (value.find('\0') != std::string::npos)
     std::erase(value, '\0');
-  while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back())))
+  while (!value.empty() && text::is_space(value.back()))
     value.pop_back();
 }
 

@@ -6,11 +6,10 @@
 #include "email/multipart.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include "email/body.h"
-#include "text/blank.h"
+#include "text/ascii.h"
 
 namespace email {
 namespace {
@@ -65,15 +64,14 @@ char const* find_boundary(char const* begin, char const* end, std::string const&
     bool missing_newline = false;
     if (is_delimiter_line(cursor, end, delimiter, after, close, missing_newline)) {
       if (missing_newline && problems)
-        problems->push_back(
-            {{"description", "Missing newline after boundary string at end of body part"}, {"context", "delimiter"}});
+        problems->push_back({{"description", problem_missing_newline}, {"context", "delimiter"}});
       return range_end;
     }
   }
 
   close = false;
   if (problems)
-    problems->push_back({{"description", "No closing MIME boundary found"}, {"context", delimiter}});
+    problems->push_back({{"description", problem_no_closing_boundary}, {"context", delimiter}});
   after = end;
   return end;
 }
@@ -106,8 +104,7 @@ std::string parse_preamble(char const* begin, char const* end, std::string const
     return no_text_marker;
   char const* after = end;
   char const* const preamble_end = find_boundary(begin, end, "--" + boundary, true, after, nullptr, nullptr);
-  bool const has_text =
-      std::any_of(begin, preamble_end, [](char c) { return !std::isspace(static_cast<unsigned char>(c)); });
+  bool const has_text = !std::all_of(begin, preamble_end, text::is_space);
   return has_text ? std::string(begin, preamble_end) : std::string(no_text_marker);
 }
 

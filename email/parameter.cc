@@ -1,9 +1,7 @@
 #include "email/parameter.h"
 
+#include "text/ascii.h"
 #include <algorithm>
-#include <cctype>
-
-#include "text/blank.h"
 
 namespace email {
 namespace {
@@ -16,7 +14,7 @@ bool name_matches(char const* first, char const* last, std::string const& name) 
   for (; first != last; ++first) {
     if (*first == ' ')
       continue;
-    if (i == name.size() || std::tolower(static_cast<unsigned char>(*first)) != static_cast<unsigned char>(name[i]))
+    if (i == name.size() || text::to_lower(*first) != name[i])
       return false;
     ++i;
   }

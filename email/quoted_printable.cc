@@ -24,17 +24,12 @@ namespace detail {
 void report_quoted_printable_problems(quern::error::handler_t& problems, std::vector<std::string> const& linefeeds,
                                       std::vector<std::string> const& illegal_equals) {
   if (!linefeeds.empty()) {
-    problems.push_back({{"description", text::format("Quoted-printable binary body part contains %zu unencoded "
-                                                     "linefeed(s) (LF). CR characters have been inserted.",
-                                                     linefeeds.size())},
+    problems.push_back({{"description", text::format(problem_unencoded_linefeeds, linefeeds.size())},
                         {"context", boost::algorithm::join(linefeeds, "\n")}});
   }
   if (!illegal_equals.empty()) {
-    problems.push_back(
-        {{"description", text::format("Quoted-printable text contains %zu illegal use(s) of '='. They have been "
-                                      "passed through.",
-                                      illegal_equals.size())},
-         {"context", boost::algorithm::join(illegal_equals, "\n")}});
+    problems.push_back({{"description", text::format(problem_illegal_equals, illegal_equals.size())},
+                        {"context", boost::algorithm::join(illegal_equals, "\n")}});
   }
 }
 

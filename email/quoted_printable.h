@@ -26,8 +26,16 @@
 #include <vector>
 
 #include "error/handler.h"
+#include "text/ascii.h"
 
 namespace email {
+
+// The problems the decoder records: text::format patterns of the number of
+// occurrences.
+inline constexpr char problem_unencoded_linefeeds[] =
+    "Quoted-printable binary body part contains %zu unencoded linefeed(s) (LF). CR characters have been inserted.";
+inline constexpr char problem_illegal_equals[] =
+    "Quoted-printable text contains %zu illegal use(s) of '='. They have been passed through.";
 
 // What hex_to_int answers for a byte that is not a hexadecimal digit.
 inline constexpr unsigned char invalid_hex_digit = 0xFF;
@@ -40,8 +48,7 @@ namespace detail {
 
 // Up to ten bytes of input either side of p, clipped to [first, last).
 template <typename It> std::string qp_context(It first, It last, It p) {
-  It from = p - first > 10 ? p - 10 : first;
-  It to = last - p > 10 ? p + 10 : last;
+  auto const [from, to] = text::bytes_around(first, last, p, 10);
   return std::string(from, to);
 }
 
@@ -59,7 +66,6 @@ OutputIt decode_quoted_printable(InputIt first, InputIt last, OutputIt out, quer
                                  bool binary) {
   std::vector<std::string> linefeeds;
   std::vector<std::string> illegal_equals;
-  auto const is_blank = [](char c) { return c == ' ' || c == '\t'; };
   auto const is_special = [binary](char c) { return c == '=' || (binary && c == '\n'); };
 
   InputIt p = first;
@@ -89,7 +95,7 @@ OutputIt decode_quoted_printable(InputIt first, InputIt last, OutputIt out, quer
         continue;
       }
     }
-    InputIt const after_blanks = std::find_if_not(p + 1, last, is_blank);
+    InputIt const after_blanks = std::find_if_not(p + 1, last, text::is_blank);
     if (after_blanks == last)
       break;
     if (*after_blanks == '\n') {

@@ -21,7 +21,6 @@
 // bounded (deeper comments are kept as plain comments), so the stack depth
 // does not depend on the input.
 #include "header/address.h"
-#include "text/blank.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -31,6 +30,8 @@
 #include <vector>
 
 #include <boost/algorithm/searching/knuth_morris_pratt.hpp>
+
+#include "text/ascii.h"
 
 namespace header {
 namespace {
@@ -43,10 +44,6 @@ constexpr std::string_view left_to_right_embedding = "\xE2\x80\xAA";
 constexpr std::string_view mailto_prefix = "mailto:";
 
 using text::skip_blanks;
-
-char ascii_lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 bool contains(match_t const& m, char c) {
   return m.first != m.last && std::memchr(m.first, c, m.size()) != nullptr;
@@ -63,14 +60,14 @@ bool same_bytes(match_t const& a, match_t const& b) {
 // closes iff d[q] + M(q+1) < 0, where M(i) = min(0, d[i] + M(i+1)).
 class nesting_predictor_t {
 public:
-  nesting_predictor_t(char opener, char closer) : opener_(opener), closer_(closer) {}
+  nesting_predictor_t(char opener, char closer, bool enabled) : opener_(opener), closer_(closer), enabled_(enabled) {}
 
   bool known_to_fail(char const* q, char const* end) const {
     return base_ && (q == end || !closes_[static_cast<std::size_t>(q - base_)]);
   }
 
   void failed(char const*, char const* base, char const* end) {
-    if (base_)
+    if (base_ || !enabled_)
       return;
     base_ = base;
     closes_.assign(static_cast<std::size_t>(end - base), false);
@@ -85,6 +82,7 @@ public:
 
 private:
   char opener_, closer_;
+  bool enabled_;
   char const* base_ = nullptr;
   std::vector<bool> closes_;
 };
@@ -95,7 +93,7 @@ private:
 // it succeeds only when that run has even length and ends on the quote.
 class escape_predictor_t {
 public:
-  explicit escape_predictor_t(char terminator) : terminator_(terminator) {}
+  escape_predictor_t(char terminator, bool enabled) : terminator_(terminator), enabled_(enabled) {}
 
   bool known_to_fail(char const* q, char const* end) const {
     if (!failed_from_)
@@ -107,12 +105,13 @@ public:
   }
 
   void failed(char const* q, char const*, char const*) {
-    if (!failed_from_)
+    if (!failed_from_ && enabled_)
       failed_from_ = q;
   }
 
 private:
   char terminator_;
+  bool enabled_;
   char const* failed_from_ = nullptr;
 };
 
@@ -134,15 +133,14 @@ bool read_closed(char const*& p, char const* base, char const* end, char opener,
 // Short needles are searched directly; long ones on lower-cased copies with
 // Knuth-Morris-Pratt, whose cost stays linear for repetitive hostile text.
 char const* search_ignoring_case(match_t const& haystack, match_t const& needle) {
-  auto const equal = [](char a, char b) { return ascii_lower(a) == ascii_lower(b); };
+  auto const equal = [](char a, char b) { return text::to_lower(a) == text::to_lower(b); };
   if (needle.size() <= 16)
     return std::search(haystack.first, haystack.last, needle.first, needle.last, equal);
-  std::string text(haystack.first, haystack.last), pattern(needle.first, needle.last);
-  std::transform(text.begin(), text.end(), text.begin(), ascii_lower);
-  std::transform(pattern.begin(), pattern.end(), pattern.begin(), ascii_lower);
+  std::string const folded = text::to_lower_copy({haystack.first, haystack.size()});
+  std::string const pattern = text::to_lower_copy({needle.first, needle.size()});
   auto const found =
-      boost::algorithm::knuth_morris_pratt_search(text.begin(), text.end(), pattern.begin(), pattern.end());
-  return haystack.first + (found.first - text.begin());
+      boost::algorithm::knuth_morris_pratt_search(folded.begin(), folded.end(), pattern.begin(), pattern.end());
+  return haystack.first + (found.first - folded.begin());
 }
 
 bool is_peelable_pair(char open, char close) {
@@ -150,14 +148,20 @@ bool is_peelable_pair(char open, char close) {
          (open == '<' && close == '>');
 }
 
-std::pair<match_t, match_t> extract(char const*& position, char const* end, std::size_t depth);
+// How an extraction runs: its comment nesting and whether failed scans may
+// answer later ones (always, except in the reference the tests compare with).
+struct pass_t {
+  std::size_t depth;
+  bool shortcuts;
+};
 
-std::vector<match_t> tokenize(char const* range_start, char const* p, char const* end, std::size_t depth,
-                              bool& last_quoted) {
+std::pair<match_t, match_t> extract(char const*& position, char const* end, pass_t pass);
+
+std::vector<match_t> tokenize(char const* range_start, char const* p, char const* end, pass_t pass, bool& last_quoted) {
   std::vector<match_t> tokens;
   tokens.reserve(5);
-  escape_predictor_t double_quotes('"'), single_quotes('\'');
-  nesting_predictor_t comments('(', ')'), angles('<', '>');
+  escape_predictor_t double_quotes('"', pass.shortcuts), single_quotes('\'', pass.shortcuts);
+  nesting_predictor_t comments('(', ')', pass.shortcuts), angles('<', '>', pass.shortcuts);
   while (p != end) {
     char const c = *p;
     match_t token;
@@ -173,9 +177,9 @@ std::vector<match_t> tokenize(char const* range_start, char const* p, char const
       ++p;
       if (read_closed(p, range_start, end, '(', ")", false, comments, token)) {
         // A comment that repeats the leading address names it: "a@b (Ann <a@b>)".
-        if (!tokens.empty() && depth < max_comment_depth) {
+        if (!tokens.empty() && pass.depth < max_comment_depth) {
           char const* inner = token.first;
-          auto const [name, email] = extract(inner, token.last, depth + 1);
+          auto const [name, email] = extract(inner, token.last, {pass.depth + 1, pass.shortcuts});
           if (email.found() && same_bytes(email, tokens.front()))
             token = name;
         }
@@ -206,19 +210,11 @@ std::vector<match_t> tokenize(char const* range_start, char const* p, char const
   return tokens;
 }
 
-std::pair<match_t, match_t> extract(char const*& position, char const* end, std::size_t depth) {
-  char const* const range_start = position;
-  char const* const p = skip_blanks(position, end);
-  position = end;
-  if (p == end)
-    return {};
-  bool last_quoted = false;
-  std::vector<match_t> const tokens = tokenize(range_start, p, end, depth, last_quoted);
-
-  // Backwards: the last address-looking token is the e-mail, the ordinary
-  // tokens before it grow the name.
+// Walks the tokens backwards: the last address-looking token is the e-mail,
+// the ordinary tokens before it grow the name. grown tells whether the name
+// took in more than one token.
+std::pair<match_t, match_t> choose(std::vector<match_t> const& tokens, bool last_quoted, bool& grown) {
   match_t name, email;
-  bool grown = false;
   for (auto it = tokens.rbegin(); it != tokens.rend(); ++it) {
     match_t const& token = *it;
     bool const address_like = !last_quoted && !token.empty() && contains(token, '@') && !contains(token, '<');
@@ -248,56 +244,82 @@ std::pair<match_t, match_t> extract(char const*& position, char const* end, std:
       grown = true;
     }
   }
+  return {name, email};
+}
 
-  // Group syntax "List: ;" keeps the list name; a lone word is an address.
-  if (name.found()) {
-    if (!name.empty() && name.last[-1] == ';') {
-      char const* q = name.last - 1;
-      while (q != name.first && is_blank(q[-1]))
-        --q;
-      if (q != name.first && q[-1] == ':')
-        name.last = q - 1;
-    } else if (!email.found() && std::find(name.first, name.last, ' ') == name.last) {
-      std::swap(name, email);
-    }
+// Group syntax "List: ;" keeps the list name; a lone word is an address.
+void repair_group_or_word(match_t& name, match_t& email) {
+  if (!name.found())
+    return;
+  if (!name.empty() && name.last[-1] == ';') {
+    char const* q = name.last - 1;
+    while (q != name.first && is_blank(q[-1]))
+      --q;
+    if (q != name.first && q[-1] == ':')
+      name.last = q - 1;
+  } else if (!email.found() && std::find(name.first, name.last, ' ') == name.last) {
+    std::swap(name, email);
   }
+}
 
-  if (grown && name.found()) {
-    include_unbalanced_symbols(name.first, name.last, range_start, end);
+// The address repeated inside the name: "a@b" <a@b>, Ann (a@b) <a@b>. The
+// copy goes, with the brackets or quotes right around it and the spaces
+// next to it.
+void cut_repeated_address(match_t& name, match_t const& email) {
+  if (!name.found() || !email.found() || email.empty() || email.size() > name.size())
+    return;
+  char const* const hit = search_ignoring_case(name, email);
+  if (hit == name.last)
+    return;
+  char const* before = hit;
+  char const* after = hit + email.size();
+  while (before != name.first && after != name.last && is_peelable_pair(before[-1], *after)) {
+    --before;
+    ++after;
+  }
+  while (before != name.first && before[-1] == ' ')
+    --before;
+  while (after != name.last && *after == ' ')
+    ++after;
+  if (before != name.first)
+    name.last = before;
+  else if (after == name.last)
+    name = {};
+  else
+    name.first = after;
+  if (name.found())
     sanitize_quotes(name.first, name.last);
-  }
+}
 
-  // The address repeated inside the name: "a@b" <a@b>, Ann (a@b) <a@b>.
-  if (name.found() && email.found() && !email.empty() && email.size() <= name.size()) {
-    char const* const hit = search_ignoring_case(name, email);
-    if (hit != name.last) {
-      char const* before = hit;
-      char const* after = hit + email.size();
-      while (before != name.first && after != name.last && is_peelable_pair(before[-1], *after)) {
-        --before;
-        ++after;
-      }
-      while (before != name.first && before[-1] == ' ')
-        --before;
-      while (after != name.last && *after == ' ')
-        ++after;
-      if (before != name.first)
-        name.last = before;
-      else if (after == name.last)
-        name = {};
-      else
-        name.first = after;
-      if (name.found())
-        sanitize_quotes(name.first, name.last);
-    }
-  }
-
+// A name that is only a left-to-right embedding goes; one that sits inside
+// double quotes in [range_start, end) is widened to them, so that dequoting
+// removes them.
+void finish_name(match_t& name, char const* range_start, char const* end) {
   if (name.found() && std::string_view(name.first, name.size()) == left_to_right_embedding)
     name = {};
   if (name.found() && name.first != range_start && name.last != end && (name.first[-1] == '"' || *name.last == '"')) {
     --name.first;
     ++name.last;
   }
+}
+
+std::pair<match_t, match_t> extract(char const*& position, char const* end, pass_t pass) {
+  char const* const range_start = position;
+  char const* const p = skip_blanks(position, end);
+  position = end;
+  if (p == end)
+    return {};
+  bool last_quoted = false;
+  std::vector<match_t> const tokens = tokenize(range_start, p, end, pass, last_quoted);
+  bool grown = false;
+  auto [name, email] = choose(tokens, last_quoted, grown);
+  repair_group_or_word(name, email);
+  if (grown && name.found()) {
+    include_unbalanced_symbols(name.first, name.last, range_start, end);
+    sanitize_quotes(name.first, name.last);
+  }
+  cut_repeated_address(name, email);
+  finish_name(name, range_start, end);
   return {name, email};
 }
 
@@ -315,8 +337,14 @@ char const* server_start(char const* first, char const* end) {
 } // namespace
 
 std::pair<match_t, match_t> address_name_and_email_function(char const*& position, char const* end) {
-  return extract(position, end, 0);
+  return extract(position, end, {0, true});
 }
+
+namespace detail {
+std::pair<match_t, match_t> address_name_and_email_unpredicted(char const*& position, char const* end) {
+  return extract(position, end, {0, false});
+}
+} // namespace detail
 
 match_t address_name_function(char const*& position, char const* end) {
   return address_name_and_email_function(position, end).first;

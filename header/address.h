@@ -18,6 +18,13 @@ namespace header {
 // (name, e-mail) of the address in [position, end); position is set to end.
 std::pair<match_t, match_t> address_name_and_email_function(char const*& position, char const* end);
 
+namespace detail {
+// address_name_and_email_function without the shortcuts by which a failed
+// scan answers later ones. Quadratic on hostile input; the reference that
+// the fast path is tested against.
+std::pair<match_t, match_t> address_name_and_email_unpredicted(char const*& position, char const* end);
+} // namespace detail
+
 // The name half and the e-mail half of address_name_and_email_function.
 match_t address_name_function(char const*& position, char const* end);
 match_t address_email_function(char const*& position, char const* end);

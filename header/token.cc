@@ -1,57 +1,21 @@
 // Token scanning, list splitting and quoting for structured header values.
 //
-// Character classes come from one 256-entry table computed at compile time,
-// so every test is a single load. The token scanner keeps its nesting as a
+// Character classes come from the ASCII table of text/ascii.h, so every test
+// is a single load. The token scanner keeps its nesting as a
 // counter: a value of a million '(' costs a linear scan and no stack. The
 // splitters are single forward passes with a few flags; the quoting helpers
 // build their result in one pass as well.
 #include "header/token.h"
-#include "text/blank.h"
+#include "text/ascii.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 namespace header {
 namespace {
 
-enum : std::uint8_t {
-  class_tspecial = 1,
-  class_attribute = 2,
-  class_blank = 4,
-  class_alnum = 8,
-  class_print = 16,
-};
-
-constexpr std::array<std::uint8_t, 256> make_classes() {
-  std::array<std::uint8_t, 256> table{};
-  constexpr char tspecials[] = "()<>@,;:\\\"/[]?=";
-  for (char c : tspecials) // includes the terminating NUL on purpose
-    table[static_cast<unsigned char>(c)] |= class_tspecial;
-  table[' '] |= class_blank;
-  table['\t'] |= class_blank;
-  for (int c = 0x20; c < 0x7f; ++c)
-    table[c] |= class_print;
-  for (int c = '0'; c <= '9'; ++c)
-    table[c] |= class_alnum;
-  for (int c = 'a'; c <= 'z'; ++c)
-    table[c] |= class_alnum;
-  for (int c = 'A'; c <= 'Z'; ++c)
-    table[c] |= class_alnum;
-  // Printable ASCII but space is exactly "not a control, not NUL, not space".
-  for (int c = 0x21; c < 0x7f; ++c)
-    if (!(table[c] & class_tspecial) && c != '%' && c != '\'' && c != '*')
-      table[c] |= class_attribute;
-  return table;
-}
-
-constexpr std::array<std::uint8_t, 256> classes = make_classes();
-
-bool has_class(char c, std::uint8_t mask) {
-  return classes[static_cast<unsigned char>(c)] & mask;
-}
+using text::has_class;
 
 // Membership in a C-string set the way strchr tests it: NUL is a member.
 bool in_set(char const* set, char c) {
@@ -93,13 +57,13 @@ char const* skip_quoted(char const* p, char const* end) {
 } // namespace
 
 bool is_tspecial(char c) {
-  return has_class(c, class_tspecial);
+  return has_class(c, text::ascii_tspecial);
 }
 bool is_attribute_char(char c) {
-  return has_class(c, class_attribute);
+  return has_class(c, text::ascii_attribute);
 }
 bool is_blank(char c) {
-  return has_class(c, class_blank);
+  return text::is_blank(c);
 }
 
 bool special_check(char const* first, char const* end) {
@@ -264,8 +228,8 @@ char const* sanitize_quotes(char const*& first, char const*& end) {
 }
 
 std::string quote_string(std::string const& text, char const* extra) {
-  bool const plain =
-      std::all_of(text.begin(), text.end(), [extra](char c) { return has_class(c, class_alnum) || in_set(extra, c); });
+  bool const plain = std::all_of(text.begin(), text.end(),
+                                 [extra](char c) { return has_class(c, text::ascii_alnum) || in_set(extra, c); });
   if (plain)
     return text;
   std::string out;
@@ -288,7 +252,7 @@ std::string percent_encoded_string(std::string const& text, bool printable) {
   std::string out;
   out.reserve(text.size());
   for (char c : text) {
-    if (has_class(c, printable ? class_print : class_attribute)) {
+    if (has_class(c, printable ? text::ascii_print : text::ascii_attribute)) {
       out += c;
     } else {
       char hex[4];

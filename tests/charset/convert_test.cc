@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "charset/japanese.h"
 #include "charset/surrogates.h"
 #include "importer/import.h"
+#include "text/format.h"
 
 namespace {
 
@@ -51,29 +53,29 @@ std::string printable(std::string const& bytes) {
   return result;
 }
 
+using namespace charset;
+
 std::string invalid(std::string const& charset) {
-  return "Invalid multibyte sequence encountered (iconv / " + charset + ")";
+  return problem_invalid_sequence + (" (iconv / " + charset + ")");
 }
 std::string incomplete(std::string const& charset) {
-  return "Incomplete multibyte sequence encountered (iconv / " + charset + ")";
+  return problem_incomplete_sequence + (" (iconv / " + charset + ")");
 }
 std::string not_utf8(std::string const& charset) {
-  return " It is not valid UTF-8. Instead " + charset + " is assumed.";
+  return text::format(problem_fallback, charset.c_str());
 }
 std::string upgrade(std::string const& variant) {
-  return "Escape sequence indicates the charset is \xE2\x80\x9C" + variant + "\xE2\x80\x9D (and not " +
-         QUOTED("ISO-2022-JP-3") ").";
+  return text::format(problem_wider_variant, variant.c_str(), "ISO-2022-JP-3");
 }
 
-std::string const claimed = "Non-ASCII detected in string claimed to be ASCII (" QUOTED("us-ascii") ").";
-std::string const undeclared = "Non-ASCII detected in string with no charset defined.";
-std::string const as_utf8 = " It is valid and assumed to be UTF-8.";
-std::string const cesu = "Detected CESU-8 (converting to UTF-8).";
-std::string const unknown = "Unknown charset specified for conversion (iconv)";
+std::string const claimed = text::format(problem_eight_bit_in_ascii, "us-ascii");
+std::string const undeclared = problem_eight_bit_undeclared;
+std::string const as_utf8 = problem_valid_utf8;
+std::string const cesu = problem_cesu8;
+std::string const unknown = problem_unknown_charset;
 std::string const jp3 = "iso-2022-jp-3";
 std::string const escape = "a\x1B$B0!\x1B(B";
-std::string const escape_found =
-    "Escape character detected in string (charset is " QUOTED("iso-2022-jp") "). Instead ISO-2022-JP is assumed.";
+std::string const escape_found = text::format(problem_escape_in_undeclared, "iso-2022-jp", "ISO-2022-JP");
 std::string const tail(50, '.'); // keeps a few undecodable bytes under a tenth
 
 struct case_t {
@@ -88,22 +90,19 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
   std::vector<case_t> const cases = {
       {"", "x-nonsense", "", {}},
       {"plain text\n", "", "plain text\n", {}},
-      {"hello", "ascii", "hello", {"Non-standard charset is assumed to be 'us-ascii'"}},
+      {"hello", "ascii", "hello", {problem_ascii_label}},
       // 8-bit bytes under an ASCII label: UTF-8 if valid, else the fallback.
       {"caf\xC3\xA9", "us-ascii", "caf\xC3\xA9", {claimed + as_utf8}},
       {"\x93q\x94", "us-ascii", QUOTED("q"), {claimed + not_utf8("WINDOWS-1252")}, "windows-1252"},
       {"caf\xE9", "", "caf\xC3\xA9", {undeclared + not_utf8("ISO-8859-1")}},
-      {"\xC3\xA9",
-       "unknown-8bit",
-       "\xC3\xA9",
-       {"Charset is " QUOTED("unknown-8bit") " and contains 8 bit characters." + as_utf8}},
+      {"\xC3\xA9", "unknown-8bit", "\xC3\xA9", {text::format(problem_eight_bit_unknown, "unknown-8bit") + as_utf8}},
       {"\xED\xA0\xBD\xED\xB8\x80", "", "\xF0\x9F\x98\x80", {undeclared + as_utf8, cesu}},
       // Ten high bytes keep a legacy label; eleven of valid UTF-8 override it.
       {times(5, "\xC3\xA9"), "iso-8859-1", times(5, "\xC3\x83\xC2\xA9"), {}},
       {times(4, "\xC3\xA9") + "\xE2\x82\xAC",
        "iso-8859-1",
        times(4, "\xC3\xA9") + "\xE2\x82\xAC",
-       {"Ignored charset (utf-8) because the text is non-7bit and valid UTF-8."}},
+       {text::format(problem_label_ignored, "utf-8")}},
       // Renamed labels.
       {"\xC4\xE3\xBA\xC3", "gb2312", "\xE4\xBD\xA0\xE5\xA5\xBD", {}},
       {"\xBE\xC8\xB3\xE7", "ks_c_5601-1987", "\xEC\x95\x88\xEB\x85\x95", {}},
@@ -111,8 +110,8 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
       {"\xF9\xEC", "iso-8859-8-i", "\xD7\xA9\xD7\x9C", {}},
       // After a strict failure the rest is read tolerantly, or as ISO-8859-1
       // when a tenth or more of it is undecodable.
-      {"\xC3\xA9 \xFF" + tail, "x-made-up", "\xC3\xA9 <U+00FF>" + tail, {unknown, unknown + ". Trying UTF-8 instead"}},
-      {"\xE9t\xE9!", "x-made-up", "\xC3\xA9t\xC3\xA9!", {unknown, unknown + ". Trying UTF-8 instead"}},
+      {"\xC3\xA9 \xFF" + tail, "x-made-up", "\xC3\xA9 <U+00FF>" + tail, {unknown, problem_unknown_charset_utf8}},
+      {"\xE9t\xE9!", "x-made-up", "\xC3\xA9t\xC3\xA9!", {unknown, problem_unknown_charset_utf8}},
       {"\xC3\xA9\xFF" + std::string(19, '.'), "utf-8", "\xC3\xA9<U+00FF>" + std::string(19, '.'), {invalid("utf-8")}},
       {"\xC3\xA9\xFF" + std::string(18, '.'), "utf-8", "\xC3\xA9\xC3\xBF" + std::string(18, '.'), {invalid("utf-8")}},
       {"caf\xC3", "utf-8", "caf\xC3\x83", {incomplete("utf-8"), incomplete("utf-8")}},
@@ -140,7 +139,7 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
       {"\x1B$B-!\x1B(B \x1B$B-*0!\x1B(B",
        "iso-2022-jp",
        "(1) (10)" A_0208,
-       {"Non-standard circled number detected in Japanese encoding (charset is " QUOTED("iso-2022-jp-3") ")"}},
+       {text::format(problem_circled_number, "iso-2022-jp-3")}},
       {"a\x1B$B-50!\x1B(B", "iso-2022-jp", "a0!", {}},
       {"ab\x1B$B-!", "iso-2022-jp", "ab-", {invalid(jp3), incomplete(jp3)}},
   };
@@ -196,22 +195,22 @@ TEST(convert, reports_where_it_stopped) {
     int errors; // expected count in tolerant mode; -1 for strict mode
     std::string expected;
     std::ptrdiff_t stop;
-    std::string problem; // first word of the first problem recorded
+    std::string problem; // how the first problem recorded begins
   } const cases[] = {
-      {"ab\xFFxy", "utf-8", "UTF-8", -1, "ab", 2, "Invalid"},
+      {"ab\xFFxy", "utf-8", "UTF-8", -1, "ab", 2, problem_invalid_sequence},
       {"ab\xFFxy", "utf-8", "UTF-8", 1, "ab<U+00FF>xy", 5, ""},
       {"ab\xFFxy", "utf-8", "ISO-8859-1", 1, "ab<U+00FF>xy", 5, ""},
       {"caf\xC3\xA9", "utf-8", "ISO-8859-1", -1, "caf\xE9", 5, ""},
       // Conversion flags in a name would change strictness.
-      {"ab", "utf-8//IGNORE", "UTF-8", -1, "", 0, "Unknown"},
+      {"ab", "utf-8//IGNORE", "UTF-8", -1, "", 0, problem_unknown_charset},
       // ISO-2022 escapes a variant does not define stop it (glibc would copy
       // them); one cut off by the end is incomplete, not undefined.
-      {"abc\x1B$(D0!\x1B(B", jp3, "UTF-8", -1, "abc", 3, "Invalid"},
+      {"abc\x1B$(D0!\x1B(B", jp3, "UTF-8", -1, "abc", 3, problem_invalid_sequence},
       {"abc\x1B$(D0!\x1B(B", "iso-2022-jp-1", "UTF-8", -1, "abc" A_0212, 12, ""},
       {"abc\x1B$(D0!\x1B(B", "iso-2022-jp-2", "UTF-8", -1, "abc" A_0212, 12, ""},
       {"\x1B$(Q0!\x1B(B", "iso-2022-jp-4", "UTF-8", -1, A_0208, 9, ""},
-      {"a\x1B$A0!\x1B(B", "iso-2022-jp-1", "UTF-8", -1, "a", 1, "Invalid"},
-      {"a\x1B$(", jp3, "UTF-8", -1, "a", 1, "Incomplete"},
+      {"a\x1B$A0!\x1B(B", "iso-2022-jp-1", "UTF-8", -1, "a", 1, problem_invalid_sequence},
+      {"a\x1B$(", jp3, "UTF-8", -1, "a", 1, problem_incomplete_sequence},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(printable(c.input) + " from " + c.from + " to " + c.to);
@@ -226,7 +225,7 @@ TEST(convert, reports_where_it_stopped) {
     std::vector<record_t> problems;
     handler.get_errors({}, problems);
     std::string const first = problems.empty() ? "" : problems[0].at("description");
-    EXPECT_EQ(first.substr(0, first.find(' ')), c.problem);
+    EXPECT_EQ(first.substr(0, c.problem.size()), c.problem);
   }
 }
 

@@ -3,8 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "support.h"
+#include "text/format.h"
 
 namespace {
+
+using namespace email;
+using namespace std::string_literals;
 
 TEST(decode_header_line, decodes_joins_and_reports) {
   std::tuple<std::string, std::string, std::string> const cases[] = {
@@ -18,14 +22,12 @@ TEST(decode_header_line, decodes_joins_and_reports) {
       {"=?utf-8?b?a\tb?=", "=?utf-8?b?a\tb?=", ""},
       {"Re: =?ISO-8859-1?Q?J=FCrgen?= Wei=DF", "Re: J\xC3\xBCrgen Wei=DF", ""},
       {"=?utf-8?q?x?= M\xFCller", "x M\xC3\xBCller",
-       "Non-ASCII detected in string with no charset defined. It is not valid UTF-8. Instead ISO-8859-1 is assumed. "
-       "[ M{FC}ller]"}, // undeclared 8-bit text: ISO-8859-1
-      {"=??q?abc?=", "abc", "Non-existing charset (UTF-8 assumed) [utf8]"},
-      {"=?iso-8859-1?q?caf=E9?= =?'UTF-8'?q?=C3=A9?=", "caf\xC3\xA9\xC3\xA9",
-       "Single quotes around charset ignored ['utf-8']"},
-      {"=?utf-8?q?a\tb?=", "a\tb",
-       "Quoted-printable encoded word contains one or more illegal characters [=?utf-8?q?a\\tb?=]"},
-      {"=?utf-8?q?a b?=", "a b", "Quoted-printable encoded word contains one or more spaces [a b]"},
+       charset::problem_eight_bit_undeclared + text::format(charset::problem_fallback, "ISO-8859-1") +
+           " [ M{FC}ller]"}, // undeclared 8-bit text: ISO-8859-1
+      {"=??q?abc?=", "abc", problem_empty_charset + " [utf8]"s},
+      {"=?iso-8859-1?q?caf=E9?= =?'UTF-8'?q?=C3=A9?=", "caf\xC3\xA9\xC3\xA9", problem_quoted_charset + " ['utf-8']"s},
+      {"=?utf-8?q?a\tb?=", "a\tb", problem_illegal_in_q_word + " [=?utf-8?q?a\\tb?=]"s},
+      {"=?utf-8?q?a b?=", "a b", problem_space_in_q_word + " [a b]"s},
   };
   for (auto const& [input, expected, problems] : cases) {
     quern::error::handler_t handler;

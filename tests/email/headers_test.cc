@@ -71,11 +71,20 @@ TEST(scanner, derives_content_keys) {
   }
 }
 
-// Every prefix of a message is scanned without reading past its end.
-TEST(scanner, never_reads_past_the_range) {
+// A prefix of a message gives prefixes of its field values and, once the
+// blank line is in, a prefix of its body; no scan reads past its range.
+TEST(scanner, every_prefix_gives_prefixes_of_values_and_body) {
   std::string const message = "Subject: a\n b\nTo: x\nContent-Type: text/plain; charset=\"q\\\"\"\n\nbody";
-  for (std::size_t n = 0; n <= message.size(); ++n)
-    EXPECT_LE(scan(std::string_view(message).substr(0, n)).second.size(), 4u);
+  std::size_t const body = message.find("\n\n") + 2;
+  auto const whole = scan(message);
+  for (std::size_t n = 0; n <= message.size(); ++n) {
+    auto const [fields, rest] = scan(std::string_view(message).substr(0, n));
+    for (char const* key : {"subject", "to", "content-type"}) {
+      auto const value = fields.find(key);
+      EXPECT_TRUE(value == fields.end() || whole.first.at(key).starts_with(value->second)) << n << " " << key;
+    }
+    EXPECT_EQ(rest, n < body ? "" : whole.second.substr(0, n - body)) << n;
+  }
 }
 
 } // namespace
