@@ -38,8 +38,12 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
   std::string subtype = entry(headers, "#subtype");
   std::string result;
 
+  // A text part that cannot be chosen gives no text whatever its bytes, and
+  // nobody listens for the problems its decoding would find: most base64 in
+  // real mail is text attachments (CSV, calendars), so skipping them pays.
+  bool const chosen_if_text = subtype == "plain" && entry(headers, "#disposition") == "inline";
   std::vector<char> buffer;
-  if (type == "multipart" || type == "message" || type == "text") {
+  if (type == "multipart" || type == "message" || (type == "text" && chosen_if_text)) {
     std::string const& encoding = entry(headers, "#encoding");
     if ((encoding == "base64" || encoding == "quoted-printable") &&
         decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer, nullptr)) {
@@ -77,7 +81,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
     std::string text = walk_nested(begin, end, depth + 1);
     if (has_text(text))
       result = std::move(text);
-  } else if (type == "text" && subtype == "plain" && entry(headers, "#disposition") == "inline") {
+  } else if (type == "text" && chosen_if_text) {
     // The importer never applies format=flowed: the text is only
     // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
     // the converter's own choice (the fallback names no charset).
