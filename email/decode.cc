@@ -85,8 +85,7 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
     return true;
   }
   if (encoding == "base64") {
-    std::vector<char> const decoded = decode_base_64_data(first, last, true, problems);
-    std::copy(decoded.begin(), decoded.end(), out);
+    decode_base_64_append(first, last, true, charset::detail::container_access_t<std::vector<char>>::of(out), problems);
     return true;
   }
   if (encoding == "x-uuencode") {
