@@ -97,6 +97,23 @@ void eight_bit_in_ascii(char const* first, char const* last, char const* p, std:
          {"context", hex_context(span)}});
 }
 
+// No byte with the high bit set and no ESC. Eight bytes at a time: a word
+// has an ESC when some byte of it XOR 0x1B is zero.
+bool is_plain_ascii(char const* first, char const* last) {
+  constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
+  for (; last - first >= 8; first += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, first, 8);
+    std::uint64_t const esc = word ^ (ones * 0x1B);
+    if ((word & highs) != 0 || ((esc - ones) & ~esc & highs) != 0)
+      return false;
+  }
+  for (; first != last; ++first)
+    if (static_cast<unsigned char>(*first) >= 0x80 || *first == '\x1B')
+      return false;
+  return true;
+}
+
 // Turns NEC's circled numbers 1 to 10 (JIS row 13, right after a switch into
 // JIS X 0208) into "(1)" to "(10)", which no ISO-2022-JP converter knows.
 // Any other row-13 character right after the switch is dropped with the
@@ -375,6 +392,14 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
                      fallback_charset_t const& fallback, handler_t* problems) {
   if (first == last)
     return;
+  // Most header values and many bodies are 7-bit text under an ASCII name or
+  // none: they read as themselves in every charset they could be in, so iconv
+  // is not asked. An ESC may start ISO-2022 and takes the long way, as does
+  // the non-standard name that is worth a problem record.
+  if ((charset.empty() || (charset != "ascii" && ascii_encodings.is_ascii(charset))) && is_plain_ascii(first, last)) {
+    out(first, last);
+    return;
+  }
   if (charset == "ascii") {
     if (problems)
       problems->push_back({{"description", "Non-standard charset is assumed to be 'us-ascii'"}, {"context", charset}});
