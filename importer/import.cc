@@ -7,6 +7,7 @@
 #include <boost/locale/utf.hpp>
 
 #include "importer/file_mmap.h"
+#include "importer/file_read.h"
 #include "text/line_ends.h"
 
 namespace importer {
@@ -109,8 +110,22 @@ email::header_map_t parse_email_bytes(char const* first, char const* last, email
   return result;
 }
 
+namespace {
+
+// parse_email for the hosts that import file after file: the file is read
+// into this thread's buffer instead of being mapped.
+email::header_map_t read_email(std::string const& path, bool* readable, line_ends_t line_ends) {
+  thread_local file_reader_t reader;
+  bool const ok = reader.read(path);
+  if (readable)
+    *readable = ok;
+  return parse_email_bytes(reader.data(), reader.data() + reader.size(), wanted_headers(), line_ends);
+}
+
+} // namespace
+
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable, line_ends_t line_ends) {
-  store_attributes(parse_email(path, wanted_headers(), readable, line_ends), attributes);
+  store_attributes(read_email(path, readable, line_ends), attributes);
   return true;
 }
 
@@ -120,7 +135,7 @@ bool import_bytes(char const* first, char const* last, attribute_set_t& attribut
 }
 
 bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options, bool* readable) {
-  store_attributes(parse_email(path, wanted_headers(), readable, effective_line_ends(options)), attributes);
+  store_attributes(read_email(path, readable, effective_line_ends(options)), attributes);
   return true;
 }
 

@@ -114,7 +114,8 @@ email::header_map_t parse_email(std::string const& path, email::header_set_t con
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
                                       line_ends_t line_ends = line_ends_t::as_stored);
 
-// Fills attributes from the message at path. Always true.
+// Fills attributes from the message at path, which is read (not mapped) into
+// a buffer the calling thread keeps for its next file. Always true.
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr,
                  line_ends_t line_ends = line_ends_t::as_stored);
 
