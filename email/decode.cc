@@ -107,11 +107,13 @@ void decode_text(char const* begin, char const* end, std::vector<char>& buffer, 
     end = begin + buffer.size();
   }
   std::vector<char> converted;
+  converted.reserve(static_cast<std::size_t>(end - begin));
   charset::convert_to_utf8(begin, end, std::back_inserter(converted), charset, fallback, problems);
   buffer.swap(converted);
   if (buffer.empty())
     return;
   std::vector<char> canonical;
+  canonical.reserve(buffer.size());
   decode_to_canonical_format(buffer.data(), buffer.data() + buffer.size(), subtype, flowed, delsp,
                              std::back_inserter(canonical), problems);
   buffer.swap(canonical);

@@ -22,9 +22,24 @@
 #include <string>
 #include <string_view>
 
+#include "charset/sink.h"
+
 namespace email {
 
 namespace detail {
+
+// std::copy, but a back-inserting output gets the whole range in one insert
+// instead of growing byte by byte.
+template <typename OutputIt> OutputIt append_range(char const* first, char const* last, OutputIt out) {
+  if constexpr (charset::detail::is_back_inserter<OutputIt>::value) {
+    using container_t = typename charset::detail::is_back_inserter<OutputIt>::container_t;
+    auto& container = charset::detail::container_access_t<container_t>::of(out);
+    container.insert(container.end(), first, last);
+    return out;
+  } else {
+    return std::copy(first, last, out);
+  }
+}
 
 // Writes one line of non-flowed text, without its line end.
 template <typename OutputIt> OutputIt canonical_line(char const* first, char const* last, OutputIt out) {
@@ -57,7 +72,7 @@ template <typename OutputIt> OutputIt canonical_line(char const* first, char con
     if (content != content_end && *content != ' ')
       *out++ = ' ';
   }
-  return std::copy(content, content_end, out);
+  return append_range(content, content_end, out);
 }
 
 } // namespace detail
@@ -116,9 +131,9 @@ OutputIt format_deflow(char const* first, char const* last, OutputIt out, bool f
     bool const signature = text == "-- " || (depth > 0 && text.ends_with("-- ") && all_blank(content, line_end - 3));
     bool const soft = !text.empty() && text.back() == ' ' && !signature && !(keep_edges && depth == 0);
     if (soft) {
-      out = std::copy(content, delsp ? line_end - 1 : line_end, out);
+      out = detail::append_range(content, delsp ? line_end - 1 : line_end, out);
     } else {
-      out = std::copy(content, line_end, out);
+      out = detail::append_range(content, line_end, out);
       if (has_lf)
         *out++ = '\n';
     }
