@@ -2,6 +2,8 @@
 
 #include <array>
 #include <charconv>
+#include <cstdint>
+#include <cstring>
 #include <iterator>
 
 #include <boost/locale/utf.hpp>
@@ -204,6 +206,16 @@ bool is_well_formed_utf8(std::string_view text) {
   char const* p = text.data();
   char const* const end = p + text.size();
   while (p != end) {
+    // Runs of ASCII, eight bytes at a time, need no decoding.
+    std::uint64_t word;
+    if (end - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080) == 0)) {
+      p += 8;
+      continue;
+    }
+    if (static_cast<unsigned char>(*p) < 0x80) {
+      ++p;
+      continue;
+    }
     auto const code_point = traits::decode(p, end);
     if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete)
       return false;
