@@ -19,6 +19,21 @@ void lower_in_place(std::string& s) {
     c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
+// Whether the lower-case form of [first, last) is in wanted.
+bool is_wanted(char const* first, char const* last, header_set_t const& wanted) {
+  char lowered[64];
+  auto const length = static_cast<std::size_t>(last - first);
+  if (length > sizeof lowered) {
+    std::string name(first, last);
+    lower_in_place(name);
+    return wanted.contains(name);
+  }
+  // tolower in the C locale, without a call per byte.
+  for (std::size_t i = 0; i < length; ++i)
+    lowered[i] = first[i] >= 'A' && first[i] <= 'Z' ? static_cast<char>(first[i] - 'A' + 'a') : first[i];
+  return wanted.contains(std::string_view(lowered, length));
+}
+
 void remove_spaces(std::string& s) {
   std::erase(s, ' ');
 }
@@ -118,7 +133,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     char const* name_end = p;
     while (name_end != last && *name_end != ':' && *name_end != '\n')
       ++name_end;
-    name.assign(p, name_end);
+    char const* const name_first = p;
     p = name_end;
     if (p != last && *p == ':')
       ++p;
@@ -128,9 +143,12 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     p = field_end(p, last);
     char const* value_last = p;
 
-    lower_in_place(name);
-    if (!wanted.contains(name))
+    // Most fields are not wanted: they are looked up lower-cased on the
+    // stack and only a wanted name is copied.
+    if (!is_wanted(name_first, name_end, wanted))
       continue;
+    name.assign(name_first, name_end);
+    lower_in_place(name);
     bool const received = name == "received";
     if (received && (map.contains("received") || map.contains("date")))
       continue;
