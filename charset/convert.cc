@@ -25,6 +25,7 @@
 
 #include "charset/iconv_descriptor.h"
 #include "charset/japanese.h"
+#include "charset/single_byte.h"
 #include "charset/surrogates.h"
 #include "charset/utf8.h"
 #include "text/format.h"
@@ -464,6 +465,8 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     return;
   }
 
+  if (convert_single_byte(first, last, out, charset))
+    return;
   char const* const stop = detail::convert(first, last, out, charset, "UTF-8", nullptr, problems);
   if (stop == last)
     return;
