@@ -465,6 +465,12 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     return;
   }
 
+  // Well-formed UTF-8 holds no surrogates to repair and nothing to replace:
+  // the conversion would copy it unchanged.
+  if (is_utf8_name(charset) && utf8::is_well_formed(first, last)) {
+    out(first, last);
+    return;
+  }
   if (convert_single_byte(first, last, out, charset))
     return;
   char const* const stop = detail::convert(first, last, out, charset, "UTF-8", nullptr, problems);

@@ -2,10 +2,9 @@
 
 #include <array>
 #include <charconv>
-#include <cstdint>
-#include <cstring>
 #include <iterator>
 
+#include "charset/utf8.h"
 #include "importer/file_mmap.h"
 #include "importer/file_read.h"
 #include "text/line_ends.h"
@@ -200,50 +199,7 @@ std::optional<instant_t> parse_canonical_date(std::string_view text) {
 }
 
 bool is_well_formed_utf8(std::string_view text) {
-  auto const* p = reinterpret_cast<unsigned char const*>(text.data());
-  auto const* const end = p + text.size();
-  auto const in = [](unsigned char c, unsigned low, unsigned high) { return c >= low && c <= high; };
-  while (p != end) {
-    // Runs of ASCII, eight bytes at a time, need no decoding.
-    std::uint64_t word;
-    if (end - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080) == 0)) {
-      p += 8;
-      continue;
-    }
-    unsigned const c = *p;
-    if (c < 0x80) {
-      ++p;
-      continue;
-    }
-    // The well-formed sequences of the Unicode table: the second byte's
-    // range excludes overlong forms, surrogates and values past U+10FFFF.
-    std::ptrdiff_t length;
-    unsigned low = 0x80, high = 0xBF;
-    if (in(c, 0xC2, 0xDF)) {
-      length = 2;
-    } else if (in(c, 0xE0, 0xEF)) {
-      length = 3;
-      if (c == 0xE0)
-        low = 0xA0;
-      else if (c == 0xED)
-        high = 0x9F;
-    } else if (in(c, 0xF0, 0xF4)) {
-      length = 4;
-      if (c == 0xF0)
-        low = 0x90;
-      else if (c == 0xF4)
-        high = 0x8F;
-    } else {
-      return false;
-    }
-    if (end - p < length || !in(p[1], low, high))
-      return false;
-    for (std::ptrdiff_t i = 2; i < length; ++i)
-      if (!in(p[i], 0x80, 0xBF))
-        return false;
-    p += length;
-  }
-  return true;
+  return utf8::is_well_formed(text.data(), text.data() + text.size());
 }
 
 } // namespace importer
