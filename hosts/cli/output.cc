@@ -1,8 +1,10 @@
 #include "hosts/cli/output.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <string_view>
 
-#include <boost/json.hpp>
 #include <boost/locale/utf.hpp>
 
 namespace cli {
@@ -45,39 +47,131 @@ date_parts_t split(importer::instant_t instant) {
           long(time.seconds().count())};
 }
 
+// Appends text as a JSON string with the escapes boost::json writes: the
+// short forms for '"', '\\' and \b \f \n \r \t, \u00XX for the other control
+// characters, every other byte as it is. Eight bytes at a time are tested
+// for anything to escape, as most text has nothing.
+void append_quoted(std::string& out, std::string_view text) {
+  static constexpr char hex[] = "0123456789abcdef";
+  constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
+  auto const has_byte = [](std::uint64_t word, unsigned char c) {
+    std::uint64_t const x = word ^ (ones * c);
+    return ((x - ones) & ~x & highs) != 0;
+  };
+  out += '"';
+  char const* p = text.data();
+  char const* const end = p + text.size();
+  char const* run = p;
+  while (p != end) {
+    if (end - p >= 8) {
+      std::uint64_t word;
+      std::memcpy(&word, p, 8);
+      bool const control = ((word - ones * 0x20) & ~word & highs) != 0;
+      if (!control && !has_byte(word, '"') && !has_byte(word, '\\')) {
+        p += 8;
+        continue;
+      }
+    }
+    auto const c = static_cast<unsigned char>(*p);
+    if (c >= 0x20 && c != '"' && c != '\\') {
+      ++p;
+      continue;
+    }
+    out.append(run, p);
+    out += '\\';
+    switch (c) {
+    case '"':
+    case '\\':
+      out += static_cast<char>(c);
+      break;
+    case '\b':
+      out += 'b';
+      break;
+    case '\f':
+      out += 'f';
+      break;
+    case '\n':
+      out += 'n';
+      break;
+    case '\r':
+      out += 'r';
+      break;
+    case '\t':
+      out += 't';
+      break;
+    default:
+      out += "u00";
+      out += hex[c >> 4];
+      out += hex[c & 15];
+    }
+    run = ++p;
+  }
+  out.append(run, end);
+  out += '"';
+}
+
 std::string quoted(std::string const& text) {
-  return boost::json::serialize(boost::json::string(text));
+  std::string out;
+  append_quoted(out, text);
+  return out;
 }
 
 } // namespace
 
 std::string iso8601(importer::instant_t instant) {
   auto const d = split(instant);
-  char buffer[48];
-  std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ldZ", d.year, d.month, d.day, d.hours, d.minutes,
-                d.seconds);
-  return buffer;
+  if (d.year < 0 || d.year > 9999) {
+    char buffer[48];
+    std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ldZ", d.year, d.month, d.day, d.hours,
+                  d.minutes, d.seconds);
+    return buffer;
+  }
+  // The common case without a trip through the printf machinery.
+  std::string text = "0000-00-00T00:00:00Z";
+  auto const put = [&](std::size_t at, unsigned value, std::size_t digits) {
+    for (std::size_t i = digits; i-- > 0; value /= 10)
+      text[at + i] = static_cast<char>('0' + value % 10);
+  };
+  put(0, static_cast<unsigned>(d.year), 4);
+  put(5, d.month, 2);
+  put(8, d.day, 2);
+  put(11, static_cast<unsigned>(d.hours), 2);
+  put(14, static_cast<unsigned>(d.minutes), 2);
+  put(17, static_cast<unsigned>(d.seconds), 2);
+  return text;
 }
 
+// Written straight into one string: building a JSON document only to
+// serialise it cost more than the import of many messages.
 std::string to_json_line(record_t const& record) {
-  boost::json::object attributes;
+  std::string line = "{\"path\":";
+  append_quoted(line, valid_utf8(record.path));
+  line += record.imported ? ",\"imported\":true,\"attributes\":{" : ",\"imported\":false,\"attributes\":{";
+  bool first = true;
   for (auto const& [name, value] : record.attributes) {
+    if (!first)
+      line += ',';
+    first = false;
+    append_quoted(line, name);
+    line += ':';
     if (auto const* text = std::get_if<std::string>(&value)) {
-      attributes[name] = *text;
+      append_quoted(line, *text);
     } else if (auto const* instant = std::get_if<importer::instant_t>(&value)) {
-      attributes[name] = iso8601(*instant);
+      append_quoted(line, iso8601(*instant));
     } else {
-      boost::json::array list;
-      for (std::string const& element : std::get<std::vector<std::string>>(value))
-        list.emplace_back(element);
-      attributes[name] = std::move(list);
+      line += '[';
+      bool first_element = true;
+      for (std::string const& element : std::get<std::vector<std::string>>(value)) {
+        if (!first_element)
+          line += ',';
+        first_element = false;
+        append_quoted(line, element);
+      }
+      line += ']';
     }
   }
-  boost::json::object line;
-  line["path"] = valid_utf8(record.path);
-  line["imported"] = record.imported;
-  line["attributes"] = std::move(attributes);
-  return boost::json::serialize(line) + "\n";
+  line += "}}\n";
+  return line;
 }
 
 std::string to_listing(record_t const& record) {
