@@ -77,33 +77,34 @@ void append_quoted(std::string& out, std::string_view text) {
       ++p;
       continue;
     }
-    out.append(run, p);
-    out += '\\';
+    char escape[6] = {'\\', static_cast<char>(c), '0', '0', '0', '0'};
+    std::size_t size = 2;
     switch (c) {
     case '"':
     case '\\':
-      out += static_cast<char>(c);
       break;
     case '\b':
-      out += 'b';
+      escape[1] = 'b';
       break;
     case '\f':
-      out += 'f';
+      escape[1] = 'f';
       break;
     case '\n':
-      out += 'n';
+      escape[1] = 'n';
       break;
     case '\r':
-      out += 'r';
+      escape[1] = 'r';
       break;
     case '\t':
-      out += 't';
+      escape[1] = 't';
       break;
     default:
-      out += "u00";
-      out += hex[c >> 4];
-      out += hex[c & 15];
+      escape[1] = 'u';
+      escape[4] = hex[c >> 4];
+      escape[5] = hex[c & 15];
+      size = 6;
     }
+    out.append(run, p).append(escape, size);
     run = ++p;
   }
   out.append(run, end);
@@ -144,7 +145,20 @@ std::string iso8601(importer::instant_t instant) {
 // Written straight into one string: building a JSON document only to
 // serialise it cost more than the import of many messages.
 std::string to_json_line(record_t const& record) {
-  std::string line = "{\"path\":";
+  // Room for everything unescaped, so that most lines are written into
+  // one allocation.
+  std::size_t size = record.path.size() + 64;
+  for (auto const& [name, value] : record.attributes) {
+    size += name.size() + 32;
+    if (auto const* text = std::get_if<std::string>(&value))
+      size += text->size() + text->size() / 16;
+    else if (auto const* list = std::get_if<std::vector<std::string>>(&value))
+      for (std::string const& element : *list)
+        size += element.size() + 8;
+  }
+  std::string line;
+  line.reserve(size);
+  line += "{\"path\":";
   append_quoted(line, valid_utf8(record.path));
   line += record.imported ? ",\"imported\":true,\"attributes\":{" : ",\"imported\":false,\"attributes\":{";
   bool first = true;
