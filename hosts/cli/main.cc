@@ -13,6 +13,7 @@
 #include <iterator>
 #include <string>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 #include <boost/json.hpp>
@@ -209,6 +210,10 @@ int main(int argc, char** argv) {
   if (options.paths.empty())
     return usage_error("no PATH given", "");
 
+  // Records are written in large blocks to a file or pipe; a terminal keeps
+  // its line buffering.
+  if (!::isatty(STDOUT_FILENO))
+    std::setvbuf(stdout, nullptr, _IOFBF, 1 << 16);
   bool all_read = true;
   for (std::string const& given : options.paths) {
     for (std::string const& path : expand(given, all_read)) {
