@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -15,7 +17,13 @@ namespace {
 struct table_t {
   std::array<std::array<char, 3>, 256> utf8;
   std::array<unsigned char, 256> length; // 0: iconv does not decode the byte alone
+  bool ascii_as_itself;                  // bytes below 0x80 map to themselves
 };
+
+bool ascii_word(char const* p, char const* last) {
+  std::uint64_t word;
+  return last - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080) == 0);
+}
 
 // The names (lower case, as the converter receives them) of charsets that
 // iconv decodes one byte at a time with no state.
@@ -54,6 +62,10 @@ std::unique_ptr<table_t> make_table(std::string const& charset) {
     std::copy(out, out + length, table->utf8[byte].begin());
     table->length[byte] = static_cast<unsigned char>(length);
   }
+  table->ascii_as_itself = true;
+  for (unsigned byte = 0; byte < 0x80; ++byte)
+    if (table->length[byte] != 1 || table->utf8[byte][0] != static_cast<char>(byte))
+      table->ascii_as_itself = false;
   return table;
 }
 
@@ -78,17 +90,31 @@ bool convert_single_byte(char const* first, char const* last, sink_t const& out,
   table_t const* const table = table_for(charset);
   if (!table)
     return false;
-  for (char const* p = first; p != last; ++p)
-    if (table->length[static_cast<unsigned char>(*p)] == 0)
+  // Mostly-ASCII text is taken eight bytes at a time where ASCII reads as
+  // itself.
+  bool const skip_ascii = table->ascii_as_itself;
+  for (char const* p = first; p != last;) {
+    if (skip_ascii && ascii_word(p, last)) {
+      p += 8;
+      continue;
+    }
+    if (table->length[static_cast<unsigned char>(*p++)] == 0)
       return false;
+  }
   char buffer[4096];
   std::size_t used = 0;
   for (char const* p = first; p != last; ++p) {
-    auto const byte = static_cast<unsigned char>(*p);
-    if (sizeof buffer - used < 3) {
+    if (sizeof buffer - used < 8) {
       out(buffer, buffer + used);
       used = 0;
     }
+    if (skip_ascii && ascii_word(p, last)) {
+      std::memcpy(buffer + used, p, 8);
+      used += 8;
+      p += 7;
+      continue;
+    }
+    auto const byte = static_cast<unsigned char>(*p);
     auto const& utf8 = table->utf8[byte];
     buffer[used] = utf8[0];
     buffer[used + 1] = utf8[1];
