@@ -14,9 +14,14 @@ namespace {
 
 using text::is_blank;
 
+// tolower in the C locale, without a call per byte.
+constexpr char lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 void lower_in_place(std::string& s) {
   for (char& c : s)
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    c = lower(c);
 }
 
 // Whether the lower-case form of [first, last) is in wanted.
@@ -28,9 +33,8 @@ bool is_wanted(char const* first, char const* last, header_set_t const& wanted) 
     lower_in_place(name);
     return wanted.contains(name);
   }
-  // tolower in the C locale, without a call per byte.
   for (std::size_t i = 0; i < length; ++i)
-    lowered[i] = first[i] >= 'A' && first[i] <= 'Z' ? static_cast<char>(first[i] - 'A' + 'a') : first[i];
+    lowered[i] = lower(first[i]);
   return wanted.contains(std::string_view(lowered, length));
 }
 
