@@ -395,9 +395,12 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     return;
   // Most header values and many bodies are 7-bit text under an ASCII name or
   // none: they read as themselves in every charset they could be in, so iconv
-  // is not asked. An ESC may start ISO-2022 and takes the long way, as does
-  // the non-standard name that is worth a problem record.
-  if ((charset.empty() || (charset != "ascii" && ascii_encodings.is_ascii(charset))) && is_plain_ascii(first, last)) {
+  // is not asked. An ESC may start ISO-2022 and takes the long way. A
+  // listener also hears about the ASCII names iconv does not know, so then
+  // only the two names that never give a problem are taken this way.
+  bool const ascii_name = charset.empty() || charset == "us-ascii" ||
+                          (!problems && charset != "ascii" && ascii_encodings.is_ascii(charset));
+  if (ascii_name && is_plain_ascii(first, last)) {
     out(first, last);
     return;
   }
@@ -466,8 +469,9 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
   }
 
   // Well-formed UTF-8 holds no surrogates to repair and nothing to replace:
-  // the conversion would copy it unchanged.
-  if (is_utf8_name(charset) && utf8::is_well_formed(first, last)) {
+  // the conversion would copy it unchanged. (Only under names iconv knows: a
+  // spelling it does not know takes the unknown-charset path.)
+  if ((charset == "utf-8" || charset == "utf8") && utf8::is_well_formed(first, last)) {
     out(first, last);
     return;
   }

@@ -1,9 +1,12 @@
 #include "hosts/cli/output.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <boost/locale/utf.hpp>
 
@@ -160,7 +163,14 @@ std::string to_json_line(record_t const& record) {
   line.reserve(size);
   line += "{\"path\":";
   append_quoted(line, valid_utf8(record.path));
-  line += record.imported ? ",\"imported\":true,\"attributes\":{" : ",\"imported\":false,\"attributes\":{";
+  if (record.message != 0)
+    line += ",\"message\":" + std::to_string(record.message);
+  line += record.imported ? ",\"imported\":true" : ",\"imported\":false";
+  if (!record.error.empty()) {
+    line += ",\"error\":";
+    append_quoted(line, valid_utf8(record.error));
+  }
+  line += ",\"attributes\":{";
   bool first = true;
   for (auto const& [name, value] : record.attributes) {
     if (!first)
@@ -184,13 +194,49 @@ std::string to_json_line(record_t const& record) {
       line += ']';
     }
   }
-  line += "}}\n";
+  line += '}';
+  if (record.problems) {
+    line += ",\"problems\":[";
+    bool first_problem = true;
+    for (quern::error::record_t const& problem : *record.problems) {
+      // Keys made alike by the UTF-8 repair share the first one's place and
+      // keep the last one's value, as in a JSON object built key by key.
+      std::vector<std::pair<std::string, std::string>> fields;
+      for (auto const& [key, value] : problem) {
+        std::string name = valid_utf8(key);
+        auto const same = std::find_if(fields.begin(), fields.end(), [&](auto const& f) { return f.first == name; });
+        if (same != fields.end())
+          same->second = valid_utf8(value);
+        else
+          fields.emplace_back(std::move(name), valid_utf8(value));
+      }
+      line += first_problem ? "{" : ",{";
+      first_problem = false;
+      bool first_field = true;
+      for (auto const& [key, value] : fields) {
+        if (!first_field)
+          line += ',';
+        first_field = false;
+        append_quoted(line, key);
+        line += ':';
+        append_quoted(line, value);
+      }
+      line += '}';
+    }
+    line += ']';
+  }
+  line += "}\n";
   return line;
 }
 
 std::string to_listing(record_t const& record) {
-  std::string out = record.path + "\n";
-  if (!record.imported)
+  std::string out = record.path;
+  if (record.message != 0)
+    out += ":" + std::to_string(record.message);
+  out += "\n";
+  if (!record.error.empty())
+    out += "  (not imported: " + record.error + ")\n";
+  else if (!record.imported)
     out += "  (not imported: not an e-mail message type)\n";
   else if (record.attributes.empty())
     out += "  (no attributes)\n";
@@ -212,6 +258,16 @@ std::string to_listing(record_t const& record) {
       for (std::size_t i = 0; i < list.size(); ++i)
         out += "    " + quoted(list[i]) + (i + 1 < list.size() ? ",\n" : "\n");
       out += ")\n";
+    }
+  }
+  if (record.problems) {
+    // A problem's context may span lines; its continuation lines are
+    // indented further so each problem stays one block.
+    for (quern::error::record_t const& problem : *record.problems) {
+      std::string line = "  problem: " + quern::error::to_s(problem);
+      for (std::size_t at = 0; (at = line.find('\n', at)) != std::string::npos; at += 1)
+        line.insert(at + 1, "    ");
+      out += line + "\n";
     }
   }
   return out + "\n";

@@ -80,7 +80,7 @@ TEST(import, empty_file_sets_nothing_and_warns) {
 // A file that cannot be opened or mapped (a directory) sets nothing; the
 // system error is printed with the failing call's name.
 TEST(import, unreadable_paths_set_nothing) {
-  for (auto [path, call] : {std::pair("/nonexistent/tidewell.eml", "open: "), std::pair("/tmp", "read: ")}) {
+  for (auto [path, call] : {std::pair("/nonexistent/tidewell.eml", "fopen: "), std::pair("/tmp", "mmap: ")}) {
     attribute_set_t attributes;
     bool readable = true;
     testing::internal::CaptureStderr();
