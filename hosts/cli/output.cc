@@ -232,7 +232,7 @@ std::string to_json_line(record_t const& record) {
 std::string to_listing(record_t const& record) {
   std::string out = record.path;
   if (record.message != 0)
-    out += ":" + std::to_string(record.message);
+    out.append(":").append(std::to_string(record.message));
   out += "\n";
   if (!record.error.empty())
     out += "  (not imported: " + record.error + ")\n";
