@@ -11,7 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   if (argc < 2) {
     fputs("usage: peak_rss COMMAND [ARG]...\n", stderr);
     return 2;
