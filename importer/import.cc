@@ -4,6 +4,8 @@
 #include <charconv>
 #include <iterator>
 
+#include <boost/locale/utf.hpp>
+
 #include "charset/utf8.h"
 #include "importer/file_mmap.h"
 #include "text/line_ends.h"
