@@ -166,8 +166,15 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
   if (type != "multipart")
     note_name(headers, context);
 
+  // A text part that cannot be chosen gives no text whatever its bytes; when
+  // nobody listens for the problems its decoding would find, it is not
+  // decoded. Most base64 in real mail is text attachments (CSV, calendars).
+  bool const inline_part = entry(headers, "#disposition") == "inline";
+  bool const plain_wanted = subtype == "plain" && inline_part;
+  bool const html_wanted = context.html && subtype == "html" && inline_part;
   std::vector<char> buffer;
-  if (type == "multipart" || type == "message" || type == "text") {
+  if (type == "multipart" || type == "message" ||
+      (type == "text" && (plain_wanted || html_wanted || context.problems))) {
     std::string const& encoding = entry(headers, "#encoding");
     if ((encoding == "base64" || encoding == "quoted-printable") &&
         decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer, context.problems)) {
@@ -182,7 +189,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
     std::string text = walk_nested(begin, end, depth + 1, context);
     if (has_text(text))
       result = std::move(text);
-  } else if (type == "text" && subtype == "plain" && entry(headers, "#disposition") == "inline") {
+  } else if (type == "text" && plain_wanted) {
     // The importer never applies format=flowed: the text is only
     // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
     // the converter's own choice (the fallback names no charset).
@@ -190,7 +197,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
         begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); },
         context.problems);
     result.assign(buffer.begin(), buffer.end());
-  } else if (context.html && type == "text" && subtype == "html" && entry(headers, "#disposition") == "inline") {
+  } else if (type == "text" && html_wanted) {
     result = html_text(begin, end, buffer, entry(headers, "#charset"), context.problems);
   }
   return result.empty() ? std::string(no_text_marker) : result;

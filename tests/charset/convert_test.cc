@@ -1,6 +1,7 @@
 #include "charset/convert.h"
 
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include <iterator>
 #include <string>
@@ -249,6 +250,45 @@ TEST(convert_to_utf8, long_and_hostile_inputs) {
   auto const lines = to_utf8(times(4000, "\x1B$B0!\x80\n\x1B$(D0!\x1B(B\xFF\n"), "iso-2022-jp");
   EXPECT_TRUE(importer::is_well_formed_utf8(lines.text));
   EXPECT_EQ(to_utf8(std::string(1 << 16, '\xFF'), "utf-8").text.size(), 2u << 16);
+}
+
+// Single-byte charsets: whatever the path inside, the result is iconv's for
+// every byte it decodes, mixed with ASCII runs at every alignment.
+TEST(convert_to_utf8, single_byte_charsets_read_as_iconv_reads_them) {
+  for (char const* name : {"iso-8859-1", "iso-8859-15", "windows-1252", "windows-1251", "koi8-r"}) {
+    iconv_t const cd = iconv_open("UTF-8", name);
+    ASSERT_NE(cd, reinterpret_cast<iconv_t>(-1)) << name;
+    auto const reference = [&](std::string const& input, std::string& out) {
+      iconv(cd, nullptr, nullptr, nullptr, nullptr);
+      std::string buffer(input.size() * 4, '\0');
+      char* in = const_cast<char*>(input.data());
+      std::size_t in_left = input.size();
+      char* out_pointer = buffer.data();
+      std::size_t out_left = buffer.size();
+      bool const ok = iconv(cd, &in, &in_left, &out_pointer, &out_left) != static_cast<std::size_t>(-1);
+      out.assign(buffer.data(), out_pointer);
+      return ok;
+    };
+    std::string decodable, undecodable, out;
+    for (int c = 1; c < 256; ++c) {
+      std::string const byte(1, static_cast<char>(c));
+      (reference(byte, out) ? decodable : undecodable) += byte;
+    }
+    for (std::size_t offset = 0; offset < 8; ++offset) {
+      std::string const input = std::string(offset, 'a') + decodable + "plain ASCII text " + decodable;
+      ASSERT_TRUE(reference(input, out)) << name;
+      EXPECT_EQ(to_utf8(input, name).text, out) << name << " " << offset;
+    }
+    // A byte iconv cannot decode sends the rest of the text, from that
+    // byte on, to the ISO-8859-1 reading.
+    ASSERT_TRUE(reference(decodable, out));
+    for (char const c : undecodable) {
+      auto const u = static_cast<unsigned char>(c);
+      std::string const latin1{static_cast<char>(0xC0 | u >> 6), static_cast<char>(0x80 | (u & 0x3F))};
+      EXPECT_EQ(to_utf8(decodable + c, name).text, out + latin1) << name << " " << int(u);
+    }
+    iconv_close(cd);
+  }
 }
 
 } // namespace
