@@ -105,7 +105,7 @@ TEST(kde_extractor, examples) {
        "Your invoice № 2025-1042",
        {"Billing <billing@shop.example>"},
        "2025-10-02T11:05:12Z",
-       {"Total: 49,00 €"}},
+       {"Total: 49,00 €", "invoice-2025-1042.pdf"}},
       {"alternative.eml",
        "[ci] main is green again",
        {"Build Bot <ci@build.example.com>"},
