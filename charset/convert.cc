@@ -304,10 +304,18 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
   };
   next_limit();
 
+  // iconv gets at most a slice of the input per call. glibc's converters
+  // that go through its internal form convert ahead of a full output buffer
+  // and then redo the step to find where the output stopped, so handing them
+  // all the remaining input made text with many shifts (a million ISO-2022-JP
+  // escapes) an order of magnitude slower per byte. A slice that ends inside
+  // a character or escape is incomplete, not wrong: the next call resumes.
+  constexpr std::size_t slice = 512;
   int error = 0;
   for (;;) {
+    char const* const slice_end = !utf8_copy && static_cast<std::size_t>(limit - in) > slice ? in + slice : limit;
     char* in_pointer = const_cast<char*>(in);
-    std::size_t in_left = static_cast<std::size_t>(limit - in);
+    std::size_t in_left = static_cast<std::size_t>(slice_end - in);
     char* out_pointer = buffer + used;
     std::size_t out_left = sizeof buffer - used;
     int status = 0;
@@ -325,6 +333,8 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
       flush();
       continue;
     }
+    if (slice_end != limit && (status == 0 || status == EINVAL))
+      continue;
     if (status == 0 || (status == EINVAL && limit != last)) {
       if (in == last)
         break;
