@@ -23,15 +23,19 @@ bool has_text(std::string const& text) {
   return text != no_text_marker;
 }
 
-std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth);
+using quern::error::handler_t;
+
+std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
+                 handler_t* problems);
 
 // The text of a nested entity: its own header block, then its body.
-std::string walk_nested(char const* begin, char const* end, std::size_t depth) {
-  header_map_t headers = quick_parse_headers(begin, end, subpart_headers());
-  return walk(begin, end, headers, false, depth);
+std::string walk_nested(char const* begin, char const* end, std::size_t depth, handler_t* problems) {
+  header_map_t headers = quick_parse_headers(begin, end, subpart_headers(), problems);
+  return walk(begin, end, headers, false, depth, problems);
 }
 
-std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth) {
+std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
+                 handler_t* problems) {
   if (depth > max_nesting_depth)
     return no_text_marker;
   std::string type = entry(headers, "#type");
@@ -42,7 +46,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
   if (type == "multipart" || type == "message" || type == "text") {
     std::string const& encoding = entry(headers, "#encoding");
     if ((encoding == "base64" || encoding == "quoted-printable") &&
-        decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer, nullptr)) {
+        decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer, problems)) {
       begin = buffer.data();
       end = begin + buffer.size();
     }
@@ -50,7 +54,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
 
   if (type == "multipart") {
     bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
-    auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), !walk_all, nullptr);
+    auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), !walk_all, problems);
     // The first range is the preamble and the last whatever follows the
     // parts; neither is text of the message.
     if (ranges.size() >= 2) {
@@ -61,20 +65,21 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
     }
     if (subtype == "mixed") {
       for (auto const& [first, last] : ranges)
-        if (std::string text = walk_nested(first, last, depth + 1); has_text(text))
+        if (std::string text = walk_nested(first, last, depth + 1, problems); has_text(text))
           result += text;
     } else if (subtype == "alternative") {
       for (auto it = ranges.rbegin(); it != ranges.rend(); ++it)
-        if (std::string text = walk_nested(it->first, it->second, depth + 1); has_text(text)) {
+        if (std::string text = walk_nested(it->first, it->second, depth + 1, problems); has_text(text)) {
           result = std::move(text);
           break;
         }
     } else if (!ranges.empty()) {
-      if (std::string text = walk_nested(ranges.front().first, ranges.front().second, depth + 1); has_text(text))
+      if (std::string text = walk_nested(ranges.front().first, ranges.front().second, depth + 1, problems);
+          has_text(text))
         result = std::move(text);
     }
   } else if (type == "message" && subtype == "rfc822") {
-    std::string text = walk_nested(begin, end, depth + 1);
+    std::string text = walk_nested(begin, end, depth + 1, problems);
     if (has_text(text))
       result = std::move(text);
   } else if (type == "text" && subtype == "plain" && entry(headers, "#disposition") == "inline") {
@@ -82,7 +87,7 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
     // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
     // the converter's own choice (the fallback names no charset).
     decode_text(
-        begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); }, nullptr);
+        begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); }, problems);
     result.assign(buffer.begin(), buffer.end());
   }
   return result.empty() ? std::string(no_text_marker) : result;
@@ -90,8 +95,9 @@ std::string walk(char const* begin, char const* end, header_map_t& headers, bool
 
 } // namespace
 
-std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level) {
-  return walk(begin, end, headers, top_level, 0);
+std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level,
+                       quern::error::handler_t* problems) {
+  return walk(begin, end, headers, top_level, 0, problems);
 }
 
 } // namespace email

@@ -22,6 +22,7 @@
 #include <string>
 
 #include "email/headers.h"
+#include "error/handler.h"
 
 namespace email {
 
@@ -33,7 +34,9 @@ inline constexpr std::size_t max_nesting_depth = 64;
 
 // The UTF-8 text of the entity whose body is [begin, end) and whose content
 // keys are in headers; the no-text marker when it yields none. top_level is
-// true only for the message itself.
-std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level);
+// true only for the message itself. When problems is given, the decoders on
+// the way describe what they repaired there; the text is the same either way.
+std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level,
+                       quern::error::handler_t* problems = nullptr);
 
 } // namespace email

@@ -37,17 +37,17 @@ char const* field_end(char const* p, char const* last) {
 }
 
 // The canonical UTC text of a date, or "" when it cannot be read.
-std::string canonical_date(char const* first, char const* last) {
-  return date::rfc822_date_t(first, last, nullptr).canonical_format();
+std::string canonical_date(char const* first, char const* last, quern::error::handler_t* problems) {
+  return date::rfc822_date_t(first, last, problems).canonical_format();
 }
 
-void store_received(header_map_t& map, std::string const& value) {
+void store_received(header_map_t& map, std::string const& value, quern::error::handler_t* problems) {
   auto const semicolon = value.rfind(';');
   if (semicolon == std::string::npos)
     return;
   auto const begin = std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(),
                                   [](unsigned char c) { return std::isalnum(c) != 0; });
-  std::string canonical = canonical_date(value.data() + (begin - value.begin()), value.data() + value.size());
+  std::string canonical = canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), problems);
   // An unreadable date stores nothing, so a later Received field may still
   // supply one.
   if (!canonical.empty())
@@ -106,7 +106,8 @@ void derive_word(header_map_t& map, std::string_view header, char const* key, ch
 
 } // namespace
 
-header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted) {
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted,
+                                 quern::error::handler_t* problems) {
   header_map_t map;
   std::string name;
   char const* p = first;
@@ -142,13 +143,13 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       if (name.starts_with("content-")) {
         value.assign(value_first, value_last);
       } else {
-        decode_header_line(value_first, value_last, std::back_inserter(value), nullptr, std::string());
+        decode_header_line(value_first, value_last, std::back_inserter(value), problems, std::string());
       }
       cleanup_header_body(value);
     }
 
     if (received)
-      store_received(map, value);
+      store_received(map, value, problems);
     else
       map.insert_or_assign(name, std::move(value));
   }
@@ -164,7 +165,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     if (auto it = map.find(std::string_view("date")); it != map.end()) {
       std::string const raw = std::move(it->second);
       map.erase(it);
-      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size());
+      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), problems);
       if (!canonical.empty())
         map.emplace("date", std::move(canonical));
     }

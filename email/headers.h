@@ -25,6 +25,8 @@
 #include <boost/container/flat_map.hpp>
 #include <boost/container/flat_set.hpp>
 
+#include "error/handler.h"
+
 namespace email {
 
 // Lower-case header names and derived "#" keys to cleaned UTF-8 values,
@@ -36,8 +38,11 @@ using header_map_t = boost::container::flat_map<std::string, std::string, std::l
 using header_set_t = boost::container::flat_set<std::string, std::less<>>;
 
 // Scans the header block starting at first; on return first is the first
-// byte of the body (just past the empty line, or last).
-header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted);
+// byte of the body (just past the empty line, or last). When problems is
+// given, the date parser and the encoded-word decoder describe what they
+// repaired there; the map is the same either way.
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted,
+                                 quern::error::handler_t* problems = nullptr);
 
 // Unfolds line breaks, removes NUL bytes and trims trailing white space.
 void cleanup_header_body(std::string& value);

@@ -80,7 +80,7 @@ email::header_set_t const& wanted_headers() {
 }
 
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable,
-                                line_ends_t line_ends) {
+                                line_ends_t line_ends, quern::error::handler_t* problems) {
   file_mmap_t const file(path);
   if (readable)
     *readable = file.readable();
@@ -88,23 +88,23 @@ email::header_map_t parse_email(std::string const& path, email::header_set_t con
   // a non-zero size; such a file is read as empty.
   if (file.size() == 0 || !file.data())
     return {};
-  return parse_email_bytes(file.data(), file.data() + file.size(), wanted, line_ends);
+  return parse_email_bytes(file.data(), file.data() + file.size(), wanted, line_ends, problems);
 }
 
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
-                                      line_ends_t line_ends) {
+                                      line_ends_t line_ends, quern::error::handler_t* problems) {
   if (line_ends == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(last - first));
     text::crlf_to_lf(first, last, std::back_inserter(bytes));
-    return parse_email_bytes(bytes.data(), bytes.data() + bytes.size(), wanted);
+    return parse_email_bytes(bytes.data(), bytes.data() + bytes.size(), wanted, line_ends_t::as_stored, problems);
   }
   email::header_map_t result;
   if (first == last)
     return result;
   char const* cursor = first;
-  result = email::quick_parse_headers(cursor, last, wanted);
-  std::string text = email::parse_body(cursor, last, result, true);
+  result = email::quick_parse_headers(cursor, last, wanted, problems);
+  std::string text = email::parse_body(cursor, last, result, true, problems);
   result.insert_or_assign("#text", std::move(text));
   return result;
 }
@@ -120,12 +120,14 @@ bool import_bytes(char const* first, char const* last, attribute_set_t& attribut
 }
 
 bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options, bool* readable) {
-  store_attributes(parse_email(path, wanted_headers(), readable, effective_line_ends(options)), attributes);
+  store_attributes(parse_email(path, wanted_headers(), readable, effective_line_ends(options), options.problems),
+                   attributes);
   return true;
 }
 
 bool import_bytes(char const* first, char const* last, attribute_set_t& attributes, options_t const& options) {
-  store_attributes(parse_email_bytes(first, last, wanted_headers(), effective_line_ends(options)), attributes);
+  store_attributes(parse_email_bytes(first, last, wanted_headers(), effective_line_ends(options), options.problems),
+                   attributes);
   return true;
 }
 

@@ -106,13 +106,16 @@ inline line_ends_t effective_line_ends(options_t const& options) {
 // The header map of the message at path plus its body text under "#text";
 // empty when the file is empty or cannot be read. When readable is given it
 // tells whether the file could be opened and read (an empty file can).
+// When problems is given, the parsers describe what they repaired there.
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable = nullptr,
-                                line_ends_t line_ends = line_ends_t::as_stored);
+                                line_ends_t line_ends = line_ends_t::as_stored,
+                                quern::error::handler_t* problems = nullptr);
 
 // The header map of the message held in [first, last), exactly as
 // parse_email gives it for a file of these bytes; empty for an empty range.
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
-                                      line_ends_t line_ends = line_ends_t::as_stored);
+                                      line_ends_t line_ends = line_ends_t::as_stored,
+                                      quern::error::handler_t* problems = nullptr);
 
 // Fills attributes from the message at path. Always true.
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr,

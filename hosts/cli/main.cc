@@ -3,22 +3,28 @@
 // Each PATH is imported exactly as the desktop-search host would import it,
 // or, with --crlf, as the Tracker host does (CR LF line ends read as LF), and
 // the resulting attribute set is printed, either as an mdls-style listing
-// or as one JSON object per line. Directories are walked recursively, in
-// sorted order, for regular files.
+// or as one JSON object per line. Folders are walked for mail files, mboxes
+// are split into their messages, and files are imported on several threads
+// with the output in input order (see driver.h). This file reads the command
+// line; the look-ups that import nothing are answered here too.
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <iostream>
-#include <iterator>
 #include <string>
 #include <system_error>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <boost/json.hpp>
 
 #include "header/format.h"
 #include "header/public_suffix.h"
+#include "hosts/cli/console.h"
+#include "hosts/cli/driver.h"
 #include "hosts/cli/output.h"
 #include "importer/import.h"
 
@@ -26,17 +32,29 @@ namespace {
 
 constexpr char usage[] = R"(Usage: tidewell-import [OPTION]... PATH...
 Import e-mail message files as the desktop-search importer does and print
-the attributes it sets. A directory PATH is searched recursively for files.
+the attributes it sets. A directory PATH is searched recursively for mail
+files; - reads one message from standard input.
 
 Options:
-  --json               print one JSON object per file, one per line:
+  --json               print one JSON object per message, one per line:
                        {"path": ..., "imported": ..., "attributes": {...}}
+  --mbox               read every PATH (and -) as an mbox and import each of
+                       its messages: "message": N (from 1) in JSON, PATH:N
+                       in the listing
+  --problems           also print what the parsers repaired or tolerated in
+                       each message ("problems" in JSON, indented "problem:"
+                       lines in the listing); the attributes stay the same
   --content-type UTI   the content type the host announces for every file
                        (default: com.apple.mail.email; any other type is
                        not imported)
   --crlf               read CR LF line ends as LF before importing, as the
                        Tracker host does (by default a CR is content, so a
                        file with CR LF line ends has no end of its headers)
+  -j, --jobs N         import N files at a time (default: the number of
+                       processors); the output is the same for every N
+  --quiet              no progress line and no summary on standard error
+  --summary            print the summary line even when standard error is
+                       not a terminal
   --format-address FORM TEXT
                        instead of importing, read TEXT as one name and
                        address written in FORM (rfc822: RFC 822 syntax,
@@ -53,8 +71,18 @@ Options:
 The two look-ups may be repeated; they print one "key: value" line per
 result (one JSON object per look-up with --json) and take no PATH.
 
-Exit status: 0 when every file could be read, 1 when one could not,
-2 for a usage error.
+A directory walk takes only cur/ and new/ inside a Maildir, skips hidden
+files and folders (but walks Maildir++ folders such as .Sent), the index
+folders of other mail tools and dovecot* files, and skips FIFOs, sockets and
+devices. Only regular files are read: such a file named as PATH is refused.
+
+When standard error is a terminal, a progress line is redrawn there and a
+summary line ends the run: N files (messages with --mbox), M imported, K
+with text, E unreadable, T s.
+
+Exit status: 0 when every file could be read and all output written, 1
+when not (each failure is reported as "tidewell-import: PATH: reason", and
+its JSON record has an "error" key), 2 for a usage error.
 )";
 
 struct lookup_t {
@@ -64,9 +92,9 @@ struct lookup_t {
 };
 
 struct options_t {
-  bool json = false;
-  bool crlf = false;
-  std::string content_type{importer::mail_content_type};
+  cli::settings_t settings;
+  bool quiet = false;
+  bool summary = false;
   std::vector<std::string> paths;
   std::vector<lookup_t> lookups;
 };
@@ -75,25 +103,6 @@ int usage_error(char const* message, char const* argument) {
   std::fprintf(stderr, "tidewell-import: %s%s\nTry 'tidewell-import --help' for more information.\n", message,
                argument);
   return 2;
-}
-
-// The files a PATH stands for: itself, or every regular file below it.
-std::vector<std::string> expand(std::string const& path, bool& ok) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  if (!fs::is_directory(path, error))
-    return {path};
-  std::vector<std::string> files;
-  fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied, error);
-  for (; !error && it != fs::recursive_directory_iterator(); it.increment(error))
-    if (it->is_regular_file(error))
-      files.push_back(it->path().string());
-  if (error) {
-    std::fprintf(stderr, "tidewell-import: %s: %s\n", path.c_str(), error.message().c_str());
-    ok = false;
-  }
-  std::sort(files.begin(), files.end());
-  return files;
 }
 
 // Only the forms that can be read back are accepted: reading the display
@@ -141,24 +150,39 @@ std::vector<std::pair<std::string, std::string>> run_lookup(lookup_t const& look
           {"third-level", third}};
 }
 
-void print_lookup(lookup_t const& lookup, bool json) {
+std::string lookup_output(lookup_t const& lookup, bool json) {
   auto const rows = run_lookup(lookup);
   if (json) {
     boost::json::object object;
     for (auto const& [key, value] : rows)
       object[key] = value;
-    std::string const line = boost::json::serialize(object) + "\n";
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    return;
+    return boost::json::serialize(object) + "\n";
   }
+  std::string out;
   for (auto const& [key, value] : rows)
-    std::printf("%s: %s\n", key.c_str(), value.c_str());
+    out += key + ": " + value + "\n";
+  return out;
+}
+
+// A job count: a whole number from 1 to 1024.
+bool parse_jobs(char const* text, unsigned& jobs) {
+  char* end = nullptr;
+  errno = 0;
+  long const value = std::strtol(text, &end, 10);
+  if (errno || end == text || *end != '\0' || value < 1 || value > 1024)
+    return false;
+  jobs = static_cast<unsigned>(value);
+  return true;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+  // A closed pipe shows up as EPIPE on the write, which is reported, rather
+  // than as a silent death.
+  std::signal(SIGPIPE, SIG_IGN);
   options_t options;
+  options.settings.jobs = std::max(1u, std::thread::hardware_concurrency());
   bool options_done = false;
   for (int i = 1; i < argc; ++i) {
     char const* arg = argv[i];
@@ -168,20 +192,37 @@ int main(int argc, char** argv) {
       options_done = true;
     } else if (std::strcmp(arg, "--help") == 0) {
       std::fputs(usage, stdout);
-      return 0;
+      return std::fflush(stdout) == 0 && !std::ferror(stdout) ? 0 : 1;
     } else if (std::strcmp(arg, "--version") == 0) {
       std::printf("tidewell-import %s\n", TIDEWELL_VERSION);
-      return 0;
+      return std::fflush(stdout) == 0 && !std::ferror(stdout) ? 0 : 1;
     } else if (std::strcmp(arg, "--json") == 0) {
-      options.json = true;
+      options.settings.json = true;
     } else if (std::strcmp(arg, "--crlf") == 0) {
-      options.crlf = true;
+      options.settings.import.line_ends = importer::line_ends_t::crlf_as_lf;
+    } else if (std::strcmp(arg, "--mbox") == 0) {
+      options.settings.mbox = true;
+    } else if (std::strcmp(arg, "--problems") == 0) {
+      options.settings.problems = true;
+    } else if (std::strcmp(arg, "--quiet") == 0) {
+      options.quiet = true;
+    } else if (std::strcmp(arg, "--summary") == 0) {
+      options.summary = true;
+    } else if (std::strcmp(arg, "-j") == 0 || std::strcmp(arg, "--jobs") == 0) {
+      if (++i == argc)
+        return usage_error("option requires an argument: ", arg);
+      if (!parse_jobs(argv[i], options.settings.jobs))
+        return usage_error("the number of jobs must be from 1 to 1024: ", argv[i]);
+    } else if (std::strncmp(arg, "-j", 2) == 0 || std::strncmp(arg, "--jobs=", 7) == 0) {
+      char const* count = arg + (arg[1] == 'j' ? 2 : 7);
+      if (!parse_jobs(count, options.settings.jobs))
+        return usage_error("the number of jobs must be from 1 to 1024: ", count);
     } else if (std::strcmp(arg, "--content-type") == 0) {
       if (++i == argc)
         return usage_error("option requires an argument: ", arg);
-      options.content_type = argv[i];
+      options.settings.content_type = argv[i];
     } else if (std::strncmp(arg, "--content-type=", 15) == 0) {
-      options.content_type = arg + 15;
+      options.settings.content_type = arg + 15;
     } else if (std::strcmp(arg, "--format-address") == 0) {
       if (argc - i < 3)
         return usage_error("option requires FORM and TEXT: ", arg);
@@ -201,29 +242,20 @@ int main(int argc, char** argv) {
   if (!options.lookups.empty()) {
     if (!options.paths.empty())
       return usage_error("PATH cannot be combined with a look-up: ", options.paths.front().c_str());
+    cli::stdout_t out;
     for (lookup_t const& lookup : options.lookups)
-      print_lookup(lookup, options.json);
-    std::fflush(stdout);
+      out.write(lookup_output(lookup, options.settings.json));
+    if (!out.flush()) {
+      cli::report("standard output", std::error_code(out.error(), std::generic_category()).message());
+      return 1;
+    }
     return 0;
   }
   if (options.paths.empty())
     return usage_error("no PATH given", "");
 
-  bool all_read = true;
-  for (std::string const& given : options.paths) {
-    for (std::string const& path : expand(given, all_read)) {
-      cli::record_t record{path, false, {}};
-      record.imported = options.content_type == importer::mail_content_type;
-      if (record.imported) {
-        bool readable = false;
-        importer::import_file(path, record.attributes, &readable,
-                              options.crlf ? importer::line_ends_t::crlf_as_lf : importer::line_ends_t::as_stored);
-        all_read = all_read && readable;
-      }
-      std::string const out = options.json ? cli::to_json_line(record) : cli::to_listing(record);
-      std::fwrite(out.data(), 1, out.size(), stdout);
-    }
-  }
-  std::fflush(stdout);
-  return all_read ? 0 : 1;
+  bool const terminal = ::isatty(STDERR_FILENO) == 1;
+  options.settings.progress = terminal && !options.quiet;
+  options.settings.summary = options.summary || (terminal && !options.quiet);
+  return cli::run(options.paths, options.settings);
 }

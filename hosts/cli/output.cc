@@ -75,14 +75,33 @@ std::string to_json_line(record_t const& record) {
   }
   boost::json::object line;
   line["path"] = valid_utf8(record.path);
+  if (record.message != 0)
+    line["message"] = record.message;
   line["imported"] = record.imported;
+  if (!record.error.empty())
+    line["error"] = valid_utf8(record.error);
   line["attributes"] = std::move(attributes);
+  if (record.problems) {
+    boost::json::array problems;
+    for (quern::error::record_t const& problem : *record.problems) {
+      boost::json::object object;
+      for (auto const& [key, value] : problem)
+        object[valid_utf8(key)] = valid_utf8(value);
+      problems.emplace_back(std::move(object));
+    }
+    line["problems"] = std::move(problems);
+  }
   return boost::json::serialize(line) + "\n";
 }
 
 std::string to_listing(record_t const& record) {
-  std::string out = record.path + "\n";
-  if (!record.imported)
+  std::string out = record.path;
+  if (record.message != 0)
+    out += ":" + std::to_string(record.message);
+  out += "\n";
+  if (!record.error.empty())
+    out += "  (not imported: " + record.error + ")\n";
+  else if (!record.imported)
     out += "  (not imported: not an e-mail message type)\n";
   else if (record.attributes.empty())
     out += "  (no attributes)\n";
@@ -104,6 +123,16 @@ std::string to_listing(record_t const& record) {
       for (std::size_t i = 0; i < list.size(); ++i)
         out += "    " + quoted(list[i]) + (i + 1 < list.size() ? ",\n" : "\n");
       out += ")\n";
+    }
+  }
+  if (record.problems) {
+    // A problem's context may span lines; its continuation lines are
+    // indented further so each problem stays one block.
+    for (quern::error::record_t const& problem : *record.problems) {
+      std::string line = "  problem: " + quern::error::to_s(problem);
+      for (std::size_t at = 0; (at = line.find('\n', at)) != std::string::npos; at += 1)
+        line.insert(at + 1, "    ");
+      out += line + "\n";
     }
   }
   return out + "\n";

@@ -6,6 +6,7 @@
 #include <boost/json.hpp>
 #include <gtest/gtest.h>
 
+#include "hosts/cli/mbox.h"
 #include "hosts/cli/output.h"
 #include "tests/support/temp_file.h"
 
@@ -93,6 +94,55 @@ TEST(output, json_escapes_and_dates) {
   auto const listing = cli::to_listing(record);
   EXPECT_NE(listing.find("kMDItemContentCreationDate       = 2003-07-01 08:52:37 +0000\n"), std::string::npos);
   EXPECT_NE(listing.find("kMDItemAuthors                   = (\n    \"A\",\n    \"B\"\n)\n"), std::string::npos);
+}
+
+// The optional parts of a record, in both renderings: an mbox message's
+// number, a failure and the problems (a multi-line context stays one block).
+TEST(output, message_error_and_problems) {
+  cli::record_t record{"box", false, {}};
+  record.message = 2;
+  record.error = "No such file or directory";
+  EXPECT_EQ(cli::to_json_line(record),
+            "{\"path\":\"box\",\"message\":2,\"imported\":false,\"error\":\"No such file or directory\","
+            "\"attributes\":{}}\n");
+  EXPECT_EQ(cli::to_listing(record), "box:2\n  (not imported: No such file or directory)\n\n");
+
+  record = {"m.eml", true, {}};
+  record.problems.emplace();
+  EXPECT_EQ(cli::to_json_line(record), "{\"path\":\"m.eml\",\"imported\":true,\"attributes\":{},\"problems\":[]}\n");
+  record.problems->push_back({{"description", "No closing MIME boundary found"}, {"context", "--a\n--b"}});
+  EXPECT_EQ(cli::to_json_line(record),
+            "{\"path\":\"m.eml\",\"imported\":true,\"attributes\":{},\"problems\":[{\"context\":\"--a\\n--b\","
+            "\"description\":\"No closing MIME boundary found\"}]}\n");
+  EXPECT_EQ(cli::to_listing(record),
+            "m.eml\n  (no attributes)\n  problem: { context : --a\n    --b }, { description : No "
+            "closing MIME boundary found }\n\n");
+}
+
+// Separators are the lines a delivery agent writes; lines of a message that
+// only begin with "From " are not, even in an mbox whose writer did not
+// quote them.
+TEST(mbox, envelope_lines) {
+  struct row_t {
+    char const* line;
+    bool separator;
+  } const rows[] = {
+      {"From - Mon Jan  1 00:00:00 2024\n", true},
+      {"From -\n", true},
+      {"From MAILER-DAEMON Thu Jan  1 00:00:00 1970\r\n", true},
+      {"From someone@example.org Tue Jan 2 10:11:12 2024", true},
+      {"From 1700000000000000000@xxx Mon Jan 01 00:00:00 +0000 2024\n", true},
+      {"From time to time\n", false},
+      {"From Russia with love\n", false},
+      {"From someone@example.org wrote:\n", false},
+      {"From 9:30 to 10:00 we meet\n", false},
+      {"From: someone@example.org\n", false},
+      {">From - Mon Jan  1 00:00:00 2024\n", false},
+      {"from - Mon Jan  1 00:00:00 2024\n", false},
+      {"From  Mon Jan  1 00:00:00 2024\n", false},
+  };
+  for (auto const& row : rows)
+    EXPECT_EQ(cli::is_envelope_line(row.line), row.separator) << row.line;
 }
 
 } // namespace

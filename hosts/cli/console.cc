@@ -1,0 +1,80 @@
+#include "hosts/cli/console.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <mutex>
+#include <unistd.h>
+
+namespace cli {
+namespace {
+
+std::mutex stderr_lock;
+bool progress_shown = false;
+
+// Carriage return, then erase to the end of the line.
+constexpr char wipe[] = "\r\033[K";
+
+void wipe_locked() {
+  if (progress_shown) {
+    std::fputs(wipe, stderr);
+    progress_shown = false;
+  }
+}
+
+constexpr std::size_t flush_at = 1 << 16;
+
+} // namespace
+
+void with_stderr(std::function<void()> const& print) {
+  std::lock_guard const lock(stderr_lock);
+  wipe_locked();
+  std::fflush(stderr);
+  print();
+  std::fflush(stderr);
+}
+
+void report_locked(std::string_view path, std::string_view reason) {
+  std::fprintf(stderr, "tidewell-import: %.*s: %.*s\n", int(path.size()), path.data(), int(reason.size()),
+               reason.data());
+}
+
+void report(std::string_view path, std::string_view reason) {
+  with_stderr([&] { report_locked(path, reason); });
+}
+
+void show_progress(std::string_view text) {
+  std::lock_guard const lock(stderr_lock);
+  std::fprintf(stderr, "\r%.*s\033[K", int(text.size()), text.data());
+  std::fflush(stderr);
+  progress_shown = true;
+}
+
+void clear_progress() {
+  std::lock_guard const lock(stderr_lock);
+  wipe_locked();
+  std::fflush(stderr);
+}
+
+bool stdout_t::write(std::string_view bytes) {
+  if (error_)
+    return false;
+  buffer_.append(bytes);
+  return buffer_.size() < flush_at || flush();
+}
+
+bool stdout_t::flush() {
+  std::size_t done = 0;
+  while (!error_ && done < buffer_.size()) {
+    ssize_t const n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
+    if (n > 0)
+      done += static_cast<std::size_t>(n);
+    else if (n == 0)
+      error_ = EIO;
+    else if (errno != EINTR)
+      error_ = errno;
+  }
+  buffer_.clear();
+  return !error_;
+}
+
+} // namespace cli

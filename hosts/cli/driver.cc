@@ -1,0 +1,416 @@
+#include "hosts/cli/driver.h"
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <fcntl.h>
+#include <memory>
+#include <mutex>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+#include "hosts/cli/console.h"
+#include "hosts/cli/mbox.h"
+#include "hosts/cli/output.h"
+#include "hosts/cli/walk.h"
+
+namespace cli {
+namespace {
+
+using clock_t_ = std::chrono::steady_clock;
+
+std::string reason(int error) {
+  return std::error_code(error, std::generic_category()).message();
+}
+
+std::string not_regular(mode_t mode) {
+  char const* kind = S_ISFIFO(mode)   ? "a FIFO; use - to read standard input"
+                     : S_ISSOCK(mode) ? "a socket"
+                     : S_ISCHR(mode)  ? "a character device"
+                     : S_ISBLK(mode)  ? "a block device"
+                     : S_ISDIR(mode)  ? "a directory"
+                                      : "not a file";
+  return std::string("not a regular file (") + kind + ")";
+}
+
+struct task_t {
+  std::string path;
+  // 1-based number within an mbox; 0 for a file of its own.
+  std::size_t message = 0;
+  // Known before reading: why the path cannot be read.
+  std::string error;
+  // The message itself, when it does not come from path (an mbox, stdin).
+  bool in_memory = false;
+  std::string bytes;
+  std::uint64_t size = 0;
+};
+
+struct outcome_t {
+  std::string text;
+  bool imported = false;
+  bool with_text = false;
+  bool failed = false;
+  std::uint64_t size = 0;
+};
+
+// Reads all of fd into buffer; 0 or the errno of the failed read.
+int read_all(int fd, std::string& buffer, std::size_t expected) {
+  buffer.clear();
+  buffer.resize(expected + 1);
+  std::size_t done = 0;
+  for (;;) {
+    if (done == buffer.size())
+      buffer.resize(buffer.size() * 2);
+    ssize_t const n = ::read(fd, buffer.data() + done, buffer.size() - done);
+    if (n > 0) {
+      done += static_cast<std::size_t>(n);
+    } else if (n == 0) {
+      buffer.resize(done);
+      return 0;
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+}
+
+// Lets the importer open the file itself, for the cases where its own
+// diagnostic line on standard error is what the user expects to see (the
+// file cannot be opened, or is empty); ours follows it when it failed.
+std::string through_importer(std::string const& path, importer::attribute_set_t& attributes,
+                             importer::options_t const& options, int error) {
+  std::string result;
+  with_stderr([&] {
+    bool readable = false;
+    importer::import_file(path, attributes, options, &readable);
+    if (!readable) {
+      result = reason(error ? error : EIO);
+      report_locked(path, result);
+    }
+  });
+  return result;
+}
+
+// Imports the regular file at path; the reason it could not be read, already
+// reported, or empty. Nothing but a regular file is ever opened, and the open
+// cannot block: a FIFO put in its place after the stat is caught by fstat.
+std::string import_path(std::string const& path, importer::attribute_set_t& attributes,
+                        importer::options_t const& options) {
+  struct stat info;
+  if (::stat(path.c_str(), &info) != 0)
+    return through_importer(path, attributes, options, errno);
+  std::string error;
+  if (!S_ISREG(info.st_mode)) {
+    error = not_regular(info.st_mode);
+  } else if (int const fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); fd < 0) {
+    return through_importer(path, attributes, options, errno);
+  } else {
+    if (::fstat(fd, &info) != 0) {
+      int const fstat_error = errno;
+      ::close(fd);
+      return through_importer(path, attributes, options, fstat_error);
+    }
+    if (!S_ISREG(info.st_mode)) {
+      error = not_regular(info.st_mode);
+    } else if (info.st_size == 0) {
+      ::close(fd);
+      return through_importer(path, attributes, options, 0);
+    } else {
+      // One buffer per thread, reused: most messages are small, and a large
+      // one should not stay allocated for the rest of the run.
+      thread_local std::string buffer;
+      if (int const read_error = read_all(fd, buffer, static_cast<std::size_t>(info.st_size)))
+        error = reason(read_error);
+      else
+        importer::import_bytes(buffer.data(), buffer.data() + buffer.size(), attributes, options);
+      if (buffer.capacity() > (64u << 20))
+        std::string().swap(buffer);
+    }
+    ::close(fd);
+  }
+  if (!error.empty())
+    report(path, error);
+  return error;
+}
+
+// The one place a record is built: a task in, its printed form out.
+outcome_t process(task_t const& task, settings_t const& settings) {
+  record_t record(task.path, false, {});
+  record.message = task.message;
+  record.error = task.error;
+  if (!record.error.empty()) {
+    report(task.message ? task.path + ":" + std::to_string(task.message) : task.path, record.error);
+  } else if (settings.content_type == importer::mail_content_type) {
+    quern::error::handler_t problems;
+    importer::options_t options = settings.import;
+    if (settings.problems)
+      options.problems = &problems;
+    if (task.in_memory)
+      importer::import_bytes(task.bytes.data(), task.bytes.data() + task.bytes.size(), record.attributes, options);
+    else
+      record.error = import_path(task.path, record.attributes, options);
+    record.imported = record.error.empty();
+    if (settings.problems) {
+      record.problems.emplace();
+      problems.get_errors({}, *record.problems);
+    }
+  }
+  outcome_t outcome;
+  outcome.text = settings.json ? to_json_line(record) : to_listing(record);
+  outcome.imported = record.imported;
+  outcome.with_text = record.attributes.find(importer::attribute::text_content) != nullptr;
+  outcome.failed = !record.error.empty();
+  outcome.size = task.size;
+  return outcome;
+}
+
+std::string megabytes(double bytes) {
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "%.1f", bytes / 1e6);
+  return buffer;
+}
+
+// Runs tasks, on worker threads when there is more than one job, and hands
+// their outcomes to the writer in submission order.
+class scheduler_t {
+public:
+  scheduler_t(settings_t const& settings, std::uint64_t total_bytes, std::size_t total_files)
+      : settings_(settings), total_bytes_(total_bytes), total_files_(total_files), start_(clock_t_::now()) {
+    if (settings_.jobs > 1)
+      for (unsigned i = 0; i < settings_.jobs; ++i)
+        workers_.emplace_back([this] { work(); });
+  }
+  ~scheduler_t() { stop(); }
+
+  // False once output failed: nothing more is worth doing.
+  bool submit(task_t task) {
+    if (out_.error())
+      return false;
+    if (workers_.empty()) {
+      write(process(task, settings_));
+      return !out_.error();
+    }
+    auto slot = std::make_unique<slot_t>();
+    slot->task = std::move(task);
+    {
+      std::lock_guard const lock(mutex_);
+      queue_.push_back(slot.get());
+    }
+    window_.push_back(std::move(slot));
+    work_ready_.notify_one();
+    write_finished(window_.size() >= settings_.jobs * 4);
+    return !out_.error();
+  }
+
+  // Writes everything still in flight, then the summary; the exit status.
+  int finish(std::size_t skipped) {
+    while (!window_.empty() && !out_.error())
+      write_finished(true);
+    stop();
+    out_.flush();
+    if (settings_.progress)
+      clear_progress();
+    if (int const error = out_.error())
+      report("standard output", reason(error));
+    if (settings_.summary) {
+      double const seconds = std::chrono::duration<double>(clock_t_::now() - start_).count();
+      char line[256];
+      std::snprintf(line, sizeof line, "%zu %s, %zu imported, %zu with text, %zu unreadable", records_,
+                    settings_.mbox ? "messages" : "files", imported_, with_text_, failed_);
+      std::string text = line;
+      if (skipped)
+        text += ", " + std::to_string(skipped) + " skipped";
+      std::snprintf(line, sizeof line, ", %.1f s", seconds);
+      text += line;
+      with_stderr([&] { std::fprintf(stderr, "%s\n", text.c_str()); });
+    }
+    return failed_ || out_.error() ? 1 : 0;
+  }
+
+private:
+  struct slot_t {
+    task_t task;
+    outcome_t outcome;
+    bool done = false;
+  };
+
+  void work() {
+    for (;;) {
+      slot_t* slot;
+      {
+        std::unique_lock lock(mutex_);
+        work_ready_.wait(lock, [this] { return closing_ || !queue_.empty(); });
+        if (queue_.empty())
+          return;
+        slot = queue_.front();
+        queue_.pop_front();
+      }
+      outcome_t outcome = process(slot->task, settings_);
+      {
+        std::lock_guard const lock(mutex_);
+        slot->outcome = std::move(outcome);
+        slot->done = true;
+        // The bytes of an mbox message are not needed any more.
+        std::string().swap(slot->task.bytes);
+      }
+      done_.notify_all();
+    }
+  }
+
+  // Writes the finished outcomes at the front of the window; with wait, at
+  // least the first one, waiting for it if need be.
+  void write_finished(bool wait) {
+    while (!window_.empty() && !out_.error()) {
+      {
+        std::unique_lock lock(mutex_);
+        if (wait)
+          done_.wait(lock, [this] { return window_.front()->done; });
+        else if (!window_.front()->done)
+          return;
+      }
+      write(window_.front()->outcome);
+      window_.pop_front();
+      wait = false;
+    }
+  }
+
+  void write(outcome_t const& outcome) {
+    out_.write(outcome.text);
+    ++records_;
+    imported_ += outcome.imported;
+    with_text_ += outcome.with_text;
+    failed_ += outcome.failed;
+    bytes_done_ += outcome.size;
+    if (settings_.progress)
+      draw_progress();
+  }
+
+  void draw_progress() {
+    auto const now = clock_t_::now();
+    if (now - last_drawn_ < std::chrono::milliseconds(100))
+      return;
+    last_drawn_ = now;
+    double const seconds = std::chrono::duration<double>(now - start_).count();
+    double const rate = seconds > 0 ? double(bytes_done_) / seconds : 0;
+    std::string line = settings_.mbox ? std::to_string(records_) + " messages, " + megabytes(double(bytes_done_)) +
+                                            " of " + megabytes(double(total_bytes_)) + " MB"
+                                      : std::to_string(records_) + " of " + std::to_string(total_files_) + " files";
+    line += ", " + megabytes(rate) + " MB/s";
+    if (rate > 0 && total_bytes_ > bytes_done_) {
+      long const left = long(double(total_bytes_ - bytes_done_) / rate);
+      char buffer[48];
+      std::snprintf(buffer, sizeof buffer, ", %ld:%02ld left", left / 60, left % 60);
+      line += buffer;
+    }
+    show_progress(line);
+  }
+
+  void stop() {
+    {
+      std::lock_guard const lock(mutex_);
+      closing_ = true;
+      queue_.clear();
+    }
+    work_ready_.notify_all();
+    for (std::thread& worker : workers_)
+      worker.join();
+    workers_.clear();
+  }
+
+  settings_t const& settings_;
+  std::uint64_t const total_bytes_;
+  std::size_t const total_files_;
+  clock_t_::time_point const start_;
+  clock_t_::time_point last_drawn_{};
+  stdout_t out_;
+
+  std::mutex mutex_;
+  std::condition_variable work_ready_, done_;
+  std::deque<slot_t*> queue_;
+  bool closing_ = false;
+  std::vector<std::thread> workers_;
+  // Submitted and not yet written, in order; only the main thread changes it.
+  std::deque<std::unique_ptr<slot_t>> window_;
+
+  std::size_t records_ = 0, imported_ = 0, with_text_ = 0, failed_ = 0;
+  std::uint64_t bytes_done_ = 0;
+};
+
+// Opens what an mbox or "-" names for reading; -1 with error set when it
+// cannot or must not be read.
+int open_source(std::string const& path, std::string& error) {
+  if (path == "-")
+    return 0;
+  struct stat info;
+  int fd = -1;
+  if (::stat(path.c_str(), &info) != 0 ||
+      (S_ISREG(info.st_mode) &&
+       ((fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) < 0 || ::fstat(fd, &info) != 0))) {
+    error = reason(errno);
+  } else if (!S_ISREG(info.st_mode)) {
+    error = not_regular(info.st_mode);
+  } else {
+    return fd;
+  }
+  if (fd >= 0)
+    ::close(fd);
+  return -1;
+}
+
+// Every message of the mbox at path as its own task.
+bool submit_mbox(scheduler_t& scheduler, std::string const& path) {
+  std::string error;
+  int const fd = open_source(path, error);
+  if (fd < 0)
+    return scheduler.submit({path, 0, error, false, {}, 0});
+  mbox_reader_t reader(fd);
+  std::size_t number = 0;
+  std::string message;
+  bool going = true;
+  while (going && reader.next(message)) {
+    std::uint64_t const size = message.size();
+    going = scheduler.submit({path, ++number, {}, true, std::move(message), size});
+    message.clear();
+  }
+  if (going && reader.error())
+    going = scheduler.submit({path, 0, reason(reader.error()), false, {}, 0});
+  if (fd != 0)
+    ::close(fd);
+  return going;
+}
+
+bool submit_stdin(scheduler_t& scheduler) {
+  task_t task{"-", 0, {}, true, {}, 0};
+  if (int const error = read_all(0, task.bytes, 1 << 16))
+    task.error = reason(error);
+  task.size = task.bytes.size();
+  return scheduler.submit(std::move(task));
+}
+
+} // namespace
+
+int run(std::vector<std::string> const& paths, settings_t const& settings) {
+  std::vector<source_t> sources;
+  walk_counts_t counts;
+  for (std::string const& path : paths)
+    expand(path, sources, counts);
+  std::uint64_t total_bytes = 0;
+  for (source_t const& source : sources)
+    total_bytes += source.size;
+
+  scheduler_t scheduler(settings, total_bytes, sources.size());
+  for (source_t const& source : sources) {
+    bool const going = !source.error.empty() ? scheduler.submit({source.path, 0, source.error, false, {}, 0})
+                       : settings.mbox       ? submit_mbox(scheduler, source.path)
+                       : source.path == "-"  ? submit_stdin(scheduler)
+                                             : scheduler.submit({source.path, 0, {}, false, {}, source.size});
+    if (!going)
+      break;
+  }
+  return scheduler.finish(counts.skipped);
+}
+
+} // namespace cli

@@ -1,0 +1,57 @@
+// Reading an mbox as a stream of messages.
+//
+// An mbox is messages one after another, each starting with a From_ line
+// (the envelope line a delivery agent writes: "From sender date"). A body
+// line that starts with "From " was quoted by the writer as ">From " so it
+// could not pass for a separator; mboxrd quotes ">From " as ">>From " too,
+// so taking one ">" off every such line gives the message back exactly. Not
+// every writer quotes, so a line counts as a separator only if it looks like
+// an envelope line: "From -" (Thunderbird, Evolution), or "From" followed by
+// a word and a date that holds a time and a year. "From time to time" stays
+// in the message. The empty line before a separator (and at the very end) is
+// the mbox's, not the message's.
+//
+// Text before the first separator is a message too, so a single message
+// file read as an mbox is that one message. The file is read in chunks and
+// only the current message is held, so mboxes of any size are read in
+// memory bounded by their largest message.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace cli {
+
+class mbox_reader_t {
+public:
+  // Reads from fd, which stays the caller's to close.
+  explicit mbox_reader_t(int fd) : fd_(fd) {}
+
+  // The next message, unquoted and without its separator; false at the end
+  // or after a read error.
+  bool next(std::string& message);
+
+  // The errno of a failed read; 0 when the end was reached.
+  int error() const { return error_; }
+
+private:
+  // The next line with its line feed (none on a last line without one);
+  // false at the end of the input.
+  bool next_line(std::string_view& line);
+
+  int fd_;
+  int error_ = 0;
+  bool eof_ = false;
+  bool started_ = false;
+  std::string buffer_;
+  std::size_t position_ = 0;
+  std::string message_;
+  // An empty line held back until the line after it shows whose it is.
+  std::string held_blank_;
+};
+
+// Whether line (with or without its line end) is an mbox separator.
+bool is_envelope_line(std::string_view line);
+
+} // namespace cli

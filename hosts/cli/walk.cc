@@ -1,0 +1,149 @@
+#include "hosts/cli/walk.h"
+
+#include <algorithm>
+#include <dirent.h>
+#include <set>
+#include <sys/stat.h>
+#include <system_error>
+#include <utility>
+
+namespace cli {
+namespace {
+
+std::string reason(int error) {
+  return std::error_code(error, std::generic_category()).message();
+}
+
+std::string join(std::string const& folder, std::string const& name) {
+  return folder.empty() || folder.back() == '/' ? folder + name : folder + "/" + name;
+}
+
+bool is_folder(std::string const& path) {
+  struct stat info;
+  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool is_maildir(std::string const& folder) {
+  return is_folder(join(folder, "cur")) && is_folder(join(folder, "new")) && is_folder(join(folder, "tmp"));
+}
+
+// The names in a folder, without "." and "..", or the errno of the failure.
+int list(std::string const& folder, std::vector<std::string>& names) {
+  DIR* dir = ::opendir(folder.c_str());
+  if (!dir)
+    return errno;
+  errno = 0;
+  while (dirent const* entry = ::readdir(dir)) {
+    std::string name = entry->d_name;
+    if (name != "." && name != "..")
+      names.push_back(std::move(name));
+    errno = 0;
+  }
+  int const error = errno;
+  ::closedir(dir);
+  return error;
+}
+
+class walker_t {
+public:
+  walker_t(std::vector<source_t>& sources, walk_counts_t& counts) : sources_(sources), counts_(counts) {}
+
+  void walk(std::string const& root) {
+    struct stat info;
+    if (::stat(root.c_str(), &info) == 0)
+      seen_.insert({info.st_dev, info.st_ino});
+    pending_.push_back(root);
+    while (!pending_.empty()) {
+      std::string folder = std::move(pending_.back());
+      pending_.pop_back();
+      visit(folder);
+    }
+  }
+
+private:
+  enum class role_t { any, messages_only };
+
+  void visit(std::string const& folder) {
+    std::vector<std::string> names;
+    if (int const error = list(folder, names)) {
+      sources_.push_back({folder, reason(error), 0});
+      return;
+    }
+    if (!is_maildir(folder)) {
+      take(folder, names, role_t::any);
+      return;
+    }
+    for (char const* messages : {"cur", "new"}) {
+      std::string const path = join(folder, messages);
+      std::vector<std::string> files;
+      if (int const error = list(path, files))
+        sources_.push_back({path, reason(error), 0});
+      else
+        take(path, files, role_t::messages_only);
+    }
+    // Beside the three folders a Maildir may hold Maildir++ subfolders
+    // (hidden) and nested Maildirs (mu, offlineimap); its own files are
+    // bookkeeping of the mail program.
+    for (std::string const& name : names) {
+      if (name == "cur" || name == "new" || name == "tmp" || is_ignored_name(name))
+        continue;
+      std::string const path = join(folder, name);
+      if (name[0] == '.' ? is_maildir(path) : is_folder(path))
+        enter(path);
+    }
+  }
+
+  // Takes the regular files among names and, unless only messages are
+  // wanted, walks the folders.
+  void take(std::string const& folder, std::vector<std::string> const& names, role_t role) {
+    for (std::string const& name : names) {
+      if (name[0] == '.' || is_ignored_name(name))
+        continue;
+      std::string const path = join(folder, name);
+      struct stat info;
+      if (::stat(path.c_str(), &info) != 0) {
+        // A dangling link: reading it reports why.
+        sources_.push_back({path, {}, 0});
+      } else if (S_ISREG(info.st_mode)) {
+        sources_.push_back({path, {}, static_cast<std::uint64_t>(info.st_size)});
+      } else if (S_ISDIR(info.st_mode)) {
+        if (role == role_t::any && seen_.insert({info.st_dev, info.st_ino}).second)
+          pending_.push_back(path);
+      } else {
+        ++counts_.skipped;
+      }
+    }
+  }
+
+  void enter(std::string const& path) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) == 0 && seen_.insert({info.st_dev, info.st_ino}).second)
+      pending_.push_back(path);
+  }
+
+  std::vector<source_t>& sources_;
+  walk_counts_t& counts_;
+  std::vector<std::string> pending_;
+  std::set<std::pair<dev_t, ino_t>> seen_;
+};
+
+} // namespace
+
+bool is_ignored_name(std::string const& name) {
+  return name.starts_with("dovecot") || name == ".notmuch" || name == ".mu";
+}
+
+void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts) {
+  struct stat info;
+  bool const found = path != "-" && ::stat(path.c_str(), &info) == 0;
+  if (!found || !S_ISDIR(info.st_mode)) {
+    sources.push_back({path, {}, found && S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0});
+    return;
+  }
+  std::size_t const first = sources.size();
+  walker_t(sources, counts).walk(path);
+  std::sort(sources.begin() + static_cast<std::ptrdiff_t>(first), sources.end(),
+            [](source_t const& a, source_t const& b) { return a.path < b.path; });
+}
+
+} // namespace cli

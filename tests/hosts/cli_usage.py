@@ -1,0 +1,346 @@
+#!/usr/bin/env python3
+"""tidewell-import as a user runs it: one CTest test per behaviour.
+
+  cli_usage.py --binary B CASE
+
+Each CASE builds what it needs in a temporary folder (messages, mboxes,
+Maildirs, FIFOs), runs the tool and checks its output, its standard error
+and its exit status. Corpus-wide cases read ../shared/corpus in place and
+are skipped (exit 77) when it is not there.
+"""
+import argparse
+import csv
+import json
+import os
+import pty
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+SOURCE = os.path.dirname(os.path.dirname(HERE))
+EXAMPLES = os.path.join(SOURCE, "examples")
+CORPUS = os.path.join(os.path.dirname(SOURCE), "shared", "corpus")
+SKIP = 77
+
+BINARY = None
+failures = []
+
+
+def check(condition, what):
+    if not condition:
+        failures.append(what)
+        print("FAIL:", what)
+
+
+def run(*args, stdin=None, cwd=None, timeout=120):
+    p = subprocess.run([BINARY, *args], input=stdin, cwd=cwd, timeout=timeout,
+                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    return p.returncode, p.stdout, p.stderr.decode(errors="replace")
+
+
+def records(out):
+    return [json.loads(line) for line in out.splitlines()]
+
+
+def write(path, data):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        f.write(data)
+
+
+def example(name):
+    with open(os.path.join(EXAMPLES, name), "rb") as f:
+        return f.read()
+
+
+def case_errors(tmp):
+    # One job: diagnostics come from the workers, in task order only then.
+    status, out, err = run("--json", "-j", "1", "nope1.eml", os.path.join(EXAMPLES, "plain.eml"), "nope2.eml",
+                           cwd=tmp)
+    lines = records(out)
+    check(status == 1, "a missing file exits 1")
+    check([r["path"] for r in lines][0::2] == ["nope1.eml", "nope2.eml"], "every path keeps its record")
+    check([r.get("error") for r in lines] == ["No such file or directory", None, "No such file or directory"],
+          "the records of missing files say why")
+    check([r["imported"] for r in lines] == [False, True, False], "a missing file is not imported")
+    check(err.splitlines() == ["fopen: No such file or directory",
+                               "tidewell-import: nope1.eml: No such file or directory",
+                               "fopen: No such file or directory",
+                               "tidewell-import: nope2.eml: No such file or directory"],
+          "the importer's line, then one naming the path: " + err)
+    status, out, err = run("examples/plain.eml/x", cwd=SOURCE)
+    check(status == 1 and "tidewell-import: examples/plain.eml/x: Not a directory" in err, "ENOTDIR: " + err)
+    # Permissions: root reads everything, so as root the tool runs as nobody.
+    as_user = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"] if os.geteuid() == 0 else []
+    os.chmod(tmp, 0o755)
+    os.makedirs(os.path.join(tmp, "walk", "locked"))
+    write(os.path.join(tmp, "walk", "a.eml"), example("plain.eml"))
+    write(os.path.join(tmp, "walk", "secret.eml"), example("plain.eml"))
+    os.chmod(os.path.join(tmp, "walk", "locked"), 0)
+    os.chmod(os.path.join(tmp, "walk", "secret.eml"), 0)
+    p = subprocess.run(as_user + [BINARY, "--json", "-j", "1", "walk"], cwd=tmp, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    err = p.stderr.decode()
+    check(p.returncode == 1 and [r.get("error") for r in records(p.stdout)] == [None, "Permission denied",
+                                                                       "Permission denied"], "unreadable folder and file: %r" % p.stdout)
+    check(err.splitlines() == ["tidewell-import: walk/locked: Permission denied", "fopen: Permission denied",
+                               "tidewell-import: walk/secret.eml: Permission denied"], "unreadable: " + err)
+
+
+def case_write_errors(tmp):
+    with open("/dev/full", "wb") as full:
+        p = subprocess.run([BINARY, "--json", EXAMPLES], stdout=full, stderr=subprocess.PIPE, timeout=60)
+    check(p.returncode == 1, "a full disk exits 1")
+    check(b"tidewell-import: standard output: No space left on device" in p.stderr, "ENOSPC reported")
+    # Enough output to fill the pipe, whose reader is gone.
+    p = subprocess.Popen([BINARY, "--json", "-j", "1"] + [EXAMPLES] * 200, stdout=subprocess.PIPE,
+                         stderr=subprocess.PIPE)
+    p.stdout.close()
+    err = p.stderr.read()
+    check(p.wait(timeout=60) == 1, "a closed pipe exits 1")
+    check(b"tidewell-import: standard output: Broken pipe" in err, "EPIPE reported: %r" % err)
+
+
+def case_special_files(tmp):
+    fifo = os.path.join(tmp, "fifo")
+    os.mkfifo(fifo)
+    server = socket.socket(socket.AF_UNIX)
+    server.bind(os.path.join(tmp, "socket"))
+    for path, kind in ((fifo, "a FIFO"), (os.path.join(tmp, "socket"), "a socket"), ("/dev/null", "a character")):
+        started = time.monotonic()
+        status, out, err = run("--json", path, timeout=10)
+        check(time.monotonic() - started < 1, path + " refused within a second")
+        check(status == 1 and records(out)[0]["error"].startswith("not a regular file (" + kind), path + ": " + err)
+        check(err.startswith("tidewell-import: " + path + ": not a regular file"), "refusal names the path: " + err)
+    # In a walk they are skipped and counted, not errors.
+    write(os.path.join(tmp, "mail.eml"), example("plain.eml"))
+    status, out, err = run("--json", "--summary", tmp, timeout=10)
+    check(status == 0 and [r["path"] for r in records(out)] == [os.path.join(tmp, "mail.eml")], "walk: " + err)
+    check("1 files, 1 imported, 1 with text, 0 unreadable, 2 skipped, " in err, "skipped are counted: " + err)
+    server.close()
+
+
+def case_stdin(tmp):
+    for name in sorted(os.listdir(EXAMPLES)):
+        data = example(name)
+        _, from_file, _ = run("--json", os.path.join(EXAMPLES, name))
+        status, from_stdin, _ = run("--json", "-", stdin=data)
+        check(status == 0 and records(from_stdin)[0]["path"] == "-", "stdin record of " + name)
+        check(records(from_stdin)[0]["attributes"] == records(from_file)[0]["attributes"], "- reads " + name)
+    status, out, err = run("--json", "-", stdin=b"")
+    check(status == 0 and records(out)[0]["attributes"] == {}, "empty stdin is an empty message")
+
+
+def mboxrd(messages, separator=b"From - Mon Jan  1 00:00:00 2024\n"):
+    """An mbox as a careful writer makes it: quote ^>*From , blank line after each."""
+    out = b""
+    for message in messages:
+        lines = message.splitlines(keepends=True)
+        quoted = [b">" + l if l.lstrip(b">").startswith(b"From ") else l for l in lines]
+        out += separator + b"".join(quoted) + b"\n"
+    return out
+
+
+def case_mbox(tmp):
+    bodies = [b"Subject: one\n\nFrom time to time\n>From here\n>>From there\n",
+              b"Subject: two\n\nFrom Russia with love\n\n\n",
+              b"Subject: three\r\n\r\nthird\r\n"]
+    path = os.path.join(tmp, "box")
+    write(path, mboxrd(bodies[:2]) + mboxrd(bodies[2:], b"From someone@example.org Tue Jan  2 10:11:12 2024\n"))
+    status, out, err = run("--json", "--crlf", "--mbox", path)
+    lines = records(out)
+    check(status == 0 and [(r["path"], r["message"]) for r in lines] == [(path, 1), (path, 2), (path, 3)],
+          "three records numbered from 1: " + out.decode())
+    for record, body in zip(lines, bodies):
+        single = records(run("--json", "--crlf", "-", stdin=body)[1])[0]
+        check(record["attributes"] == single["attributes"], "message %d as imported alone" % record["message"])
+    check("From here\n" in lines[0]["attributes"]["kMDItemTextContent"], ">From is unquoted once")
+    status, text, err = run("--mbox", "--crlf", "--summary", path)
+    check(text.decode().startswith(path + ":1\n"), "the listing names PATH:N")
+    check(err.startswith("3 messages, 3 imported, 3 with text, 0 unreadable, "), "messages are counted: " + err)
+    # Streamed: memory grows with the largest message, not with the mbox.
+    big = os.path.join(tmp, "big")
+    with open(big, "wb") as f:
+        chunk = mboxrd([example("mixed-attachment.eml")] * 1000)
+        for _ in range((64 << 20) // len(chunk) + 1):
+            f.write(chunk)
+    copies = 1000 * ((64 << 20) // len(chunk) + 1)
+    split = records(run("--json", "--mbox", big)[1])
+    alone = records(run("--json", os.path.join(EXAMPLES, "mixed-attachment.eml"))[1])[0]["attributes"]
+    check(len(split) == copies and all(r["attributes"] == alone for r in split),
+          "%d of %d messages read across the read chunks" % (sum(r["attributes"] == alone for r in split), copies))
+    small, large = peak_rss("--json", "--mbox", "-j", "2", path), peak_rss("--json", "--mbox", "-j", "2", big)
+    print("peak RSS: %d KiB for 3 messages, %d KiB for a %d MiB mbox" % (small, large, os.path.getsize(big) >> 20))
+    check(large - small < 16 << 10, "memory bounded by the messages, not the mbox")
+
+
+def peak_rss(*args):
+    """The peak resident set of one run, in KiB, measured in a fresh process."""
+    script = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL, check=True);"
+              "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
+    # A sanitized build would otherwise keep freed memory in quarantine.
+    env = dict(os.environ, ASAN_OPTIONS="quarantine_size_mb=0:detect_leaks=0")
+    return int(subprocess.run([sys.executable, "-c", script, BINARY, *args], stdout=subprocess.PIPE, env=env,
+                              check=True, timeout=600).stdout)
+
+
+def case_mbox_corpus(tmp):
+    """The corpus holds messages split out of mboxes: put them back, split again."""
+    if not os.path.isdir(CORPUS):
+        return SKIP
+    groups = {}
+    with open(os.path.join(CORPUS, "MANIFEST.tsv"), encoding="utf-8") as f:
+        for row in csv.DictReader(f, delimiter="\t", quoting=csv.QUOTE_NONE):
+            source, _, number = row["source_path"].rpartition("#")
+            if source:
+                groups.setdefault(source, []).append((int(number), row["file"]))
+    checked = 0
+    for source, members in sorted(groups.items()):
+        files = [os.path.join(CORPUS, f) for _, f in sorted(members)]
+        messages = [open(f, "rb").read() for f in files]
+        if any(not m.endswith(b"\n") for m in messages):
+            continue
+        path = os.path.join(tmp, "box")
+        write(path, mboxrd(messages))
+        _, out, _ = run("--json", "--mbox", path)
+        split = records(out)
+        alone = records(run("--json", *files)[1])
+        check(len(split) == len(alone), source + ": %d messages, %d read back" % (len(alone), len(split)))
+        for a, b in zip(split, alone):
+            check(a["attributes"] == b["attributes"], source + " #%d" % a["message"])
+        checked += len(split)
+    check(checked >= 40, "%d corpus messages read back from mboxes" % checked)
+
+
+def case_maildir(tmp):
+    mail = example("plain.eml")
+    root = os.path.join(tmp, "Mail")
+    taken = ["cur/1:2,S", "new/2", ".Sent/cur/3:2,S", "Archive/2024/cur/4"]
+    ignored = ["subscriptions", "tmp/5", "dovecot.index", "dovecot-uidlist", ".notmuch/xapian/record.glass", ".mu/x",
+               "cur/.hidden", ".hidden-folder/cur/6", "Archive/2024/tmp/7", ".Sent/dovecot.index.log",
+               ".notmaildir/cur/8"]
+    for name in taken + ignored:
+        write(os.path.join(root, name), mail)
+    for folder in ("new", "tmp", "cur", ".Sent/new", ".Sent/tmp", "Archive/2024/new", ".notmaildir/new"):
+        os.makedirs(os.path.join(root, folder), exist_ok=True)
+    # Not a Maildir (no tmp/): everything but hidden things is walked.
+    write(os.path.join(tmp, "plain", "cur", "9"), mail)
+    os.symlink("..", os.path.join(root, "Archive", "up"))
+    os.symlink(".", os.path.join(root, "Archive", "self"))
+    os.mkfifo(os.path.join(root, "new", "fifo"))
+    status, out, err = run("--json", "--summary", root, os.path.join(tmp, "plain"), timeout=30)
+    got = [os.path.relpath(r["path"], root) for r in records(out)]
+    want = sorted(taken)
+    check(status == 0, "the walk succeeds: " + err)
+    check(got[:-1] == want and got[-1] == "../plain/cur/9", "only the mail files: %s" % got)
+    check(", 1 skipped, " in err, "the FIFO is skipped and counted: " + err)
+
+
+def case_jobs(tmp):
+    roots = [EXAMPLES] + ([os.path.join(CORPUS, "messages")] if os.path.isdir(CORPUS) else [])
+    for extra in ([], ["--problems"], ["--crlf"]):
+        outputs = [run("--json", "-j", jobs, *extra, *roots, timeout=600)[1] for jobs in ("1", "2", "7")]
+        check(len(outputs[0].splitlines()) > 5, "some output")
+        check(outputs[1] == outputs[0] and outputs[2] == outputs[0], "-j 2 and -j 7 equal -j 1 %s" % extra)
+    check(run("-j", "0", EXAMPLES)[0] == 2 and run("-jx", EXAMPLES)[0] == 2, "bad job counts are usage errors")
+
+
+MALFORMED = (b"From: a@example.org\nDate: Thu, 30 Apr 98 11:28:50 EDT\nSubject: =?utf-8?B?bm90IGJhc2U2NA?=\n"
+             b"Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain; charset=x-nonsense\n\n"
+             b"caf\xe9\n")
+
+
+def case_problems(tmp):
+    roots = [EXAMPLES] + ([os.path.join(CORPUS, "messages")] if os.path.isdir(CORPUS) else [])
+    for extra in ([], ["--crlf"]):
+        plain = records(run("--json", *extra, *roots, timeout=600)[1])
+        linted = records(run("--json", "--problems", *extra, *roots, timeout=600)[1])
+        check(len(plain) == len(linted), "as many records")
+        differ = [a["path"] for a, b in zip(plain, linted) if a["attributes"] != b["attributes"]]
+        check(not differ, "the same attributes with --problems %s: %s" % (extra, differ[:5]))
+        check(all(isinstance(r["problems"], list) for r in linted), "every record has a list")
+        if len(roots) > 1:
+            check(sum(1 for r in linted if r["problems"]) > 100, "the corpus has problems to report")
+    status, out, _ = run("--json", "--problems", "-", stdin=MALFORMED)
+    problems = records(out)[0]["problems"]
+    texts = [p["description"] for p in problems]
+    check(status == 0 and any("closing MIME boundary" in t for t in texts), "unclosed multipart: %s" % texts)
+    check(any(p.get("#priority") == "low" for p in problems), "obsolete date forms are low priority")
+    check(all(isinstance(v, str) for p in problems for v in p.values()), "records are string maps")
+    _, text, _ = run("--problems", "-", stdin=MALFORMED)
+    check(text.decode().count("\n  problem: { ") == len(problems), "one indented line per problem")
+
+
+def case_progress(tmp):
+    def on_terminal(*args):
+        """Standard error on a pseudo-terminal; its bytes as text."""
+        main, secondary = pty.openpty()
+        p = subprocess.Popen([BINARY, *args], stdout=subprocess.DEVNULL, stderr=secondary)
+        os.close(secondary)
+        data = b""
+        while True:
+            try:
+                chunk = os.read(main, 4096)
+            except OSError:
+                break
+            if not chunk:
+                break
+            data += chunk
+        p.wait(timeout=60)
+        os.close(main)
+        return data.decode(errors="replace")
+
+    shown = on_terminal(EXAMPLES)
+    check("\r" in shown and " of 8 files, " in shown and " MB/s" in shown, "a progress line: %r" % shown)
+    check("8 files, 8 imported, 6 with text, 0 unreadable, " in shown, "a summary on a terminal: %r" % shown)
+    check(on_terminal("--quiet", EXAMPLES) == "", "--quiet silences both")
+    _, _, err = run("--json", EXAMPLES, "nope.eml")
+    check("imported" not in err, "no summary when not a terminal")
+    _, _, err = run("--json", "--summary", EXAMPLES, "nope.eml", cwd=tmp)
+    check(err.splitlines()[-1].startswith("9 files, 8 imported, 6 with text, 1 unreadable, "), "--summary: " + err)
+
+
+def case_run_examples(tmp):
+    env = dict(os.environ, TIDEWELL_BUILD_DIR=os.path.dirname(os.path.dirname(os.path.dirname(BINARY))))
+    p = subprocess.run([os.path.join(SOURCE, "scripts", "run-examples"), "--json"], env=env,
+                       stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=600)
+    check(p.returncode == 0, "run-examples succeeds: " + p.stderr.decode(errors="replace")[-2000:])
+    lines = p.stdout.splitlines()
+    try:
+        check(len([json.loads(line) for line in lines]) == len(os.listdir(EXAMPLES)), "one record per example")
+    except ValueError as error:
+        check(False, "standard output is JSON lines only: %s" % error)
+
+
+def case_manual(tmp):
+    """Every option of --help is in the manual page, and nothing else is."""
+    import re
+    _, usage, _ = run("--help")
+    with open(os.path.join(SOURCE, "hosts", "cli", "tidewell-import.1"), encoding="utf-8") as f:
+        page = f.read().replace("\\-", "-")
+    pattern = re.compile(r"(?<![\w-])(--?[a-z][a-z-]*)")
+    in_help, in_page = set(pattern.findall(usage.decode())), set(pattern.findall(page))
+    check(len(in_help) > 10 and in_help == in_page, "options only in --help: %s, only in the page: %s"
+          % (sorted(in_help - in_page), sorted(in_page - in_help)))
+
+
+def main():
+    global BINARY
+    cases = {name[5:]: f for name, f in globals().items() if name.startswith("case_")}
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--binary", required=True)
+    parser.add_argument("case", choices=sorted(cases))
+    options = parser.parse_args()
+    BINARY = os.path.abspath(options.binary)
+    with tempfile.TemporaryDirectory(prefix="tidewell-cli-") as tmp:
+        if cases[options.case](tmp) == SKIP:
+            print("skipped: no shared corpus")
+            return SKIP
+    print("%s: %s" % (options.case, "%d failed" % len(failures) if failures else "ok"))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
