@@ -54,6 +54,27 @@ bool is_ctext(char c) {
   return (u >= 0x21 && u <= 0x27) || (u >= 0x2A && u <= 0x5B) || (u >= 0x5D && u <= 0x7E);
 }
 
+// Past the rest of a month's full name (or the "t" of "Sept") when the text
+// holds it, ignoring ASCII case; otherwise p itself.
+char const* month_name_end(char const* p, char const* last, int month) {
+  static constexpr std::string_view tails[12] = {"uary", "ruary", "ch",     "il",   "",      "e",
+                                                 "y",    "ust",   "tember", "ober", "ember", "ember"};
+  auto const matches = [&](std::string_view tail) {
+    if (tail.empty() || static_cast<std::size_t>(last - p) < tail.size())
+      return false;
+    for (std::size_t i = 0; i < tail.size(); ++i)
+      if ((p[i] | 0x20) != tail[i])
+        return false;
+    return true;
+  };
+  std::string_view const tail = tails[month];
+  if (matches(tail))
+    return p + tail.size();
+  if (month == 8 && matches("t"))
+    return p + 1;
+  return p;
+}
+
 // RFC 822 printed the military zones with the signs reversed from their usual
 // reading; dates written by software that followed it expect that reading.
 bool military_zone(char letter, std::int64_t& zone) {
@@ -73,8 +94,9 @@ bool military_zone(char letter, std::int64_t& zone) {
 
 } // namespace
 
-rfc822_date_parser_t::rfc822_date_parser_t(char const* first, char const* last, quern::error::handler_t* problems)
-    : first_(first), cursor_(first), last_(last), problems_(problems) {}
+rfc822_date_parser_t::rfc822_date_parser_t(char const* first, char const* last, quern::error::handler_t* problems,
+                                           rules_t rules)
+    : first_(first), cursor_(first), last_(last), problems_(problems), rules_(rules) {}
 
 void rfc822_date_parser_t::note(char const* description, bool low_priority) const {
   if (!problems_)
@@ -332,8 +354,10 @@ bool rfc822_date_parser_t::parse_month() {
     return false;
   }
   time_.tm_mon = it->second;
-  // Only the three letters are taken: "June" leaves its "e" behind.
+  // By default only the three letters are taken: "June" leaves its "e".
   cursor_ += 3;
+  if (rules_.full_month_names)
+    cursor_ = month_name_end(cursor_, last_, it->second);
   skip_fws();
   skip_comments();
   return true;
@@ -452,6 +476,14 @@ bool rfc822_date_parser_t::parse_zone_number(std::int64_t& zone) {
   return true;
 }
 
+bool rfc822_date_parser_t::parse_signed_zone() {
+  char const* const start = cursor_;
+  if (cursor_ != last_ && (*cursor_ == '+' || *cursor_ == '-') && parse_zone_number(zone_))
+    return true;
+  cursor_ = start;
+  return false;
+}
+
 bool rfc822_date_parser_t::parse_zone() {
   char const* const start = cursor_;
   if (parse_zone_number(zone_))
@@ -521,7 +553,7 @@ bool rfc822_date_parser_t::parse() {
 bool rfc822_date_parser_t::parse_soup() {
   char const* const start = cursor_;
   bool month = false, time = false, day = false, year = false, zone = false;
-  bool at_end = false;
+  bool numeric_zone = false, at_end = false;
   zone_ = 0;
   for (;;) {
     char const* const turn = cursor_;
@@ -531,6 +563,7 @@ bool rfc822_date_parser_t::parse_soup() {
     }
     skip_fws();
     parse_day_of_week();
+    char const* const piece = cursor_;
     if (!month && parse_month())
       month = true;
     else if (!time && parse_time_of_day())
@@ -540,7 +573,9 @@ bool rfc822_date_parser_t::parse_soup() {
     else if (!year && parse_year())
       year = true;
     else if (!zone && parse_zone())
-      zone = true;
+      zone = true, numeric_zone = *piece == '+' || *piece == '-';
+    else if (zone && !numeric_zone && rules_.numeric_zone_wins && parse_signed_zone())
+      numeric_zone = true;
     else
       cursor_ = std::find(cursor_, last_, ' ');
     if (cursor_ == turn)
@@ -554,8 +589,8 @@ bool rfc822_date_parser_t::parse_soup() {
   return false;
 }
 
-rfc822_date_t::rfc822_date_t(char const* first, char const* last, quern::error::handler_t* problems)
-    : parser_(std::make_shared<rfc822_date_parser_t>(first, last, problems)) {
+rfc822_date_t::rfc822_date_t(char const* first, char const* last, quern::error::handler_t* problems, rules_t rules)
+    : parser_(std::make_shared<rfc822_date_parser_t>(first, last, problems, rules)) {
   if (!parser_->parse())
     parser_->parse_soup();
 }

@@ -27,10 +27,21 @@
 
 namespace date {
 
+// How far the parser reaches beyond the desktop host's reading. By default a
+// month is its first three letters ("June" leaves an "e" that the soup pass
+// may take for a military zone) and the first zone the soup pass meets is
+// kept. The full reading reads whole month names (and "Sept"), and lets an
+// explicit numeric zone replace a zone taken from a stray word.
+struct rules_t {
+  bool full_month_names = false;
+  bool numeric_zone_wins = false;
+  static constexpr rules_t full() { return {true, true}; }
+};
+
 class rfc822_date_parser_t {
 public:
   // problems may be null; when it is not, it must outlive the parser.
-  rfc822_date_parser_t(char const* first, char const* last, quern::error::handler_t* problems);
+  rfc822_date_parser_t(char const* first, char const* last, quern::error::handler_t* problems, rules_t rules = {});
 
   // The strict pass, then the tolerant one; either sets parsed() on success
   // and leaves the cursor at the start on failure.
@@ -44,6 +55,8 @@ public:
   bool parse_zone();
   // A signed ±HHMM number. On failure after a sign the sign stays consumed.
   bool parse_zone_number(std::int64_t& zone);
+  // A ±HHMM number with its sign; the cursor is restored on failure.
+  bool parse_signed_zone();
   bool parse_day_name();
   bool parse_day();
   bool parse_month();
@@ -91,6 +104,7 @@ private:
   char const* cursor_;
   char const* last_;
   quern::error::handler_t* problems_;
+  rules_t rules_;
   bool parsed_ = false;
   std::int64_t zone_ = 0;
   std::tm time_{};
@@ -100,7 +114,7 @@ private:
 // A date value: parsed once on construction; copies share the parser.
 class rfc822_date_t {
 public:
-  rfc822_date_t(char const* first, char const* last, quern::error::handler_t* problems);
+  rfc822_date_t(char const* first, char const* last, quern::error::handler_t* problems, rules_t rules = {});
 
   std::string canonical_format() const { return parser_->canonical_format(); }
   std::string local_canonical_format() const { return parser_->local_canonical_format(); }

@@ -10,6 +10,14 @@
 // blocks only the three content fields are read, so a forwarded message's
 // subject and addresses never reach the index.
 //
+// The full reading keeps that policy for plain text and adds to it. Where the
+// desktop reading finds no text in an entity that is inline text/html (an
+// html-only message, an inline html part of a mixed message), the HTML's
+// text is taken. Every alternative is looked at: the first one that gives
+// plain text wins, and only when none does, the first that gives HTML text.
+// And the file name of every part that has one is listed, wherever it sits
+// in the structure, including parts whose text is not wanted.
+//
 // Nesting is bounded: an entity nested deeper than max_nesting_depth levels
 // of multiparts and enclosed messages yields no text. No mail program writes
 // such messages; without the bound a hostile file of a million nested parts
@@ -20,8 +28,10 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "email/headers.h"
+#include "email/reading.h"
 #include "error/handler.h"
 
 namespace email {
@@ -38,5 +48,11 @@ inline constexpr std::size_t max_nesting_depth = 64;
 // the way describe what they repaired there; the text is the same either way.
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level,
                        quern::error::handler_t* problems = nullptr);
+
+// The same walk in a chosen reading. In the full reading attachment_names,
+// when given, receives the file name of every part that names one, in the
+// order the parts appear.
+std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
+                       std::vector<std::string>* attachment_names, quern::error::handler_t* problems = nullptr);
 
 } // namespace email

@@ -37,17 +37,19 @@ char const* field_end(char const* p, char const* last) {
 }
 
 // The canonical UTC text of a date, or "" when it cannot be read.
-std::string canonical_date(char const* first, char const* last, quern::error::handler_t* problems) {
-  return date::rfc822_date_t(first, last, problems).canonical_format();
+std::string canonical_date(char const* first, char const* last, reading_t reading, quern::error::handler_t* problems) {
+  date::rules_t const rules = reading == reading_t::full ? date::rules_t::full() : date::rules_t();
+  return date::rfc822_date_t(first, last, problems, rules).canonical_format();
 }
 
-void store_received(header_map_t& map, std::string const& value, quern::error::handler_t* problems) {
+void store_received(header_map_t& map, std::string const& value, reading_t reading, quern::error::handler_t* problems) {
   auto const semicolon = value.rfind(';');
   if (semicolon == std::string::npos)
     return;
   auto const begin = std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(),
                                   [](unsigned char c) { return std::isalnum(c) != 0; });
-  std::string canonical = canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), problems);
+  std::string canonical =
+      canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading, problems);
   // An unreadable date stores nothing, so a later Received field may still
   // supply one.
   if (!canonical.empty())
@@ -108,6 +110,15 @@ void derive_word(header_map_t& map, std::string_view header, char const* key, ch
 
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted,
                                  quern::error::handler_t* problems) {
+  return quick_parse_headers(first, last, wanted, reading_t::desktop, problems);
+}
+
+bool is_address_field(std::string_view name) {
+  return name == "from" || name == "to" || name == "cc" || name == "bcc";
+}
+
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
+                                 quern::error::handler_t* problems) {
   header_map_t map;
   std::string name;
   char const* p = first;
@@ -140,7 +151,11 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       --value_last;
     std::string value;
     if (value_first != value_last) {
-      if (name.starts_with("content-")) {
+      // An address field in ISO-2022 escapes is converted whole first: its
+      // escape sequences hold '(' and '$', which would read as syntax.
+      bool const keep_address = reading == reading_t::full && is_address_field(name) &&
+                                std::find(value_first, value_last, '\x1B') == value_last;
+      if (name.starts_with("content-") || keep_address) {
         value.assign(value_first, value_last);
       } else {
         decode_header_line(value_first, value_last, std::back_inserter(value), problems, std::string());
@@ -149,7 +164,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     }
 
     if (received)
-      store_received(map, value, problems);
+      store_received(map, value, reading, problems);
     else
       map.insert_or_assign(name, std::move(value));
   }
@@ -165,7 +180,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     if (auto it = map.find(std::string_view("date")); it != map.end()) {
       std::string const raw = std::move(it->second);
       map.erase(it);
-      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), problems);
+      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), reading, problems);
       if (!canonical.empty())
         map.emplace("date", std::move(canonical));
     }

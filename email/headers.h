@@ -25,6 +25,7 @@
 #include <boost/container/flat_map.hpp>
 #include <boost/container/flat_set.hpp>
 
+#include "email/reading.h"
 #include "error/handler.h"
 
 namespace email {
@@ -43,6 +44,18 @@ using header_set_t = boost::container::flat_set<std::string, std::less<>>;
 // repaired there; the map is the same either way.
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted,
                                  quern::error::handler_t* problems = nullptr);
+
+// The same scan in a chosen reading. The full reading reads dates with whole
+// month names and explicit zones first, and keeps the address fields
+// (From, To, Cc, Bcc) as written, only unfolded: encoded words there are
+// decoded per mailbox after the list is split, so that a decoded comma or
+// quote cannot change where one mailbox ends. (A field holding raw ISO-2022
+// escapes is still converted whole, since its escapes hold '(' and '$'.)
+header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
+                                 quern::error::handler_t* problems = nullptr);
+
+// Whether the full reading keeps this (lower-case) field as written.
+bool is_address_field(std::string_view name);
 
 // Unfolds line breaks, removes NUL bytes and trims trailing white space.
 void cleanup_header_body(std::string& value);

@@ -18,4 +18,17 @@ namespace importer {
 // list is cleared.
 void parse_addresses(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails);
 
+// The full reading of an address field, given as written (encoded words not
+// yet decoded): every mailbox of the list, in order, each adding one entry to
+// names and one to emails, so the two lists stay parallel. A mailbox without
+// a display name adds an empty name; an item without an address adds
+// nothing. The list is cut with header::address_split_function, and an item
+// it cut inside a comment or angle brackets is joined with what follows
+// until they close. Group syntax is read: "Team: a@x, b@y;" gives a and b,
+// "undisclosed-recipients:;" nothing. Each item is read with the single-mailbox
+// extractor, and only then are its name and address decoded (RFC 2047 words,
+// undeclared 8-bit text), so that a decoded comma or quote stays inside its
+// mailbox. Linear in the value.
+void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails);
+
 } // namespace importer

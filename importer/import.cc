@@ -14,7 +14,7 @@ namespace {
 
 // Processed in this order; a later row replaces an earlier value under the
 // same attribute, and the three recipient rows share their attributes.
-constexpr std::array<attribute_row_t, 9> rows{{
+constexpr std::array<attribute_row_t, 10> rows{{
     {"subject", attribute::subject, {}, false},
     {"subject", attribute::display_name, {}, false},
     {"#text", attribute::text_content, {}, false},
@@ -24,7 +24,10 @@ constexpr std::array<attribute_row_t, 9> rows{{
     {"to", attribute::recipients, attribute::recipient_email_addresses, true},
     {"cc", attribute::recipients, attribute::recipient_email_addresses, true},
     {"bcc", attribute::recipients, attribute::recipient_email_addresses, true},
+    // The full reading's own.
+    {attachment_names_key, full_attribute::attachment_names, {}, false, true},
 }};
+constexpr std::size_t desktop_rows = 9;
 
 // Lists in the order their first element arrived; at most four.
 class accumulator_t {
@@ -51,7 +54,7 @@ private:
   std::vector<std::pair<std::string_view, std::vector<std::string>>> lists_;
 };
 
-void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes);
+void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes, reading_t reading);
 
 bool read_number(std::string_view text, std::size_t at, std::size_t digits, int& value) {
   char const* first = text.data() + at;
@@ -79,6 +82,30 @@ email::header_set_t const& wanted_headers() {
   return wanted;
 }
 
+namespace {
+
+email::header_map_t parse_lf_bytes(char const* first, char const* last, email::header_set_t const& wanted,
+                                   options_t const& options) {
+  email::header_map_t result;
+  if (first == last)
+    return result;
+  char const* cursor = first;
+  result = email::quick_parse_headers(cursor, last, wanted, options.reading, options.problems);
+  std::vector<std::string> names;
+  std::string text = email::parse_body(cursor, last, result, true, options.reading, &names, options.problems);
+  result.insert_or_assign("#text", std::move(text));
+  if (!names.empty()) {
+    std::string joined;
+    for (std::string const& name : names)
+      joined.append(name).push_back('\n');
+    joined.pop_back();
+    result.insert_or_assign(std::string(attachment_names_key), std::move(joined));
+  }
+  return result;
+}
+
+} // namespace
+
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable,
                                 line_ends_t line_ends, quern::error::handler_t* problems) {
   file_mmap_t const file(path);
@@ -93,50 +120,50 @@ email::header_map_t parse_email(std::string const& path, email::header_set_t con
 
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
                                       line_ends_t line_ends, quern::error::handler_t* problems) {
-  if (line_ends == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
+  return parse_email_bytes(first, last, wanted, options_t{reading_t::desktop, line_ends, problems});
+}
+
+email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
+                                      options_t const& options) {
+  if (effective_line_ends(options) == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(last - first));
     text::crlf_to_lf(first, last, std::back_inserter(bytes));
-    return parse_email_bytes(bytes.data(), bytes.data() + bytes.size(), wanted, line_ends_t::as_stored, problems);
+    return parse_lf_bytes(bytes.data(), bytes.data() + bytes.size(), wanted, options);
   }
-  email::header_map_t result;
-  if (first == last)
-    return result;
-  char const* cursor = first;
-  result = email::quick_parse_headers(cursor, last, wanted, problems);
-  std::string text = email::parse_body(cursor, last, result, true, problems);
-  result.insert_or_assign("#text", std::move(text));
-  return result;
+  return parse_lf_bytes(first, last, wanted, options);
 }
 
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable, line_ends_t line_ends) {
-  store_attributes(parse_email(path, wanted_headers(), readable, line_ends), attributes);
-  return true;
+  return import_file(path, attributes, options_t{reading_t::desktop, line_ends, nullptr}, readable);
 }
 
 bool import_bytes(char const* first, char const* last, attribute_set_t& attributes) {
-  store_attributes(parse_email_bytes(first, last, wanted_headers()), attributes);
-  return true;
+  return import_bytes(first, last, attributes, options_t{});
 }
 
 bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options, bool* readable) {
-  store_attributes(parse_email(path, wanted_headers(), readable, effective_line_ends(options), options.problems),
-                   attributes);
-  return true;
+  file_mmap_t const file(path);
+  if (readable)
+    *readable = file.readable();
+  // A mapping that failed for any reason but memory leaves a null start with
+  // a non-zero size; such a file is read as empty.
+  if (file.size() == 0 || !file.data())
+    return true;
+  return import_bytes(file.data(), file.data() + file.size(), attributes, options);
 }
 
 bool import_bytes(char const* first, char const* last, attribute_set_t& attributes, options_t const& options) {
-  store_attributes(parse_email_bytes(first, last, wanted_headers(), effective_line_ends(options), options.problems),
-                   attributes);
+  store_attributes(parse_email_bytes(first, last, wanted_headers(), options), attributes, options.reading);
   return true;
 }
 
 namespace {
 
-void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes) {
+void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes, reading_t reading) {
   accumulator_t accumulator;
   for_each_row(
-      headers,
+      headers, reading,
       [&](attribute_row_t const& row, std::vector<std::string> const& names, std::vector<std::string> const& emails) {
         for (std::string const& name : names)
           accumulator.append(row.attribute, name);
@@ -153,14 +180,79 @@ void store_attributes(email::header_map_t const& headers, attribute_set_t& attri
         } else {
           attributes.erase(row.attribute);
         }
+      },
+      [&](attribute_row_t const& row, std::vector<std::string> const& list) {
+        for (std::string const& element : list)
+          accumulator.append(row.attribute, element);
       });
   accumulator.store(attributes);
 }
 
 } // namespace
 
+namespace detail {
+
+std::string well_formed(std::string_view text) {
+  if (is_well_formed_utf8(text))
+    return std::string(text);
+  using traits = boost::locale::utf::utf_traits<char>;
+  std::string out;
+  out.reserve(text.size() + 16);
+  char const* p = text.data();
+  char const* const end = p + text.size();
+  while (p != end) {
+    char const* const start = p;
+    auto const code_point = traits::decode(p, end);
+    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
+      out += "\xEF\xBF\xBD";
+      // Resynchronise at the next byte that can start a character.
+      p = start + 1;
+      while (p != end && (static_cast<unsigned char>(*p) & 0xC0) == 0x80)
+        ++p;
+    } else {
+      out.append(start, p);
+    }
+  }
+  return out;
+}
+
+void mailbox_rows_t::read(attribute_row_t const& row, std::string const& value, std::vector<std::string>& names,
+                          std::vector<std::string>& emails) {
+  std::vector<std::string> all_names, all_emails;
+  parse_mailboxes(value, all_names, all_emails);
+  for (std::size_t i = 0; i < all_emails.size(); ++i) {
+    std::string name = well_formed(all_names[i]), email = well_formed(all_emails[i]);
+    // NUL cannot occur in a header value, so it separates the three fields.
+    std::string key = std::string(row.attribute);
+    key.append(1, '\0').append(name).append(1, '\0').append(email);
+    if (!seen_.insert(std::move(key)).second)
+      continue;
+    names.push_back(std::move(name));
+    emails.push_back(std::move(email));
+  }
+}
+
+std::vector<std::string> split_lines(std::string const& text) {
+  std::vector<std::string> lines;
+  std::size_t start = 0;
+  for (;;) {
+    auto const lf = text.find('\n', start);
+    lines.push_back(well_formed(std::string_view(text).substr(start, lf - start)));
+    if (lf == std::string::npos)
+      break;
+    start = lf + 1;
+  }
+  return lines;
+}
+
+} // namespace detail
+
 std::span<attribute_row_t const> attribute_rows() {
-  return rows;
+  return std::span(rows).first(desktop_rows);
+}
+
+std::span<attribute_row_t const> attribute_rows(reading_t reading) {
+  return reading == reading_t::full ? std::span<attribute_row_t const>(rows) : attribute_rows();
 }
 
 bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content_type, std::string const& path) {

@@ -20,10 +20,12 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "email/body.h"
 #include "email/headers.h"
+#include "email/reading.h"
 #include "error/handler.h"
 #include "importer/addresses.h"
 #include "importer/attributes.h"
@@ -32,19 +34,56 @@ namespace importer {
 
 inline constexpr std::string_view mail_content_type = "com.apple.mail.email";
 
+// Which rules the import follows (see email/reading.h). desktop is the
+// desktop-search host's reading, kept byte for byte. full is for the Linux
+// hosts: CR LF read as LF, every mailbox of a list (names and addresses
+// paired, an empty name where a mailbox has none, a mailbox repeated within
+// the message listed once), HTML text where no plain text is found,
+// attachment names, whole month names and explicit zones, and U+FFFD for
+// ill-formed UTF-8 instead of dropping the value.
+using reading_t = email::reading_t;
+
 // One row of the attribute mapping: the header-map key it reads and the
-// attribute(s) it fills; address rows fill a names and an e-mails attribute.
+// attribute(s) it fills; address rows fill a names and an e-mails attribute,
+// list rows a list of strings.
 struct attribute_row_t {
   std::string_view key;
   std::string_view attribute;
   std::string_view email_attribute;
   bool is_address;
+  bool is_list = false;
 };
 
-// The nine rows in processing order: subject (twice: subject and display
-// name), text, date, received, from, to, cc, bcc. The three recipient rows
-// share their attributes, so their results collect into one list.
+// The rows of a reading in processing order: subject (twice: subject and
+// display name), text, date, received, from, to, cc, bcc; the full reading
+// adds the attachment names. The three recipient rows share their
+// attributes, so their results collect into one list.
 std::span<attribute_row_t const> attribute_rows();
+std::span<attribute_row_t const> attribute_rows(reading_t reading);
+
+// Header-map key of the attachment names the full reading finds: the names
+// joined by LF (a name never holds a control character).
+inline constexpr std::string_view attachment_names_key = "#attachments";
+
+namespace detail {
+
+// The text with every ill-formed UTF-8 sequence replaced by U+FFFD.
+std::string well_formed(std::string_view text);
+
+// The full reading's view of the address rows: mailboxes paired, decoded and
+// made well-formed, each (name, address) pair of one attribute listed once.
+class mailbox_rows_t {
+public:
+  void read(attribute_row_t const& row, std::string const& value, std::vector<std::string>& names,
+            std::vector<std::string>& emails);
+
+private:
+  std::unordered_set<std::string> seen_; // attribute, name and address
+};
+
+std::vector<std::string> split_lines(std::string const& text);
+
+} // namespace detail
 
 // Walks the rows over a header map, in order. An address row hands the
 // names and e-mail addresses of its field to on_address(row, names, emails);
@@ -67,6 +106,34 @@ void for_each_row(email::header_map_t const& headers, AddressFn&& on_address, Va
   }
 }
 
+// The same walk in a chosen reading. In the full reading every string handed
+// on is well-formed UTF-8; on_address gets parallel lists (one entry per
+// mailbox, an empty name where there is none), and the attachment-names row
+// goes to on_list(row, names).
+template <typename AddressFn, typename ValueFn, typename ListFn>
+void for_each_row(email::header_map_t const& headers, reading_t reading, AddressFn&& on_address, ValueFn&& on_value,
+                  ListFn&& on_list) {
+  if (reading == reading_t::desktop) {
+    for_each_row(headers, on_address, on_value);
+    return;
+  }
+  detail::mailbox_rows_t mailboxes;
+  for (attribute_row_t const& row : attribute_rows(reading)) {
+    auto const found = headers.find(row.key);
+    if (found == headers.end())
+      continue;
+    if (row.is_address) {
+      std::vector<std::string> names, emails;
+      mailboxes.read(row, found->second, names, emails);
+      on_address(row, names, emails);
+    } else if (row.is_list) {
+      on_list(row, detail::split_lines(found->second));
+    } else if (found->second != email::no_text_marker) {
+      on_value(row, detail::well_formed(found->second));
+    }
+  }
+}
+
 // Whether a row's value is canonical date text rather than a string.
 inline bool is_date_row(attribute_row_t const& row) {
   return row.key == "date" || row.key == "received";
@@ -80,15 +147,6 @@ email::header_set_t const& wanted_headers();
 // ends a line and a CR is content. crlf_as_lf first turns every CR LF into
 // LF (a lone CR stays); the bytes are copied only when they hold a CR LF.
 enum class line_ends_t { as_stored, crlf_as_lf };
-
-// Which rules the import follows. desktop is the desktop-search host's
-// reading, kept byte for byte: LF-only line ends, one mailbox per address
-// header, text only from text/plain. full is for the Linux hosts: CR LF read
-// as LF, every mailbox of a list (names and addresses paired, an empty name
-// where a mailbox has none), HTML text where no plain text is found,
-// attachment names, full month names, and U+FFFD for ill-formed UTF-8 instead
-// of dropping the value.
-enum class reading_t { desktop, full };
 
 struct options_t {
   reading_t reading = reading_t::desktop;
@@ -116,6 +174,12 @@ email::header_map_t parse_email(std::string const& path, email::header_set_t con
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
                                       line_ends_t line_ends = line_ends_t::as_stored,
                                       quern::error::handler_t* problems = nullptr);
+
+// The header map of the message held in [first, last) in the reading and line
+// ends the options ask for; the full reading adds the attachment names under
+// attachment_names_key.
+email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
+                                      options_t const& options);
 
 // Fills attributes from the message at path. Always true.
 bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr,

@@ -22,6 +22,7 @@ import sys
 READINGS = {
     "desktop": [],
     "crlf": ["--crlf"],
+    "full": ["--full"],
 }
 
 HERE = os.path.dirname(os.path.abspath(__file__))

@@ -1,7 +1,8 @@
 // tidewell-import: the command-line host of the importer.
 //
 // Each PATH is imported exactly as the desktop-search host would import it,
-// or, with --crlf, as the Tracker host does (CR LF line ends read as LF), and
+// or, with --crlf, with CR LF line ends read as LF, or, with --full, in the
+// full reading the Linux hosts use, and
 // the resulting attribute set is printed, either as an mdls-style listing
 // or as one JSON object per line. Folders are walked for mail files, mboxes
 // are split into their messages, and files are imported on several threads
@@ -47,9 +48,16 @@ Options:
   --content-type UTI   the content type the host announces for every file
                        (default: com.apple.mail.email; any other type is
                        not imported)
-  --crlf               read CR LF line ends as LF before importing, as the
-                       Tracker host does (by default a CR is content, so a
-                       file with CR LF line ends has no end of its headers)
+  --crlf               read CR LF line ends as LF before importing (by
+                       default a CR is content, so a file with CR LF line
+                       ends has no end of its headers)
+  --full               import in the full reading, as the Linux hosts do:
+                       CR LF read as LF, every mailbox of an address list
+                       (names and addresses paired, "" where a mailbox has
+                       no name), HTML text where there is no plain text,
+                       whole month names, U+FFFD for ill-formed UTF-8, and
+                       the attachments' file names as
+                       org_tidewell_attachmentNames
   -j, --jobs N         import N files at a time (default: the number of
                        processors); the output is the same for every N
   --quiet              no progress line and no summary on standard error
@@ -200,6 +208,8 @@ int main(int argc, char** argv) {
       options.settings.json = true;
     } else if (std::strcmp(arg, "--crlf") == 0) {
       options.settings.import.line_ends = importer::line_ends_t::crlf_as_lf;
+    } else if (std::strcmp(arg, "--full") == 0) {
+      options.settings.import.reading = importer::reading_t::full;
     } else if (std::strcmp(arg, "--mbox") == 0) {
       options.settings.mbox = true;
     } else if (std::strcmp(arg, "--problems") == 0) {

@@ -1,17 +1,13 @@
 // One message file, read the way the Tracker host indexes it.
 //
-// The importer core reads lines ended by LF and treats a CR as content, which
-// suits the desktop host it was built for but leaves a file saved with CR LF
-// line ends with one endless header block. Mail saved on Linux and Windows
-// often has CR LF, so this host turns every CR LF into LF first (only when the
-// file has one, so the common case is read in place) and then runs the core
-// over the bytes.
-//
-// Unlike the core's attribute set, which flattens all names into one list and
-// all addresses into another, the result keeps one contact per header field,
-// so each address stays paired with its own display name. Each field is still
-// read as a single mailbox, exactly as the core reads it. Values that are not
-// well-formed UTF-8 are left out, as the core leaves them out.
+// The host imports in the core's full reading, which is made for it: CR LF
+// line ends read as LF (mail saved on Linux and Windows often has them),
+// every mailbox of an address list with its own display name, HTML text
+// where a message has no plain text, the attachments' file names, whole
+// month names, and U+FFFD where a value is not well-formed UTF-8. The host
+// takes the core's attribute set, the one row walk every host goes through,
+// and only regroups it: the full reading's name and address lists are
+// parallel, so each address is paired with its own name into one contact.
 #pragma once
 
 #include <optional>
@@ -23,8 +19,8 @@
 namespace tracker_host {
 
 struct contact_t {
-  std::string name;    // empty when the field gave none
-  std::string address; // empty when the field gave none
+  std::string name;    // empty when the mailbox has none
+  std::string address; // never empty
   bool operator==(contact_t const&) const = default;
 };
 
@@ -35,9 +31,13 @@ struct message_t {
   std::optional<importer::instant_t> received;
   std::vector<contact_t> authors;    // From
   std::vector<contact_t> recipients; // To, then Cc, then Bcc
+  std::vector<std::string> attachment_names;
 };
 
 // Reads the message held in [first, last), CR LF line ends included.
 message_t read_message(char const* first, char const* last);
+
+// Regroups an attribute set of the full reading.
+message_t from_attributes(importer::attribute_set_t const& attributes);
 
 } // namespace tracker_host

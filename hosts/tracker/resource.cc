@@ -69,6 +69,12 @@ TrackerResource* to_resource(message_t const& message, char const* identifier, s
     tracker_resource_add_take_relation(resource, "nco:creator", contact_resource(author));
   for (contact_t const& recipient : message.recipients)
     tracker_resource_add_take_relation(resource, "nco:contributor", contact_resource(recipient));
+  for (std::string const& name : message.attachment_names) {
+    TrackerResource* attachment = tracker_resource_new(nullptr);
+    tracker_resource_set_uri(attachment, "rdf:type", "nfo:Attachment");
+    tracker_resource_set_string(attachment, "nfo:fileName", c_text(name).c_str());
+    tracker_resource_add_take_relation(resource, "nie:hasPart", attachment);
+  }
   return resource;
 }
 

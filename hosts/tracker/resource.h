@@ -11,12 +11,19 @@
 // file miner describes.
 //
 // The sender is the nco:creator and every recipient an nco:contributor: each
-// an nco:Contact with its display name as nco:fullname and its address as an
-// nco:EmailAddress. nco:emailAddress is inverse-functional, so one address
+// an nco:Contact, one per mailbox, with its display name as nco:fullname when
+// it has one and its address as an nco:EmailAddress. nco:emailAddress is inverse-functional, so one address
 // must always be the same resource; it is named by its mailto: IRI, which
 // also lets every message from one person share it. Characters that cannot
 // stand in an IRI are percent-encoded, "%" included, so distinct addresses
 // keep distinct names.
+//
+// Each attachment name becomes an nfo:Attachment with that nfo:fileName,
+// joined to the message by nie:hasPart. The ontology's own comments on
+// nie:hasPart name exactly this case (a message with an nfo:Attachment as a
+// physical part), nfo:fileName is full-text indexed with a high weight, and
+// Tracker's file-name searches already look at it; a literal on the message
+// itself (nie:keyword, say) would mix file names with words the sender chose.
 #pragma once
 
 #include <cstddef>

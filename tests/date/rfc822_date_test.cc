@@ -266,3 +266,39 @@ TEST(comments, hostile_nesting_is_safe) {
 }
 
 } // namespace
+
+// The desktop reading takes three letters of a month and the first zone the
+// soup pass meets; the full reading reads whole month names and lets an
+// explicit numeric zone replace one taken from a stray word.
+TEST(date, readings_differ_on_month_names_and_stray_zones) {
+  struct case_t {
+    std::string text, desktop, full;
+  } const cases[] = {
+      // "e" is left over and read as military zone E (+0500 in RFC 822's
+      // reversed signs, so 7 hours off); the full reading keeps +0200.
+      {"Fri, 12 June 2025 23:42:00 +0200", "2025-06-13 04:42:00", "2025-06-12 21:42:00"},
+      // "on" (of a cut "Mon") is taken as an unknown zone, UTC.
+      {"on, 05 Dec 2011 10:00:00 -0800", "2011-12-05 10:00:00", "2011-12-05 18:00:00"},
+      {"3 September 2025 08:15 +0100", "2025-09-03 08:15:00", "2025-09-03 07:15:00"},
+      // "t" is military zone T: the desktop reading is 7 hours off here too.
+      {"3 Sept 2025 08:15 +0100", "2025-09-03 01:15:00", "2025-09-03 07:15:00"},
+      {"1 JANUARY 2020 00:00:00 -0130", "2020-01-01 00:00:00", "2020-01-01 01:30:00"},
+      {"1 february 2020 12:00 GMT", "2020-02-01 12:00:00", "2020-02-01 12:00:00"},
+      // A name and a number: the number wins only in the full reading.
+      {"Tue Jul 1 10:52:37 EST 2003 +0200", "2003-07-01 15:52:37", "2003-07-01 08:52:37"},
+      // Already right in both: three letters, or a zone before any word.
+      {"1 Jul 2003 10:52:37 +0200", "2003-07-01 08:52:37", "2003-07-01 08:52:37"},
+      {"10:52:37 +0200 2003 Jul 1 PST", "2003-07-01 08:52:37", "2003-07-01 08:52:37"},
+      // A month name that runs on: the rest is a stray word either way.
+      {"1 Julyish 2003 10:52", "2003-07-01 10:52:00", "2003-07-01 10:52:00"},
+  };
+  for (auto const& c : cases) {
+    std::vector<char> const bytes(c.text.begin(), c.text.end());
+    EXPECT_EQ(date::rfc822_date_t(bytes.data(), bytes.data() + bytes.size(), nullptr).canonical_format(), c.desktop)
+        << c.text;
+    EXPECT_EQ(date::rfc822_date_t(bytes.data(), bytes.data() + bytes.size(), nullptr, date::rules_t::full())
+                  .canonical_format(),
+              c.full)
+        << c.text;
+  }
+}

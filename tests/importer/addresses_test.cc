@@ -1,5 +1,7 @@
 #include "importer/addresses.h"
 
+#include <chrono>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -26,6 +28,72 @@ TEST(parse_addresses, reads_one_mailbox_per_value) {
     importer::parse_addresses(c.value, names, emails);
     EXPECT_EQ(names, c.names) << c.value;
     EXPECT_EQ(emails, c.emails) << c.value;
+  }
+}
+
+} // namespace
+
+namespace {
+
+// The full reading: every mailbox, names and addresses parallel.
+TEST(parse_mailboxes, reads_every_mailbox_of_a_list) {
+  struct {
+    std::string value;
+    list names, emails;
+  } const cases[] = {
+      {"", {}, {}},
+      {"Bob <bob@example.org>, Carol <carol@example.net>", {"Bob", "Carol"}, {"bob@example.org", "carol@example.net"}},
+      {"ann@x, bob@y", {"", ""}, {"ann@x", "bob@y"}},
+      {"\"Smith, Ann\" <ann@x>, Doe, John <j@x>", {"Smith, Ann", "Doe, John"}, {"ann@x", "j@x"}},
+      {"ann@x (Smith, Ann), bob@y", {"Smith, Ann", ""}, {"ann@x", "bob@y"}},
+      {"<a@x>, <b@y>,, ,", {"", ""}, {"a@x", "b@y"}},
+      {"Ann <ann>, Bob <bob>", {"Ann", "Bob"}, {"ann", "bob"}},
+      // Groups: the group's name is no mailbox; an empty group gives none.
+      {"undisclosed-recipients:;", {}, {}},
+      {"Team: a@x, B <b@y>;, c@z", {"", "B", ""}, {"a@x", "b@y", "c@z"}},
+      {"Team: a@x, b@y; Other: c@z;", {"", "", ""}, {"a@x", "b@y", "c@z"}},
+      // Names are decoded per mailbox, after the list is cut: a decoded
+      // comma or quote cannot split or join mailboxes.
+      {"=?utf-8?q?Doe=2C_J=C3=B6rg?= <j@x>, =?utf-8?q?=22Q=22?= <q@x>", {"Doe, J\xC3\xB6rg", "\"Q\""}, {"j@x", "q@x"}},
+      {"\"=?iso-8859-1?q?Ren=E9e?=\" <r@x>",
+       {"Ren\xC3\xA9"
+        "e"},
+       {"r@x"}},
+      // A comma before any '@' does not end a mailbox ("Doe, John" above), so
+      // a lone name joins the next mailbox; its comma is dropped.
+      {"Just A Name, bob@y", {"Just A Name"}, {"bob@y"}},
+      {"Just A Name", {}, {}},
+      // An unterminated quote or comment runs to the end of the list.
+      {"\"Ann <ann@x>, bob@y", {"Ann <ann@x>"}, {"bob@y"}},
+      {"ann@x (Ann, bob@y", {"ann@x (Ann"}, {"bob@y"}},
+  };
+  for (auto const& c : cases) {
+    list names, emails;
+    importer::parse_mailboxes(c.value, names, emails);
+    EXPECT_EQ(names, c.names) << c.value;
+    EXPECT_EQ(emails, c.emails) << c.value;
+    EXPECT_EQ(names.size(), emails.size()) << c.value;
+  }
+}
+
+// A million commas, semicolons or unbalanced quotes and brackets: linear.
+TEST(parse_mailboxes, hostile_lists_stay_linear) {
+  std::string const hostile[] = {std::string(1'000'000, ','), std::string(1'000'000, ';'), std::string(1'000'000, '"'),
+                                 std::string(1'000'000, '('), std::string(1'000'000, '<')};
+  std::string many;
+  for (int i = 0; i < 100'000; ++i)
+    many += "a" + std::to_string(i) + "@x, ";
+  std::vector<std::string const*> const values{&hostile[0], &hostile[1], &hostile[2], &hostile[3], &hostile[4], &many};
+  for (std::string const* value : values) {
+    auto const start = std::chrono::steady_clock::now();
+    list names, emails;
+    importer::parse_mailboxes(*value, names, emails);
+    EXPECT_EQ(names.size(), emails.size());
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 20)
+        << value->substr(0, 8);
+    if (value == &many) {
+      EXPECT_EQ(emails.size(), 100'000u);
+    }
   }
 }
 

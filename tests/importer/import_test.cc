@@ -65,6 +65,54 @@ TEST(import, attributes_from_headers_and_body) {
   }
 }
 
+// The same messages in both readings: where they differ, and that the full
+// reading's lists stay parallel and its strings well-formed.
+TEST(import, full_reading_against_desktop_reading) {
+  using namespace importer::attribute;
+  auto const attachments = importer::full_attribute::attachment_names;
+  std::string const fffd = "\xEF\xBF\xBD";
+  struct {
+    std::string message;
+    std::vector<std::tuple<std::string_view, std::string, std::string>> expected; // attribute, desktop, full
+  } const cases[] = {
+      // One lone surrogate erases the desktop value; the full reading marks it.
+      {"Subject: a\xED\xA0\xBDz\n\nbody \xED\xB0\x80 text\n",
+       {{subject, "<absent>", "a" + fffd + "z"}, {text_content, "<absent>", "body " + fffd + " text\n"}}},
+      {"From: Ann <ann@x>, =?utf-8?q?B=ED=B0=80?= <b@x>\n\nb\n",
+       {{authors, "<absent>", "Ann|B" + fffd}, {author_email_addresses, "b@x", "ann@x|b@x"}}},
+      // Every mailbox, paired; repeated mailboxes once; "" for no name.
+      {"From: Ann <ann@x>\nTo: Bob <bob@y>, carol@z\nCc: Bob <bob@y>, Ann <ann@x>\nBcc: carol@z\n\nbody\n",
+       {{authors, "Ann", "Ann"},
+        {author_email_addresses, "ann@x", "ann@x"},
+        {recipients, "Bob <bob@y>,|Bob <bob@y>, Ann", "Bob||Ann"},
+        {recipient_email_addresses, "carol@z|ann@x|carol@z", "bob@y|carol@z|ann@x"}}},
+      {"To: undisclosed-recipients:;\n\nb\n", {{recipients, "undisclosed-recipients", "<absent>"}}},
+      // CR LF, HTML text, a whole month name and attachment names.
+      {"Date: 12 June 2025 23:42:00 +0200\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
+       "Content-Type: text/html\r\n\r\n<p>Hi&nbsp;there</p>\r\n--b\r\n"
+       "Content-Disposition: attachment; filename=\"a.pdf\"\r\n\r\n%PDF\r\n--b--\r\n",
+       {{text_content, "<absent>", "Hi there\n"}, {attachments, "<absent>", "a.pdf"}}},
+  };
+  for (auto const& c : cases) {
+    auto const desktop = import(c.message);
+    attribute_set_t full;
+    importer::import_bytes(c.message.data(), c.message.data() + c.message.size(), full,
+                           importer::options_t{importer::reading_t::full});
+    for (auto const& [name, in_desktop, in_full] : c.expected) {
+      EXPECT_EQ(shown(desktop, name), in_desktop) << c.message << name;
+      EXPECT_EQ(shown(full, name), in_full) << c.message << name;
+    }
+    for (auto const& [names, emails] :
+         {std::pair(authors, author_email_addresses), std::pair(recipients, recipient_email_addresses)}) {
+      auto const count = [&](std::string_view a) {
+        auto const* list = full.find(a) ? std::get_if<std::vector<std::string>>(full.find(a)) : nullptr;
+        return list ? list->size() : 0;
+      };
+      EXPECT_EQ(count(names), count(emails)) << c.message;
+    }
+  }
+}
+
 TEST(import, empty_file_sets_nothing_and_warns) {
   temp_file_t const file("");
   attribute_set_t attributes;

@@ -24,6 +24,17 @@ EXAMPLES = {
                                   "Renée Dubois <mailto:renee.dubois@example.net>",
                                   "Lee, Ann <mailto:ann.lee@example.com>",
                                   "La lanterne doit être repeinte avant l'hiver."),
+    # One contact per mailbox of the list, the repeated one once; the group's
+    # name and the empty group give none.
+    "several-recipients.eml": ("Crew rota for November", "2025-11-03T07:15:00Z", None,
+                               "Marta Kowalska <mailto:marta.kowalska@example.com>",
+                               "Bob Marsh <mailto:bob@example.org>, Lee, Ann <mailto:ann.lee@example.com>, "
+                               "Jörg Schäfer <mailto:joerg@example.de>, <mailto:desk@example.org>",
+                               "Please check your shifts."),
+    # The whole month name and the numeric zone; the text of the HTML body.
+    "html-only.eml": ("Harbour News: the lighthouse reopens", "2025-06-12T21:42:00Z", None,
+                      "Harbour News <mailto:news@harbour.example>", "<mailto:subscribers@harbour.example>",
+                      "opens its doors again on Saturday 14 June."),
 }
 
 

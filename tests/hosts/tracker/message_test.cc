@@ -1,4 +1,4 @@
-// Reading a message file the Tracker way: CR LF line ends, one contact per field.
+// Reading a message file the Tracker way: the full reading, one contact per mailbox.
 #include "hosts/tracker/message.h"
 
 #include <regex>
@@ -22,7 +22,7 @@ std::string const sample = "Received: from relay.example.net by mx.example.org; 
                            "From: \"Kowalska, Marta\" <marta@example.com>\n"
                            "To: Bob Marsh <bob@example.org>\n"
                            "Cc: desk@example.org\n"
-                           "Bcc: ann@x, bob@y\n"
+                           "Bcc: ann@x, =?utf-8?q?Bob_=22B=22?= <bob@y>, Bob Marsh <bob@example.org>\n"
                            "Subject: =?iso-8859-1?Q?Pr=EAt?=\n"
                            "Content-Type: text/plain; charset=iso-8859-1\n"
                            "Content-Transfer-Encoding: quoted-printable\n"
@@ -42,10 +42,10 @@ TEST(tracker_message, reads_every_field_with_lf_and_with_crlf_line_ends) {
     EXPECT_EQ(message.sent, importer::instant_t(day + 18h + 3min + 55s));
     EXPECT_EQ(message.received, importer::instant_t(day + 18h + 4min + 12s));
     EXPECT_EQ(message.authors, (contacts_t{{"Kowalska, Marta", "marta@example.com"}}));
-    // Each field is one mailbox, as the core reads it: the Bcc list gives
-    // its last address, with the rest as the name.
+    // Every mailbox, its name decoded on its own; the repeated one once.
     EXPECT_EQ(message.recipients,
-              (contacts_t{{"Bob Marsh", "bob@example.org"}, {"", "desk@example.org"}, {"ann@x,", "bob@y"}}));
+              (contacts_t{
+                  {"Bob Marsh", "bob@example.org"}, {"", "desk@example.org"}, {"", "ann@x"}, {"Bob \"B\"", "bob@y"}}));
   }
   auto const empty = tracker_host::read_message(nullptr, nullptr);
   EXPECT_TRUE(!empty.subject && !empty.text && !empty.sent && empty.authors.empty() && empty.recipients.empty());

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 # End to end: Tracker's own file miner indexes a folder of messages with the
 # module built here (TRACKER_EXTRACTORS_DIR, TRACKER_EXTRACTOR_RULES_DIR), and
-# tracker3 finds them by a word of the body and by the sender's address.
+# tracker3 finds them by a word of the body (plain or HTML), by the sender's
+# address, by each recipient's address (one contact per mailbox of a list) and
+# by the name of an attachment.
 #
 #   miner_e2e.py EXAMPLES_DIR
 #
@@ -14,11 +16,27 @@ import ctypes, os, shutil, signal, subprocess, sys, tempfile, time
 DEADLINE = 90  # seconds for the index to answer every probe
 SPARQL = ["sparql", "--dbus-service", "org.freedesktop.Tracker3.Miner.Files", "-q"]
 SENDER = "SELECT ?f { ?m nco:creator/nco:hasEmailAddress/nco:emailAddress '%s' ; nie:isStoredAs ?f }"
-PROBES = (  # tracker3 arguments, a file name the answer must hold
-    (["search", "--disable-color", "--disable-snippets", "harbour"], "crlf-windows.eml"),
+RECIPIENT = "SELECT ?f { ?m nco:contributor/nco:hasEmailAddress/nco:emailAddress '%s' ; nie:isStoredAs ?f }"
+CONTACTS = ("SELECT (COUNT(DISTINCT ?c) AS ?n) { ?m nie:isStoredAs ?f ; nco:contributor ?c . "
+            "FILTER (STRENDS(STR(?f), '/several-recipients.eml')) FILTER NOT EXISTS { ?m nco:creator ?c } }")
+ATTACHMENT = "SELECT ?f { ?m nie:hasPart/nfo:fileName '%s' ; nie:isStoredAs ?f }"
+SEARCH = ["search", "--disable-color", "--disable-snippets"]
+PROBES = (  # tracker3 arguments, a text the answer must hold
+    (SEARCH + ["harbour"], "crlf-windows.eml"),
     (SPARQL + [SENDER % "ann.lee@example.com"], "plain.eml"),
     (SPARQL + [SENDER % "marta.kowalska@example.com"], "crlf-windows.eml"),
+    # Three recipients in one To list: three contacts, each found by its address.
+    (SPARQL + [RECIPIENT % "bob@example.org"], "several-recipients.eml"),
+    (SPARQL + [RECIPIENT % "ann.lee@example.com"], "several-recipients.eml"),
+    (SPARQL + [RECIPIENT % "joerg@example.de"], "several-recipients.eml"),
+    (SPARQL + [CONTACTS], "4"),
+    # "Gull" stands only in the HTML body of an html-only message.
+    (SEARCH + ["Gull"], "html-only.eml"),
+    (SPARQL + [ATTACHMENT % "invoice-2025-1042.pdf"], "mixed-attachment.eml"),
+    (SPARQL + [ATTACHMENT % "Dy\u017cury listopad 2025.csv"], "several-recipients.eml"),
 )
+FILES = ("plain.eml", "crlf-windows.eml", "crlf-quoted-printable.eml", "several-recipients.eml", "html-only.eml",
+         "mixed-attachment.eml")
 
 
 def inner():
@@ -45,7 +63,7 @@ def outer(examples):
         mail, settings = os.path.join(root, "home", "Mail"), os.path.join(root, "config", "glib-2.0", "settings")
         for folder in (mail, settings, os.path.join(root, "tmp")):
             os.makedirs(folder)
-        for name in ("plain.eml", "crlf-windows.eml", "crlf-quoted-printable.eml"):
+        for name in FILES:
             shutil.copy(os.path.join(examples, name), mail)
         with open(os.path.join(settings, "keyfile"), "w") as keyfile:
             keyfile.write(f"[org/freedesktop/tracker/miner/files]\nindex-recursive-directories=['{mail}']\n"

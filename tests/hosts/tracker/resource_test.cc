@@ -57,7 +57,8 @@ TEST(tracker_resource, stores_every_field_and_is_found_by_text_and_address) {
                     .sent = importer::instant_t(day + 18h + 3min + 55s),
                     .received = importer::instant_t(day + 18h + 4min + 12s),
                     .authors = {{"Marta Kowalska", "marta@example.com"}},
-                    .recipients = {{"Bob Marsh", "bob@example.org"}, {"", "desk@example.org"}, {"Nameless Only", ""}}};
+                    .recipients = {{"Bob Marsh", "bob@example.org"}, {"", "desk@example.org"}, {"Nameless Only", ""}},
+                    .attachment_names = {"permit form.pdf", "map.png"}};
   message_t b;
   b.subject = "Re: \"permits\" <draft>";
   b.authors = {{"Bob Marsh", "bob@example.org"}};
@@ -83,6 +84,10 @@ TEST(tracker_resource, stores_every_field_and_is_found_by_text_and_address) {
                         "'a \"b\" <c>%41@x' }"),
             rows_t{"mailto:a%20%22b%22%20%3Cc%3E%2541@x"});
   EXPECT_EQ(rows(store, "SELECT ?m { GRAPH tracker:Documents { ?m fts:match 'reception' } }"), rows_t{"urn:test:a"});
+  EXPECT_EQ(rows(store, "SELECT ?m { ?m nie:hasPart/nfo:fileName 'permit form.pdf' }"), rows_t{"urn:test:a"});
+  EXPECT_EQ(
+      rows(store, "SELECT ?n { <urn:test:a> nie:hasPart ?a . ?a a nfo:Attachment ; nfo:fileName ?n } ORDER BY ?n"),
+      (rows_t{"map.png", "permit form.pdf"}));
   // One resource per address, however many messages name it.
   EXPECT_EQ(rows(store, "SELECT (COUNT(?e) AS ?n) { ?e a nco:EmailAddress }"), rows_t{"4"});
 }

@@ -1,0 +1,45 @@
+// The readable text of an HTML document.
+//
+// Many messages carry their text only as HTML: newsletters, notifications,
+// most mail written in web clients. html_to_text reads such a part with
+// libxml2's HTML parser, the forgiving parser that browsers' rules were
+// written down from and that Tracker's own HTML extractor uses, through its
+// SAX interface, so no tree is built however large the document. The input is
+// UTF-8 already (the caller converted the part's charset with our converter)
+// and the parser is told so: a <meta> charset cannot override it. Network
+// access is off and errors are silenced; a broken document yields what could
+// be read of it.
+//
+// What is kept is what a reader sees: the character data outside script,
+// style and head, entities decoded by the parser. Block elements (p, div, br,
+// li, tr, headings, tables, lists, quotes) end a line; cells are separated by
+// a space; every other run of white space, non-breaking spaces included,
+// becomes one space. Lines carry no leading or trailing space.
+//
+// Cost stays linear in the input and memory near its size: comments are cut
+// out of the caller's buffer in place before parsing (one pass; an
+// unterminated comment hides the rest, as it does in a browser), so the
+// parser never collects a huge comment; the text is written once; and
+// elements nested deeper than max_html_depth end the reading there (a million
+// nested tags would otherwise make the parser search a million-entry stack
+// for every close tag it cannot match).
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace email {
+
+inline constexpr std::size_t max_html_depth = 512;
+
+// The text of the UTF-8 HTML document held in document, each line ended by
+// LF; empty when it holds none. The document's comments are removed in place.
+std::string html_to_text(std::vector<char>& document);
+
+// Removes every comment ("<!--" to "-->", or to the end when unterminated)
+// and every <wbr> (an element the parser does not know, so would keep open)
+// from [first, last) in place; returns the new end.
+char* remove_comments(char* first, char* last);
+
+} // namespace email

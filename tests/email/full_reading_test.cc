@@ -1,0 +1,231 @@
+// The full reading's additions to the body walk: HTML text where there is no
+// plain text, every alternative looked at, the file name of every part; and
+// the parts it reads: libxml2 HTML to text, attachment names.
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "email/attachment_name.h"
+#include "email/body.h"
+#include "email/html_text.h"
+#include "importer/import.h"
+
+namespace {
+
+std::string const marker = email::no_text_marker;
+
+std::string repeat(std::string const& text, std::size_t times) {
+  std::string out;
+  out.reserve(text.size() * times);
+  for (std::size_t i = 0; i < times; ++i)
+    out += text;
+  return out;
+}
+
+struct walked_t {
+  std::string text;
+  std::vector<std::string> names;
+};
+
+walked_t walk(std::string const& message, email::reading_t reading) {
+  char const* cursor = message.data();
+  char const* const end = cursor + message.size();
+  auto headers = email::quick_parse_headers(cursor, end, importer::wanted_headers(), reading);
+  walked_t result;
+  result.text = email::parse_body(cursor, end, headers, true, reading, &result.names);
+  return result;
+}
+
+std::string multipart(std::string const& subtype, std::vector<std::string> const& parts) {
+  std::string body = "Content-Type: multipart/" + subtype + "; boundary=\"b\"\n\npreamble\n";
+  for (auto const& part : parts)
+    body += "--b\n" + part + "\n";
+  return body + "--b--\n";
+}
+
+std::string nested(std::string const& subtype, std::vector<std::string> const& parts) {
+  std::string body = "Content-Type: multipart/" + subtype + "; boundary=\"c\"\n\n";
+  for (auto const& part : parts)
+    body += "--c\n" + part + "\n";
+  return body + "--c--\n";
+}
+
+std::string const plain = "Content-Type: text/plain\n\nplain words";
+std::string const html = "Content-Type: text/html\n\n<p>html <b>words</b></p>";
+std::string const html_file =
+    "Content-Type: text/html\nContent-Disposition: attachment; filename=page.html\n\n<p>x</p>";
+std::string const pdf = "Content-Type: application/pdf; name=\"a.pdf\"\nContent-Disposition: attachment\n\n%PDF";
+std::string const png = "Content-Type: image/png\nContent-Disposition: inline; filename=logo.png\n\nPNG";
+
+TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
+  struct case_t {
+    std::string message, desktop, full;
+    std::vector<std::string> names;
+  } const cases[] = {
+      {"Subject: x\n\nhello\n", "hello\n", "hello\n", {}},
+      {html, marker, "html words\n", {}},
+      {"Content-Type: text/html; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable\n\n"
+       "<meta charset=3Dutf-8><p>caf=E9</p>",
+       marker,
+       "caf\xC3\xA9\n",
+       {}},
+      // An alternative gives its plain part whatever the order, else its HTML.
+      {multipart("alternative", {plain, html}), "plain words", "plain words", {}},
+      {multipart("alternative", {html, plain}), marker, "plain words", {}},
+      {multipart("alternative", {html, "Content-Type: text/plain\n\n"}), marker, "html words\n", {}},
+      {multipart("alternative", {nested("related", {html, png}), plain}), marker, "plain words", {"logo.png"}},
+      {multipart("alternative", {nested("related", {html, png})}), marker, "html words\n", {"logo.png"}},
+      // A mixed message appends an inline HTML part; an attached one is a file.
+      {multipart("mixed", {plain, html}), "plain words", "plain wordshtml words\n", {}},
+      {multipart("mixed", {plain, html_file, pdf}), "plain words", "plain words", {"page.html", "a.pdf"}},
+      // Only the first part of related or signed gives text; all give names.
+      {multipart("related", {html, png, pdf}), marker, "html words\n", {"logo.png", "a.pdf"}},
+      {multipart("mixed", {nested("mixed", {plain, pdf}), png}), "plain words", "plain words", {"a.pdf", "logo.png"}},
+      {"Content-Type: application/pdf\nContent-Disposition: attachment; filename=alone.pdf\n\n%PDF",
+       marker,
+       marker,
+       {"alone.pdf"}},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.message);
+    EXPECT_EQ(walk(c.message, email::reading_t::desktop).text, c.desktop);
+    auto const full = walk(c.message, email::reading_t::full);
+    EXPECT_EQ(full.text, c.full);
+    EXPECT_EQ(full.names, c.names);
+  }
+}
+
+TEST(html_text, keeps_what_a_reader_sees) {
+  std::pair<std::string, std::string> const cases[] = {
+      {"", ""},
+      {"<p>one</p><p>two</p>", "one\ntwo\n"},
+      {"a<br>b<br/><br>c", "a\nb\nc\n"},
+      {"<div>  lots \n\t of   <i>space</i> </div>", "lots of space\n"},
+      {"<ul><li>x</li><li>y</li></ul>", "x\ny\n"},
+      {"<table><tr><td>a</td><td>b</td></tr><tr><td>c</td></tr></table>", "a b\nc\n"},
+      {"<h1>Title</h1>text", "Title\ntext\n"},
+      {"fish &amp; chips &lt;3 &eacute;t&eacute; &#8364;5&nbsp;now", "fish & chips <3 \xC3\xA9t\xC3\xA9 \xE2\x82\xAC"
+                                                                     "5 now\n"},
+      {"<head><title>T</title><style>p{}</style></head><body>seen</body>", "seen\n"},
+      {"<script>var x = '<p>no</p>';</script>yes<style>.a{}</style>", "yes\n"},
+      {"a<!-- hidden -->b<!-- <p>also</p> -->c", "abc\n"},
+      {"kept <!-- never closed <p>gone", "kept\n"},
+      {"<p>unclosed <b>bold <i>both", "unclosed bold both\n"},
+      {"</p></div>stray closers", "stray closers\n"},
+      {"<p title=\"a > b\">attr</p>", "attr\n"},
+      // Elements the parser leaves open must not pile up to the depth limit.
+      {repeat("<wbr>a<WBR/>", 1000) + "<p>end", repeat("a", 1000) + "\nend\n"},
+      // The caller has converted to UTF-8; a declared charset changes nothing.
+      {"<meta charset=\"iso-8859-1\"><p>\xC3\xA9t\xC3\xA9</p>", "\xC3\xA9t\xC3\xA9\n"},
+  };
+  for (auto const& [html, text] : cases) {
+    std::vector<char> document(html.begin(), html.end());
+    EXPECT_EQ(email::html_to_text(document), text) << html;
+  }
+}
+
+// Runs check in a child process, where the peak resident size starts fresh,
+// and returns its exit status.
+int in_child(std::function<int()> const& check) {
+  pid_t const child = fork();
+  if (child == 0)
+    _exit(check());
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+}
+
+long peak_kib() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+// Hostile documents: each is read in bounded time (a quadratic parse of these
+// sizes would take hours) and within its own size plus 64 MiB of peak memory
+// beyond the document itself.
+TEST(html_text, hostile_documents_stay_linear_and_bounded) {
+  struct case_t {
+    char const* what;
+    std::function<std::string()> make;
+    std::string expected;
+  } const cases[] = {
+      {"a 20 MB attribute", [] { return "<p title=\"" + std::string(20 << 20, 'a') + "\">x</p> tail\n"; }, "x\ntail\n"},
+      {"a million nested tags", [] { return "top" + repeat("<div>", 1'000'000) + "deep"; }, "top\n"},
+      {"a million unmatched closers", [] { return repeat("<b>", 300) + repeat("</i>", 1'000'000) + "end"; }, "end\n"},
+      {"an unterminated 20 MB comment", [] { return "before<!--" + std::string(20 << 20, '-'); }, "before\n"},
+      {"a million comment openers", [] { return "x" + repeat("<!--", 1'000'000); }, "x\n"},
+      {"20 MB of '<'", [] { return std::string(20 << 20, '<'); }, std::string(20 << 20, '<') + "\n"},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.what);
+    int const status = in_child([&] {
+      std::string const html = c.make();
+      std::vector<char> document(html.begin(), html.end());
+      long const before = peak_kib();
+      auto const start = std::chrono::steady_clock::now();
+      std::string const text = email::html_to_text(document);
+      auto const seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+      long grown = peak_kib() - before;
+      if (text != c.expected)
+        return 1;
+#ifdef __SANITIZE_ADDRESS__ // its quarantine keeps freed memory resident
+      grown = 0;
+#endif
+      if (grown > static_cast<long>(html.size() / 1024) + 64 * 1024)
+        return 2;
+      return seconds < 60 ? 0 : 3;
+    });
+    EXPECT_EQ(status, 0) << "1: wrong text, 2: too much memory, 3: too slow";
+  }
+}
+
+TEST(attachment_name, reads_every_way_of_naming_a_file) {
+  struct case_t {
+    std::string disposition, type, name;
+  } const cases[] = {
+      {"attachment; filename=\"report.pdf\"", "", "report.pdf"},
+      {"attachment; filename=report.pdf; size=100", "", "report.pdf"},
+      {"", "application/pdf; name=\"old.pdf\"", "old.pdf"},
+      {"attachment; filename=new.pdf", "application/pdf; name=old.pdf", "new.pdf"},
+      {"attachment", "application/pdf; name=old.pdf", "old.pdf"},
+      {"inline", "text/plain; charset=utf-8", ""},
+      {"attachment; FileName = \"spaced name.txt\"", "", "spaced name.txt"},
+      {"attachment; filename=\"a \\\"quoted\\\" name\"", "", "a \"quoted\" name"},
+      // RFC 2231: a single extended value, continuations, in any order.
+      {"attachment; filename*=utf-8''%E2%82%AC%20rates.txt", "", "\xE2\x82\xAC rates.txt"},
+      {"attachment; filename*=iso-8859-1'fr'caf%E9.txt", "", "caf\xC3\xA9.txt"},
+      {"attachment; filename*1*=%20two; filename*0*=utf-8''one; filename*2=\" three\"", "", "one two three"},
+      {"attachment; filename*0=\"long \"; filename*1=\"name.txt\"", "", "long name.txt"},
+      {"attachment; filename=fallback.txt; filename*=utf-8''%C3%A9.txt", "", "\xC3\xA9.txt"},
+      {"", "text/plain; name*=utf-8''n%C3%A4me.txt", "n\xC3\xA4me.txt"},
+      // RFC 2047 words inside the quoted value, as many mailers write them.
+      {"attachment; filename=\"=?utf-8?B?w6l0w6kucGRm?=\"", "", "\xC3\xA9t\xC3\xA9.pdf"},
+      {"attachment; filename=\"=?iso-8859-1?Q?r=E9sum=E9?= final.doc\"", "", "r\xC3\xA9sum\xC3\xA9 final.doc"},
+      // Controls become spaces, so a name is one line.
+      {"attachment; filename*=utf-8''a%0Ab%00c", "", "a b c"},
+      {"attachment; filename=\"\"", "", ""},
+      {"attachment; filename*=utf-8''", "application/x; name=other", "other"},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(email::attachment_name(c.disposition, c.type), c.name) << c.disposition << " | " << c.type;
+}
+
+TEST(attachment_name, many_sections_cost_linear_time) {
+  std::string disposition = "attachment";
+  for (int i = 0; i < 200'000; ++i)
+    disposition += "; filename*" + std::to_string(i % 10000) + "=x";
+  auto const start = std::chrono::steady_clock::now();
+  std::string const name = email::attachment_name(disposition, "");
+  EXPECT_EQ(name.size(), email::max_name_sections);
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 20);
+}
+
+} // namespace
