@@ -349,11 +349,23 @@ int convert_through(iconv_t cd, char const*& in, char const* last, std::string c
   std::size_t window = 1024;
   limit_t limit = next_limit(escapes, in, last, window);
   for (;;) {
-    int status = run_converter(cd, utf8_copy, in, limit.end, output);
+    // iconv gets at most a slice of the input per call. glibc's converters
+    // that go through its internal form convert ahead of a full output
+    // buffer and then redo the step to find where the output stopped, so
+    // handing them all the remaining input made text with many shifts (a
+    // million ISO-2022-JP escapes) an order of magnitude slower per byte. A
+    // slice that ends inside a character or escape is incomplete, not wrong:
+    // the next call resumes.
+    constexpr std::size_t slice = 512;
+    char const* const slice_end =
+        !utf8_copy && static_cast<std::size_t>(limit.end - in) > slice ? in + slice : limit.end;
+    int status = run_converter(cd, utf8_copy, in, slice_end, output);
     if (status == E2BIG) {
       output.flush();
       continue;
     }
+    if (slice_end != limit.end && (status == 0 || status == EINVAL))
+      continue;
     if (status == 0 || (status == EINVAL && limit.end != last)) {
       if (in == last)
         return 0;

@@ -292,3 +292,43 @@ TEST(convert_to_utf8, single_byte_charsets_read_as_iconv_reads_them) {
 }
 
 } // namespace
+
+namespace {
+
+// iconv sees the input in slices; escapes, two-byte characters and invalid
+// bytes that straddle a slice's end must convert exactly as whole. Units that
+// each end in ASCII state convert independently, so their separate results
+// joined are the reference for the long text made of them all.
+TEST(convert, slices_do_not_change_long_shifted_text) {
+  for (char const* charset : {"iso-2022-jp", "iso-2022-jp-2", "euc-jp", "shift_jis"}) {
+    std::string const name = charset;
+    std::vector<std::string> units;
+    for (int k = 0; k < 7; ++k)
+      for (int j = 0; j < 5; ++j) {
+        std::string unit;
+        if (name.starts_with("iso-2022"))
+          unit = "\x1B$B" + std::string(static_cast<std::size_t>(2 * k), '\x24') + "\x1B(B";
+        else if (name == "euc-jp")
+          unit = std::string(static_cast<std::size_t>(2 * k), '\xA4');
+        else
+          for (int i = 0; i < k; ++i)
+            unit += "\x82\xA0";
+        unit += std::string(static_cast<std::size_t>(j), 'x');
+        units.push_back(unit);
+      }
+    std::string text, expected;
+    for (int round = 0; round < 40; ++round)
+      for (auto const& unit : units) {
+        text += unit;
+        charset::convert(unit.begin(), unit.end(), std::back_inserter(expected), charset, "UTF-8", nullptr, nullptr);
+      }
+    std::string got;
+    EXPECT_EQ(charset::convert(text.begin(), text.end(), std::back_inserter(got), charset, "UTF-8", nullptr, nullptr),
+              text.end())
+        << charset;
+    EXPECT_EQ(got, expected) << charset;
+    EXPECT_GT(got.size(), text.size() / 2) << charset;
+  }
+}
+
+} // namespace
