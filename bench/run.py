@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Import benchmark: tidewell-import against GMime 3 and the physical floor.
 
     bench/run.py --binary build-bench/hosts/cli/tidewell-import [--corpus DIR]

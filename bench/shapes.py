@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Throughput and peak memory of the importer on hostile message shapes.
 
 Each shape is a generated message of about SIZE bytes built to stress one

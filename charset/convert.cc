@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // convert_to_utf8 decides how to read a text; convert runs iconv over it.
 //
 // Deciding costs at most a few passes over the bytes: one ASCII scan for

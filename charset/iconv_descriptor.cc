@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Per-thread descriptor cache, charset name mapping and the ISO-2022 escape
 // tables.
 //

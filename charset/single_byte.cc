@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "charset/single_byte.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Single-byte charsets through a table of 256 UTF-8 forms.
 //
 // Text in a single-byte charset (the ISO 8859 family, most Windows code

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Structural UTF-8 validation.
 //
 // The validator only checks the shape of the bytes: a lead byte announces a

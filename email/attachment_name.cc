@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/attachment_name.h"
 
 #include <algorithm>

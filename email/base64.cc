@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The base64 decoder: one class table, a forward cursor and a run start that
 // marks the first byte not yet decoded or copied, so that a line found to be
 // undecodable can be copied whole without backtracking over the input.

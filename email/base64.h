@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Base64 decoding that never fails.
 //
 // A body part labelled base64 is often not (entirely) base64: signatures or

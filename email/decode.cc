@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/decode.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Canonical plain text and format=flowed joining.
 //
 // format_deflow rewrites text one LF-ended line at a time. Its default mode

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The delimiter search and the split built on it. find_boundary walks from
 // one candidate line (an LF followed by the delimiter's first byte) to the
 // next with memchr; each candidate is accepted or rejected by looking at most

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as an address list: the list splitter cuts it into items, each
 // item goes through the name/address extractor, and the whole value through
 // the import's address reading. Every match lies inside the text it came

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes under a charset label drawn from the input, out of the names mail
 // really carries and some junk, with or without a fallback charset. The
 // conversion never fails; listening must not change its output.

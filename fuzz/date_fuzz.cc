@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a Date value. A parsed date with a four-digit year must come
 // out as canonical text that the import can read back (shorter years are
 // space-padded and left unread on purpose), and listening must not change

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes through format_deflow in each mode. The canonical (non-flowed)
 // form is a fixed point: canonicalising it again changes nothing. Flowed
 // joining only removes bytes (quote markers may gain one space per line).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Name and address formatting, then splitting the text back: each form gives
 // back what its writer promises.
 //  - angle_split gives back the trimmed name and address for any name, as long

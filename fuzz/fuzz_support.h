@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared pieces of the fuzz harnesses.
 //
 // Every harness copies libFuzzer's bytes into a buffer of exactly their size,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as one unstructured header value with encoded words, in any
 // declared charset. Listening for problems must not change the text.
 #include <iterator>

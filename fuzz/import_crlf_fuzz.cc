@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a whole message with CR LF read as LF. A message whose every
 // LF already has its CR must import exactly like the same message with bare
 // LFs, so the CR LF copy and the in-place reading must agree.

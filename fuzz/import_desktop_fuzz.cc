@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a whole message, read the way the desktop host reads it:
 // header scan, body walk, decoding and conversion. Whatever the bytes, every
 // stored string is well-formed UTF-8.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a whole message in the full reading of the Linux hosts.
 #include "fuzz/fuzz_support.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The import with a problem collector listening gives the same attributes
 // as without, in either reading: recording a repair must never change it.
 #include "fuzz/fuzz_support.h"

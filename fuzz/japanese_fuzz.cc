@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes through the Japanese converter, under each label that reaches
 // it. Listening must not change its output, and the output of a strict
 // converter with line retries can never be more than a bounded multiple of

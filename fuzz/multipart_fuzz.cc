@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a multipart body whose boundary is the input's first line.
 // The preamble, parts and epilogue are in order, inside the body and never
 // overlap; listening must not change them.

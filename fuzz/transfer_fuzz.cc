@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes through one of the three transfer decoders, chosen by the first
 // byte. Decoding never yields more bytes than a bound of its input (only
 // binary quoted-printable widens, LF to CR LF), and listening must not change

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Driving the single-address reader over a header value.
 //
 // In the desktop reading the loop is written for a reader that stops after

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "importer/import.h"
 
 #include <array>

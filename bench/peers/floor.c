@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The physical floor of the import benchmark: the least any importer must do
  * with every file below each DIR given. Per file: open, fstat, mmap, one
  * memchr pass over every byte, munmap, close. Whatever an importer spends

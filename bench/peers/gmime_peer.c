@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The peer for the import benchmark: GMime 3 extracting the attributes that
  * tidewell-import sets, from every file below each DIR given.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* peak_rss COMMAND [ARG]...: runs COMMAND with its output discarded and
  * prints its peak resident set size in KiB.
  *

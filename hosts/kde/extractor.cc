@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/kde/extractor.h"
 
 #include <QFile>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kfilemetadata_tidewell: the KFileMetaData extractor plugin for e-mail files.
 //
 // KFileMetaData has no extractor for message/rfc822, so KDE's file search

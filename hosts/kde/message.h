@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One message file handed to KFileMetaData, for KDE's file search (Baloo).
 //
 // The core imports the message in its full reading into an attribute set, and

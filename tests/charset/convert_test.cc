@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "charset/convert.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/base64.h"
 #include "email/uuencode.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command-line host, run as a user runs it.
 #include <cstdio>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hosts call the importer from several worker threads at once. Two threads
 // import the whole corpus (and the examples) concurrently, in opposite
 // orders so that different messages meet, and every record must equal the

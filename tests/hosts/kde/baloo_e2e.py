@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 # End to end: Baloo's own file indexer (baloo_file, which runs
 # baloo_file_extractor) indexes a folder of messages with the plugin built
 # here (QT_PLUGIN_PATH), and baloosearch finds them by a word of the body, by

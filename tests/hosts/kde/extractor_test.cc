@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The extractor as Baloo runs it: loaded by KFileMetaData's own
 // ExtractorCollection from QT_PLUGIN_PATH (the build tree, or nothing for
 // the installed plugin) and run into a SimpleExtractionResult. The examples
