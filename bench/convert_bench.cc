@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversion throughput: the common charsets, and the hostile inputs that
 // must stay linear (a megabyte of ESC bytes, every line failing).
 #include <benchmark/benchmark.h>

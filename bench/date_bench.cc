@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Date parsing: the everyday forms, which should cost well under a
 // microsecond, and hostile shapes at growing sizes, whose cost must grow
 // linearly (the reported complexity should be O(N)).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Header decoding on adversarial and ordinary values. Time per byte must stay
 // flat as the values grow: compare the rates of the /1 and /16 sizes.
 #include <benchmark/benchmark.h>

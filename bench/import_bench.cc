@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole imports over a corpus of message files, as the host runs them.
 //
 // The corpus comes from TIDEWELL_BENCH_CORPUS (a folder of .eml files, e.g.

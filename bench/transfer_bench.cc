@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Throughput of the transfer decoders and the multipart splitter, on typical
 // bodies and on the hostile shapes that would expose a non-linear scan (a
 // megabyte of '=' or of near-miss "--" lines). Bytes processed are reported

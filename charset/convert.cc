@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // convert_to_utf8 decides how to read a text; convert runs iconv over it.
 //
 // Deciding costs at most a few passes over the bytes: one ASCII scan for
@@ -27,6 +28,7 @@
 
 #include "charset/iconv_descriptor.h"
 #include "charset/japanese.h"
+#include "charset/single_byte.h"
 #include "charset/surrogates.h"
 #include "charset/utf8.h"
 #include "text/ascii.h"
@@ -94,6 +96,23 @@ void eight_bit_in_ascii(char const* first, char const* last, char const* p, std:
     problems->push_back(
         {{"description", description + text::format(problem_fallback, text::to_upper_copy(charset).c_str())},
          {"context", hex_context(span)}});
+}
+
+// No byte with the high bit set and no ESC. Eight bytes at a time: a word
+// has an ESC when some byte of it XOR 0x1B is zero.
+bool is_plain_ascii(char const* first, char const* last) {
+  constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
+  for (; last - first >= 8; first += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, first, 8);
+    std::uint64_t const esc = word ^ (ones * 0x1B);
+    if ((word & highs) != 0 || ((esc - ones) & ~esc & highs) != 0)
+      return false;
+  }
+  for (; first != last; ++first)
+    if (static_cast<unsigned char>(*first) >= 0x80 || *first == '\x1B')
+      return false;
+  return true;
 }
 
 // Turns NEC's circled numbers 1 to 10 (JIS row 13, right after a switch into
@@ -376,11 +395,23 @@ int convert_through(iconv_t cd, char const*& in, char const* last, std::string c
   std::size_t window = 1024;
   limit_t limit = guard.next(in, last, window);
   for (;;) {
-    int status = run_converter(cd, utf8_copy, in, limit.end, output);
+    // iconv gets at most a slice of the input per call. glibc's converters
+    // that go through its internal form convert ahead of a full output
+    // buffer and then redo the step to find where the output stopped, so
+    // handing them all the remaining input made text with many shifts (a
+    // million ISO-2022-JP escapes) an order of magnitude slower per byte. A
+    // slice that ends inside a character or escape is incomplete, not wrong:
+    // the next call resumes.
+    constexpr std::size_t slice = 512;
+    char const* const slice_end =
+        !utf8_copy && static_cast<std::size_t>(limit.end - in) > slice ? in + slice : limit.end;
+    int status = run_converter(cd, utf8_copy, in, slice_end, output);
     if (status == E2BIG) {
       output.flush();
       continue;
     }
+    if (slice_end != limit.end && (status == 0 || status == EINVAL))
+      continue;
     if (status == 0 || (status == EINVAL && limit.end != last)) {
       if (in == last)
         return 0;
@@ -436,6 +467,17 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
                      fallback_charset_t const& fallback, handler_t* problems) {
   if (first == last)
     return;
+  // Most header values and many bodies are 7-bit text under an ASCII name or
+  // none: they read as themselves in every charset they could be in, so iconv
+  // is not asked. An ESC may start ISO-2022 and takes the long way. A
+  // listener also hears about the ASCII names iconv does not know, so then
+  // only the two names that never give a problem are taken this way.
+  bool const ascii_name = charset.empty() || charset == "us-ascii" ||
+                          (!problems && charset != "ascii" && ascii_encodings.is_ascii(charset));
+  if (ascii_name && is_plain_ascii(first, last)) {
+    out(first, last);
+    return;
+  }
   if (charset == "ascii") {
     if (problems)
       problems->push_back({{"description", problem_ascii_label}, {"context", charset}});
@@ -497,6 +539,15 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     return;
   }
 
+  // Well-formed UTF-8 holds no surrogates to repair and nothing to replace:
+  // the conversion would copy it unchanged. (Only under names iconv knows: a
+  // spelling it does not know takes the unknown-charset path.)
+  if ((charset == "utf-8" || charset == "utf8") && utf8::is_well_formed(first, last)) {
+    out(first, last);
+    return;
+  }
+  if (convert_single_byte(first, last, out, charset))
+    return;
   char const* const stop = detail::convert(first, last, out, charset, "UTF-8", nullptr, problems);
   if (stop == last)
     return;

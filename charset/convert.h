@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversion of any labelled byte range to UTF-8.
 //
 // The charset label of a mail is a hint, not a fact. convert_to_utf8 looks at

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Per-thread descriptor cache, charset name mapping and the ISO-2022 escape
 // tables.
 //
@@ -30,7 +31,7 @@ struct descriptor_t::slot_t {
 
 namespace {
 
-constexpr std::size_t max_idle_descriptors = 8;
+constexpr std::size_t max_idle_descriptors = 32;
 
 void close_descriptor(iconv_t cd) {
   if (iconv_close(cd) != 0)

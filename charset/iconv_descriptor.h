@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // iconv descriptors and what the platform's iconv needs around them.
 //
 // Opening a descriptor means looking up and loading converter modules, which

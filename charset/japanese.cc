@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Japanese converter: strict passes, escape upgrades and line retries.
 //
 // Output made by a strict pass is held back in a pending buffer until it is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Japanese text labelled ISO-2022-JP or Shift_JIS.
 //
 // Mail labelled "iso-2022-jp" is often something wider: JIS X 0212 or

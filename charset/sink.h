@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A type-erased byte sink over an output iterator.
 //
 // The conversion code lives in .cc files and works on char const* ranges,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CESU-8 repair and the renderings used in charset problem descriptions.
 //
 // Some senders encode a character outside the Basic Multilingual Plane as two

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Structural UTF-8 validation.
 //
 // The validator only checks the shape of the bytes: a lead byte announces a
@@ -7,10 +8,13 @@
 // That is on purpose: the question asked here is "was this text meant to be
 // UTF-8?", and CESU-8 text is repaired later rather than rejected here.
 // Validation stops at the first bad byte, and a validator can be fed in
-// pieces.
+// pieces. is_well_formed asks the strict question instead: is this UTF-8 that
+// may be passed on as it is?
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace utf8 {
 
@@ -50,6 +54,55 @@ struct validate_t {
 template <typename InputIt> bool is_valid(InputIt first, InputIt last) {
   validate_t validator;
   return validator.scan(first, last) && validator.length == 0;
+}
+
+// True when [first, last) is well-formed UTF-8 by the Unicode table: no
+// overlong forms, no surrogates, nothing past U+10FFFF, nothing cut off.
+inline bool is_well_formed(char const* first, char const* last) {
+  auto const* p = reinterpret_cast<unsigned char const*>(first);
+  auto const* const end = reinterpret_cast<unsigned char const*>(last);
+  auto const in = [](unsigned c, unsigned low, unsigned high) { return c >= low && c <= high; };
+  while (p != end) {
+    // Runs of ASCII, eight bytes at a time, need no decoding.
+    std::uint64_t word;
+    if (end - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080) == 0)) {
+      p += 8;
+      continue;
+    }
+    unsigned const c = *p;
+    if (c < 0x80) {
+      ++p;
+      continue;
+    }
+    // The second byte's range is what excludes overlong forms, surrogates
+    // and values past U+10FFFF.
+    std::ptrdiff_t length;
+    unsigned low = 0x80, high = 0xBF;
+    if (in(c, 0xC2, 0xDF)) {
+      length = 2;
+    } else if (in(c, 0xE0, 0xEF)) {
+      length = 3;
+      if (c == 0xE0)
+        low = 0xA0;
+      else if (c == 0xED)
+        high = 0x9F;
+    } else if (in(c, 0xF0, 0xF4)) {
+      length = 4;
+      if (c == 0xF0)
+        low = 0x90;
+      else if (c == 0xF4)
+        high = 0x8F;
+    } else {
+      return false;
+    }
+    if (end - p < length || !in(p[1], low, high))
+      return false;
+    for (std::ptrdiff_t i = 2; i < length; ++i)
+      if (!in(p[i], 0x80, 0xBF))
+        return false;
+    p += length;
+  }
+  return true;
 }
 
 } // namespace utf8

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Optional hosts. Each host has a cache option AUTO, ON or OFF:
 #   tidewell_host_option(TIDEWELL_TRACKER "the Tracker 3 extract module")
 # and its folder, added only when the option is not OFF, checks its own

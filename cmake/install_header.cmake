@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Writes one public header as it is installed: its includes of the library's
 # own folders ("email/headers.h") become includes under tidewell/
 # ("tidewell/email/headers.h"). Any other quoted include would not be found

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # libtidewell as an installed library: the shared object with its SONAME (or a
 # static archive with BUILD_SHARED_LIBS=OFF), the public headers under
 # include/tidewell, the CMake package tidewell::tidewell and tidewell.pc.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two passes of the date parser and their pieces.
 //
 // The strict pass reads day-of-week, date, time and zone in order; the date

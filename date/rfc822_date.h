@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // RFC 822 dates as mail really carries them.
 //
 // A date is read in two passes. The strict pass is a recursive-descent

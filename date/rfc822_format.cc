@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two canonical texts of a parsed date and its broken-down time.
 //
 // The UTC form goes through timegm, which also normalises what the parser

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The day, month and zone tables. Offsets are written as the zone itself is,
 // a decimal ±HHMM number. "UTC" is deliberately not among the RFC 822 names:
 // that standard spells it "UT", so a date in "UTC" is accepted as a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The name tables of the date parser.
 //
 // Day and month names are looked up with a pointer straight into the date

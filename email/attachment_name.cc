@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/attachment_name.h"
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include "charset/convert.h"
 #include "email/encoded_word.h"
 #include "header/token.h"
+#include "text/ascii.h"
 
 namespace email {
 namespace {
@@ -23,18 +25,14 @@ struct parameter_t {
   std::string value;
 };
 
-char lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 parameter_t split_parameter(header::match_t const& m) {
   char const* const equals = std::find(m.first, m.last, '=');
   char const* name_last = equals;
-  while (name_last != m.first && (name_last[-1] == ' ' || name_last[-1] == '\t'))
+  while (name_last != m.first && text::is_blank(name_last[-1]))
     --name_last;
   parameter_t p;
   p.name.reserve(static_cast<std::size_t>(name_last - m.first));
-  std::transform(m.first, name_last, std::back_inserter(p.name), lower);
+  std::transform(m.first, name_last, std::back_inserter(p.name), text::to_lower);
   char const* value = equals == m.last ? m.last : equals + 1;
   while (value != m.last && (*value == ' ' || *value == '\t'))
     ++value;
@@ -45,7 +43,7 @@ parameter_t split_parameter(header::match_t const& m) {
 int hex_value(char c) {
   if (c >= '0' && c <= '9')
     return c - '0';
-  c = lower(c);
+  c = text::to_lower(c);
   return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
@@ -89,7 +87,7 @@ std::string join_extended(std::map<int, section_t> const& sections) {
       auto const second = quote == std::string::npos ? std::string::npos : piece.find('\'', quote + 1);
       if (second != std::string::npos) {
         charset = piece.substr(0, quote);
-        std::transform(charset.begin(), charset.end(), charset.begin(), lower);
+        std::transform(charset.begin(), charset.end(), charset.begin(), text::to_lower);
         piece.erase(0, second + 1);
       }
     }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file name of a body part.
 //
 // Mail programs name an attachment in two places: the filename parameter of

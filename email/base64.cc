@@ -1,9 +1,13 @@
+// SPDX-License-Identifier: MIT
 // The base64 decoder: one class table, a forward cursor and a run start that
 // marks the first byte not yet decoded or copied, so that a line found to be
 // undecodable can be copied whole without backtracking over the input.
+// Letters are decoded four at a time straight into the caller's buffer; the
+// bytes of a group still open are taken back if its line is passed through.
 #include "email/base64.h"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 
@@ -36,32 +40,46 @@ unsigned char decode_base_64_function(unsigned char c) {
   return Base64DecodingTable[c];
 }
 
-std::vector<char> decode_base_64_data(char const* begin, char const* end, bool line_mode,
-                                      quern::error::handler_t* problems) {
-  std::vector<char> result;
-  if (end - begin > 3)
-    result.reserve(static_cast<std::size_t>(end - begin) / 4 * 3);
+void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
+                           quern::error::handler_t* problems) {
   while (begin != end && *begin == '\n')
     ++begin;
   if (begin == end)
-    return result;
+    return;
 
-  auto out = std::back_inserter(result);
-  std::string sextets;
+  // The output never outgrows the input: four letters give three bytes, and
+  // a line passed through replaces whatever its pending letters gave.
+  std::size_t const base = result.size();
+  result.resize(base + static_cast<std::size_t>(end - begin));
+  char* const out = result.data();
+  std::size_t written = base;
+  // Bytes from pending_start on come from letters whose group is still
+  // open; a line passed through takes them back.
+  std::size_t pending_start = base;
+  std::size_t pending = 0; // letters in the open group
+  std::uint32_t accumulator = 0;
+  unsigned bits = 0;
   std::size_t passed_through = 0;
   char const* run_start = begin;
   char const* p = begin;
 
+  auto const drop_pending = [&] {
+    pending = 0;
+    accumulator = 0;
+    bits = 0;
+    pending_start = written;
+  };
   // Copies everything from run_start to the end of the line holding `from`
-  // (LF included) and moves on after it. The sextets pending from this run
-  // are dropped: their letters are among the copied bytes.
+  // (LF included) and moves on after it. The pending letters are dropped.
   auto const pass_through = [&](char const* from) {
     auto const* lf = static_cast<char const*>(std::memchr(from, '\n', static_cast<std::size_t>(end - from)));
     char const* const line_end = lf ? lf : end;
     char const* const next = lf ? lf + 1 : end;
-    result.insert(result.end(), run_start, next);
+    written = pending_start;
+    std::memcpy(out + written, run_start, static_cast<std::size_t>(next - run_start));
+    written += static_cast<std::size_t>(next - run_start);
     passed_through += static_cast<std::size_t>(line_end - run_start);
-    sextets.clear();
+    drop_pending();
     run_start = next;
     p = next;
   };
@@ -69,12 +87,42 @@ std::vector<char> decode_base_64_data(char const* begin, char const* end, bool l
   while (p != end) {
     unsigned char const value = decode_base_64_function(static_cast<unsigned char>(*p));
     if (value < 64) {
-      sextets.push_back(static_cast<char>(value));
-      ++p;
+      // Four letters at a time while they last; the accumulator holds fewer
+      // than eight bits between letters, so 24 more always fit.
+      while (end - p >= 4) {
+        unsigned const a = decode_base_64_function(static_cast<unsigned char>(p[0]));
+        unsigned const b = decode_base_64_function(static_cast<unsigned char>(p[1]));
+        unsigned const c = decode_base_64_function(static_cast<unsigned char>(p[2]));
+        unsigned const d = decode_base_64_function(static_cast<unsigned char>(p[3]));
+        if ((a | b | c | d) >= 64)
+          break;
+        accumulator = (accumulator << 24) | (a << 18) | (b << 12) | (c << 6) | d;
+        out[written] = static_cast<char>(accumulator >> (bits + 16));
+        out[written + 1] = static_cast<char>(accumulator >> (bits + 8));
+        out[written + 2] = static_cast<char>(accumulator >> bits);
+        written += 3;
+        accumulator &= (std::uint32_t{1} << bits) - 1;
+        pending += 4;
+        p += 4;
+      }
+      if (p != end) {
+        unsigned const v = decode_base_64_function(static_cast<unsigned char>(*p));
+        if (v < 64) {
+          accumulator = (accumulator << 6) | v;
+          bits += 6;
+          if (bits >= 8) {
+            bits -= 8;
+            out[written++] = static_cast<char>(accumulator >> bits);
+            accumulator &= (std::uint32_t{1} << bits) - 1;
+          }
+          ++pending;
+          ++p;
+        }
+      }
       continue;
     }
-    if (sextets.empty() || value == kBase64IllegalCharacter) {
-      if (sextets.empty() && is_blank(*p))
+    if (pending == 0 || value == kBase64IllegalCharacter) {
+      if (pending == 0 && is_blank(*p))
         ++p;
       else
         pass_through(p);
@@ -83,7 +131,7 @@ std::vector<char> decode_base_64_data(char const* begin, char const* end, bool l
 
     // White space or '=' after letters ends a group. The '=' padding only
     // counts towards the group's length; the byte after it is examined anew.
-    std::size_t group = sextets.size();
+    std::size_t group = pending;
     for (; p != end && *p == '='; ++p)
       ++group;
     if (line_mode && p != end) {
@@ -96,10 +144,9 @@ std::vector<char> decode_base_64_data(char const* begin, char const* end, bool l
         p = skip_blanks(p + 1, end);
       }
     }
-    if (!line_mode || group % 4 == 0) {
-      reinterpret_base<6, 8>(sextets.begin(), sextets.end(), out, false);
-      sextets.clear();
-    }
+    // A complete group's bytes are final; the bits left over are padding.
+    if (!line_mode || group % 4 == 0)
+      drop_pending();
     run_start = p;
   }
 
@@ -108,7 +155,13 @@ std::vector<char> decode_base_64_data(char const* begin, char const* end, bool l
         {{"description",
           text::format("Passed through %zu unexpected characters during base64 decoding.", passed_through)}});
   }
-  reinterpret_base<6, 8>(sextets.begin(), sextets.end(), out, false);
+  result.resize(written);
+}
+
+std::vector<char> decode_base_64_data(char const* begin, char const* end, bool line_mode,
+                                      quern::error::handler_t* problems) {
+  std::vector<char> result;
+  decode_base_64_append(begin, end, line_mode, result, problems);
   return result;
 }
 

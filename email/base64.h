@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Base64 decoding that never fails.
 //
 // A body part labelled base64 is often not (entirely) base64: signatures or
@@ -39,6 +40,10 @@ unsigned char decode_base_64_function(unsigned char c);
 // lines are passed through; in free mode every blank or '=' ends a group.
 std::vector<char> decode_base_64_data(char const* begin, char const* end, bool line_mode,
                                       quern::error::handler_t* problems);
+
+// decode_base_64_data appending to result instead of returning a new vector.
+void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
+                           quern::error::handler_t* problems);
 
 // decode_base_64_data in free mode, as a string. context names the caller's
 // input for diagnostics and does not affect the result.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The body walker. Entities nest (multiparts in multiparts, enclosed
 // messages), and a hostile message may nest them a million levels deep, so
 // the walk keeps its own stack of open entities instead of recursing: the
@@ -210,8 +211,15 @@ private:
     if (type != "multipart")
       note_name(headers, context);
 
+    // A text part that cannot be chosen gives no text whatever its bytes;
+    // when nobody listens for the problems its decoding would find, it is not
+    // decoded. Most base64 in real mail is text attachments (CSV, calendars).
+    bool const inline_part = entry(headers, "#disposition") == "inline";
+    bool const plain_wanted = subtype == "plain" && inline_part;
+    bool const html_wanted = context.html && subtype == "html" && inline_part;
     std::vector<char> buffer;
-    if (type == "multipart" || type == "message" || type == "text") {
+    if (type == "multipart" || type == "message" ||
+        (type == "text" && (plain_wanted || html_wanted || context.problems))) {
       std::string const& encoding = entry(headers, "#encoding");
       if (encoding == "base64" || encoding == "quoted-printable") {
         // Decoding a container copies nearly all of it, once per level.
@@ -242,7 +250,7 @@ private:
       stack_.push_back(std::move(frame));
       return false;
     }
-    if (type == "text" && subtype == "plain" && entry(headers, "#disposition") == "inline") {
+    if (type == "text" && plain_wanted) {
       // The importer never applies format=flowed: the text is only
       // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
       // the converter's own choice (the fallback names no charset).
@@ -251,7 +259,7 @@ private:
           context.problems);
       if (!buffer.empty())
         text.assign(buffer.begin(), buffer.end());
-    } else if (context.html && type == "text" && subtype == "html" && entry(headers, "#disposition") == "inline") {
+    } else if (type == "text" && html_wanted) {
       text = html_text(begin, end, buffer, entry(headers, "#charset"), context.problems);
       if (text.empty())
         text = no_text_marker;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The body walker: which text of a message gets indexed.
 //
 // parse_body reads the content keys the header scanner derived for an entity

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/decode.h"
 
 #include <algorithm>
@@ -85,8 +86,7 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
     return true;
   }
   if (encoding == "base64") {
-    std::vector<char> const decoded = decode_base_64_data(first, last, true, problems);
-    std::copy(decoded.begin(), decoded.end(), out);
+    decode_base_64_append(first, last, true, charset::detail::container_access_t<std::vector<char>>::of(out), problems);
     return true;
   }
   if (encoding == "x-uuencode") {
@@ -108,11 +108,13 @@ void decode_text(char const* begin, char const* end, std::vector<char>& buffer, 
     end = begin + buffer.size();
   }
   std::vector<char> converted;
+  converted.reserve(static_cast<std::size_t>(end - begin));
   charset::convert_to_utf8(begin, end, std::back_inserter(converted), charset, fallback, problems);
   buffer.swap(converted);
   if (buffer.empty())
     return;
   std::vector<char> canonical;
+  canonical.reserve(buffer.size());
   decode_to_canonical_format(buffer.data(), buffer.data() + buffer.size(), subtype, flowed, delsp,
                              std::back_inserter(canonical), problems);
   buffer.swap(canonical);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One body part from transfer-encoded bytes to canonical UTF-8 text.
 //
 // decode checks the Content-Transfer-Encoding against the part's media type

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The search for an encoded word, step by step: the opening "=?", the
 // charset up to its "?", the Q or B letter and its "?", and the text up to
 // "?=". Each step starts where the one before stopped and reports where it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Encoded words (RFC 2047) in unstructured header values.
 //
 // decode_header_line turns a raw, unfolded header value into UTF-8. It makes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole-string plain-text canonicalisation: the non-flowed line rewrite, then
 // every kind of line break a text may carry (CR, U+2028 LINE SEPARATOR) is
 // turned into LF and NUL bytes are dropped, so that consumers which split on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Canonical plain text and format=flowed joining.
 //
 // format_deflow rewrites text one LF-ended line at a time. Its default mode
@@ -22,11 +23,25 @@
 #include <string>
 #include <string_view>
 
+#include "charset/sink.h"
 #include "text/ascii.h"
 
 namespace email {
 
 namespace detail {
+
+// std::copy, but a back-inserting output gets the whole range in one insert
+// instead of growing byte by byte.
+template <typename OutputIt> OutputIt append_range(char const* first, char const* last, OutputIt out) {
+  if constexpr (charset::detail::is_back_inserter<OutputIt>::value) {
+    using container_t = typename charset::detail::is_back_inserter<OutputIt>::container_t;
+    auto& container = charset::detail::container_access_t<container_t>::of(out);
+    container.insert(container.end(), first, last);
+    return out;
+  } else {
+    return std::copy(first, last, out);
+  }
+}
 
 // Writes one line of non-flowed text, without its line end.
 template <typename OutputIt> OutputIt canonical_line(char const* first, char const* last, OutputIt out) {
@@ -59,7 +74,7 @@ template <typename OutputIt> OutputIt canonical_line(char const* first, char con
     if (content != content_end && *content != ' ')
       *out++ = ' ';
   }
-  return std::copy(content, content_end, out);
+  return append_range(content, content_end, out);
 }
 
 // Every line of [first, last) through canonical_line, line ends kept.
@@ -128,7 +143,7 @@ OutputIt format_deflow(char const* first, char const* last, OutputIt out, bool f
         *out++ = ' ';
     }
     bool const soft = detail::is_soft_break(content, line_end, depth, keep_edges);
-    out = std::copy(content, soft && delsp ? line_end - 1 : line_end, out);
+    out = detail::append_range(content, soft && delsp ? line_end - 1 : line_end, out);
     if (!soft && has_lf)
       *out++ = '\n';
     previous_soft = soft && has_lf;

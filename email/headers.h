@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The header block scanner.
 //
 // quick_parse_headers reads the header block at the start of a message or of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/html_text.h"
 
 #include <algorithm>

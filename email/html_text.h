@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The readable text of an HTML document.
 //
 // Many messages carry their text only as HTML: newsletters, notifications,

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 // The delimiter search and the split built on it. find_boundary walks from
-// one candidate line to the next with memchr; each candidate is accepted or
-// rejected by looking at most at the delimiter's length plus the padding of
-// that line, and a rejected candidate's line is where the next search for an
-// LF starts, so no byte is scanned twice for LFs. With an index of the
+// one candidate line (an LF followed by the delimiter's first byte) to the
+// next with memchr; each candidate is accepted or rejected by looking at most
+// at the delimiter's length plus the padding of that line, and the search
+// only moves forward, so no byte is scanned twice. With an index of the
 // buffer it looks only at the lines whose key fits, and checks each of them
 // exactly as the scan would.
 #include "email/multipart.h"
@@ -140,17 +141,29 @@ char const* find_boundary(char const* begin, char const* end, std::string const&
     after = end;
     return end;
   }
+  // Only a line that starts with the delimiter is a candidate, so the search
+  // is for the delimiter's first byte ('-') right after an LF: base64 has no
+  // '-' at all, and most text has far fewer of them than line ends.
   char const* cursor = begin;
   bool candidate_at_cursor = at_line_start;
   while (cursor != end) {
     close = false;
     char const* range_end = cursor;
     if (!candidate_at_cursor) {
-      auto const* lf = static_cast<char const*>(std::memchr(cursor, '\n', static_cast<std::size_t>(end - cursor)));
-      if (!lf)
+      char const* q = nullptr;
+      if (delimiter.empty()) {
+        q = static_cast<char const*>(std::memchr(cursor, '\n', static_cast<std::size_t>(end - cursor)));
+        q = q ? q + 1 : nullptr;
+      } else {
+        q = cursor + 1;
+        while ((q = static_cast<char const*>(std::memchr(q, delimiter.front(), static_cast<std::size_t>(end - q)))) &&
+               q[-1] != '\n')
+          ++q;
+      }
+      if (!q)
         break;
-      range_end = lf;
-      cursor = lf + 1;
+      range_end = q - 1;
+      cursor = q;
     }
     candidate_at_cursor = false;
 

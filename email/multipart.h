@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Splitting a multipart body at its boundary delimiter lines.
 //
 // A delimiter line is "--" + boundary at the very start of a line, optionally

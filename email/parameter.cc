@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/parameter.h"
 
 #include "text/ascii.h"

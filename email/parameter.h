@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading one named parameter of a content header.
 //
 // The grammar is a forgiving subset of MIME parameters: "; name = value",

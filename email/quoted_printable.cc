@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Quoted-printable support that needs no template: the hex digit rule and the
 // problem records. The records are built once per call from the occurrence
 // lists the decoder gathered, so a part with thousands of bad escapes still

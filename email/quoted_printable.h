@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Quoted-printable decoding.
 //
 // One forward pass with a cursor. Plain runs (no '=' and, in binary data, no

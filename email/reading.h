@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two readings of a message.
 //
 // desktop is the desktop-search host's reading, kept byte for byte: LF-only

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Repacking a stream of small bit groups into bytes.
 //
 // The base64 and uuencode decoders first translate their characters into

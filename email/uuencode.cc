@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The uuencode character table, built at compile time.
 #include "email/uuencode.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decoding of uuencoded text (the old "x-uuencode" transfer encoding).
 //
 // The decoder walks the text line by line: "begin ..." lines are skipped, a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The problem collector.
 //
 // Parsers in this library never reject input: they repair or pass through

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finding the display name and the e-mail of one mailbox.
 //
 // The address is first cut into tokens in text order: quoted strings,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Display name and e-mail address of one mailbox, and small URL splitters.
 //
 // address_name_and_email_function reads the whole range as one address and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Formatting and splitting names with addresses.
 //
 // Writing trims, quotes the name as the form requires and appends the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Display names and addresses between their textual forms.
 //
 // A person is kept as a (name, address) pair and written in one of three

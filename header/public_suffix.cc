@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Public suffixes through libpsl's built-in list.
 //
 // The suffix is grown leftwards one label at a time, asking libpsl about

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Host names cut at their public suffix.
 //
 // The public suffix of a host is the longest ending that the Public Suffix

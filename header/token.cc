@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Token scanning, list splitting and quoting for structured header values.
 //
 // Character classes come from the ASCII table of text/ascii.h, so every test

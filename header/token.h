@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lexical tools for structured header values: tokens, list splitting, quoting.
 //
 // Everything here works on raw byte ranges [first, end) of a header value and

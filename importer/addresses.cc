@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Driving the single-address reader over a header value.
 //
 // In the desktop reading the loop is written for a reader that stops after
@@ -18,6 +19,7 @@
 #include "email/encoded_word.h"
 #include "email/headers.h"
 #include "header/address.h"
+#include "text/ascii.h"
 
 namespace importer {
 
@@ -74,9 +76,7 @@ struct balance_t {
   bool open() const { return comments > 0 || angles > 0; }
 };
 
-bool is_blank(char c) {
-  return c == ' ' || c == '\t';
-}
+using text::is_blank;
 
 // Drops a group's "display name:" from the front of an item and its closing
 // ";" from the back. The colon must come before any '@', '<', quote or

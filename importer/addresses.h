@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Address fields to flat lists of display names and e-mail addresses.
 //
 // The whole value of a From, To, Cc or Bcc field is read as one mailbox, so

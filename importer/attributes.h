@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host-neutral result of one import.
 //
 // An attribute set maps attribute names ("kMDItemSubject", ...) to a string,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "importer/file_mmap.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A read-only view of one whole file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "importer/import.h"
 
 #include <array>
@@ -6,6 +7,7 @@
 
 #include <boost/locale/utf.hpp>
 
+#include "charset/utf8.h"
 #include "importer/file_mmap.h"
 #include "text/line_ends.h"
 
@@ -279,15 +281,7 @@ std::optional<instant_t> parse_canonical_date(std::string_view text) {
 }
 
 bool is_well_formed_utf8(std::string_view text) {
-  using traits = boost::locale::utf::utf_traits<char>;
-  char const* p = text.data();
-  char const* const end = p + text.size();
-  while (p != end) {
-    auto const code_point = traits::decode(p, end);
-    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete)
-      return false;
-  }
-  return true;
+  return utf8::is_well_formed(text.data(), text.data() + text.size());
 }
 
 } // namespace importer

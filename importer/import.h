@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The import driver: one message file to an attribute set.
 //
 // parse_email maps the file, scans its header block for the wanted fields and

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Golden digests of every import record, one per message and reading.
 
 For each reading (the desktop host's, and each other one the tool offers),

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ASCII character classes, ASCII case mapping and the span of input that a
 // problem description quotes.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Upper-case hexadecimal digits of a byte.
 //
 // Only the low eight bits of the value are shown; asking for more than two

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CR LF line ends to LF.
 //
 // The parsers read lines ended by a line feed and treat a carriage return as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/cli/console.h"
 
 #include <cerrno>

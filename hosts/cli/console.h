@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Standard error and standard output of the command-line tool.
 //
 // Diagnostics come from worker threads while the main thread redraws the

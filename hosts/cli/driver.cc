@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/cli/driver.h"
 
 #include <cerrno>
@@ -57,10 +58,12 @@ struct outcome_t {
   std::uint64_t size = 0;
 };
 
-// Reads all of fd into buffer; 0 or the errno of the failed read.
-int read_all(int fd, std::string& buffer, std::size_t expected) {
-  buffer.clear();
-  buffer.resize(expected + 1);
+// Reads all of fd into the start of buffer and sets length; 0 or the errno
+// of the failed read. The buffer's size is only ever raised, so a buffer
+// reused from file to file is not cleared again for every file.
+int read_into(int fd, std::string& buffer, std::size_t expected, std::size_t& length) {
+  if (buffer.size() < expected + 1)
+    buffer.resize(expected + 1);
   std::size_t done = 0;
   for (;;) {
     if (done == buffer.size())
@@ -69,12 +72,22 @@ int read_all(int fd, std::string& buffer, std::size_t expected) {
     if (n > 0) {
       done += static_cast<std::size_t>(n);
     } else if (n == 0) {
-      buffer.resize(done);
+      length = done;
       return 0;
     } else if (errno != EINTR) {
       return errno;
     }
   }
+}
+
+// Reads all of fd into buffer; 0 or the errno of the failed read.
+int read_all(int fd, std::string& buffer, std::size_t expected) {
+  buffer.clear();
+  std::size_t length = 0;
+  int const error = read_into(fd, buffer, expected, length);
+  if (error == 0)
+    buffer.resize(length);
+  return error;
 }
 
 // Lets the importer open the file itself, for the cases where its own
@@ -122,10 +135,11 @@ std::string import_path(std::string const& path, importer::attribute_set_t& attr
       // One buffer per thread, reused: most messages are small, and a large
       // one should not stay allocated for the rest of the run.
       thread_local std::string buffer;
-      if (int const read_error = read_all(fd, buffer, static_cast<std::size_t>(info.st_size)))
+      std::size_t length = 0;
+      if (int const read_error = read_into(fd, buffer, static_cast<std::size_t>(info.st_size), length))
         error = reason(read_error);
       else
-        importer::import_bytes(buffer.data(), buffer.data() + buffer.size(), attributes, options);
+        importer::import_bytes(buffer.data(), buffer.data() + length, attributes, options);
       if (buffer.capacity() > (64u << 20))
         std::string().swap(buffer);
     }

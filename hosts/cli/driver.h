@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The import run of the command-line tool: sources in, records out.
 //
 // The PATHs are expanded first (folders walked), so the total is known for

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tidewell-import: the command-line host of the importer.
 //
 // Each PATH is imported exactly as the desktop-search host would import it,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/cli/mbox.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading an mbox as a stream of messages.
 //
 // An mbox is messages one after another, each starting with a From_ line

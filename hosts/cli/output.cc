@@ -1,8 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/cli/output.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
 
-#include <boost/json.hpp>
 #include <boost/locale/utf.hpp>
 
 namespace cli {
@@ -45,59 +51,189 @@ date_parts_t split(importer::instant_t instant) {
           long(time.seconds().count())};
 }
 
+// Appends text as a JSON string with the escapes boost::json writes: the
+// short forms for '"', '\\' and \b \f \n \r \t, \u00XX for the other control
+// characters, every other byte as it is. Eight bytes at a time are tested
+// for anything to escape, as most text has nothing.
+void append_quoted(std::string& out, std::string_view text) {
+  static constexpr char hex[] = "0123456789abcdef";
+  constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
+  auto const has_byte = [](std::uint64_t word, unsigned char c) {
+    std::uint64_t const x = word ^ (ones * c);
+    return ((x - ones) & ~x & highs) != 0;
+  };
+  out += '"';
+  char const* p = text.data();
+  char const* const end = p + text.size();
+  char const* run = p;
+  while (p != end) {
+    if (end - p >= 8) {
+      std::uint64_t word;
+      std::memcpy(&word, p, 8);
+      bool const control = ((word - ones * 0x20) & ~word & highs) != 0;
+      if (!control && !has_byte(word, '"') && !has_byte(word, '\\')) {
+        p += 8;
+        continue;
+      }
+    }
+    auto const c = static_cast<unsigned char>(*p);
+    if (c >= 0x20 && c != '"' && c != '\\') {
+      ++p;
+      continue;
+    }
+    char escape[6] = {'\\', static_cast<char>(c), '0', '0', '0', '0'};
+    std::size_t size = 2;
+    switch (c) {
+    case '"':
+    case '\\':
+      break;
+    case '\b':
+      escape[1] = 'b';
+      break;
+    case '\f':
+      escape[1] = 'f';
+      break;
+    case '\n':
+      escape[1] = 'n';
+      break;
+    case '\r':
+      escape[1] = 'r';
+      break;
+    case '\t':
+      escape[1] = 't';
+      break;
+    default:
+      escape[1] = 'u';
+      escape[4] = hex[c >> 4];
+      escape[5] = hex[c & 15];
+      size = 6;
+    }
+    out.append(run, p).append(escape, size);
+    run = ++p;
+  }
+  out.append(run, end);
+  out += '"';
+}
+
 std::string quoted(std::string const& text) {
-  return boost::json::serialize(boost::json::string(text));
+  std::string out;
+  append_quoted(out, text);
+  return out;
 }
 
 } // namespace
 
 std::string iso8601(importer::instant_t instant) {
   auto const d = split(instant);
-  char buffer[48];
-  std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ldZ", d.year, d.month, d.day, d.hours, d.minutes,
-                d.seconds);
-  return buffer;
+  if (d.year < 0 || d.year > 9999) {
+    char buffer[48];
+    std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ldZ", d.year, d.month, d.day, d.hours,
+                  d.minutes, d.seconds);
+    return buffer;
+  }
+  // The common case without a trip through the printf machinery.
+  std::string text = "0000-00-00T00:00:00Z";
+  auto const put = [&](std::size_t at, unsigned value, std::size_t digits) {
+    for (std::size_t i = digits; i-- > 0; value /= 10)
+      text[at + i] = static_cast<char>('0' + value % 10);
+  };
+  put(0, static_cast<unsigned>(d.year), 4);
+  put(5, d.month, 2);
+  put(8, d.day, 2);
+  put(11, static_cast<unsigned>(d.hours), 2);
+  put(14, static_cast<unsigned>(d.minutes), 2);
+  put(17, static_cast<unsigned>(d.seconds), 2);
+  return text;
 }
 
+// Written straight into one string: building a JSON document only to
+// serialise it cost more than the import of many messages.
 std::string to_json_line(record_t const& record) {
-  boost::json::object attributes;
+  // Room for everything unescaped, so that most lines are written into
+  // one allocation.
+  std::size_t size = record.path.size() + 64;
   for (auto const& [name, value] : record.attributes) {
-    if (auto const* text = std::get_if<std::string>(&value)) {
-      attributes[name] = *text;
-    } else if (auto const* instant = std::get_if<importer::instant_t>(&value)) {
-      attributes[name] = iso8601(*instant);
-    } else {
-      boost::json::array list;
-      for (std::string const& element : std::get<std::vector<std::string>>(value))
-        list.emplace_back(element);
-      attributes[name] = std::move(list);
-    }
+    size += name.size() + 32;
+    if (auto const* text = std::get_if<std::string>(&value))
+      size += text->size() + text->size() / 16;
+    else if (auto const* list = std::get_if<std::vector<std::string>>(&value))
+      for (std::string const& element : *list)
+        size += element.size() + 8;
   }
-  boost::json::object line;
-  line["path"] = valid_utf8(record.path);
+  std::string line;
+  line.reserve(size);
+  line += "{\"path\":";
+  append_quoted(line, valid_utf8(record.path));
   if (record.message != 0)
-    line["message"] = record.message;
-  line["imported"] = record.imported;
-  if (!record.error.empty())
-    line["error"] = valid_utf8(record.error);
-  line["attributes"] = std::move(attributes);
-  if (record.problems) {
-    boost::json::array problems;
-    for (quern::error::record_t const& problem : *record.problems) {
-      boost::json::object object;
-      for (auto const& [key, value] : problem)
-        object[valid_utf8(key)] = valid_utf8(value);
-      problems.emplace_back(std::move(object));
-    }
-    line["problems"] = std::move(problems);
+    line += ",\"message\":" + std::to_string(record.message);
+  line += record.imported ? ",\"imported\":true" : ",\"imported\":false";
+  if (!record.error.empty()) {
+    line += ",\"error\":";
+    append_quoted(line, valid_utf8(record.error));
   }
-  return boost::json::serialize(line) + "\n";
+  line += ",\"attributes\":{";
+  bool first = true;
+  for (auto const& [name, value] : record.attributes) {
+    if (!first)
+      line += ',';
+    first = false;
+    append_quoted(line, name);
+    line += ':';
+    if (auto const* text = std::get_if<std::string>(&value)) {
+      append_quoted(line, *text);
+    } else if (auto const* instant = std::get_if<importer::instant_t>(&value)) {
+      append_quoted(line, iso8601(*instant));
+    } else {
+      line += '[';
+      bool first_element = true;
+      for (std::string const& element : std::get<std::vector<std::string>>(value)) {
+        if (!first_element)
+          line += ',';
+        first_element = false;
+        append_quoted(line, element);
+      }
+      line += ']';
+    }
+  }
+  line += '}';
+  if (record.problems) {
+    line += ",\"problems\":[";
+    bool first_problem = true;
+    for (quern::error::record_t const& problem : *record.problems) {
+      // Keys made alike by the UTF-8 repair share the first one's place and
+      // keep the last one's value, as in a JSON object built key by key.
+      std::vector<std::pair<std::string, std::string>> fields;
+      for (auto const& [key, value] : problem) {
+        std::string name = valid_utf8(key);
+        auto const same = std::find_if(fields.begin(), fields.end(), [&](auto const& f) { return f.first == name; });
+        if (same != fields.end())
+          same->second = valid_utf8(value);
+        else
+          fields.emplace_back(std::move(name), valid_utf8(value));
+      }
+      line += first_problem ? "{" : ",{";
+      first_problem = false;
+      bool first_field = true;
+      for (auto const& [key, value] : fields) {
+        if (!first_field)
+          line += ',';
+        first_field = false;
+        append_quoted(line, key);
+        line += ':';
+        append_quoted(line, value);
+      }
+      line += '}';
+    }
+    line += ']';
+  }
+  line += "}\n";
+  return line;
 }
 
 std::string to_listing(record_t const& record) {
   std::string out = record.path;
   if (record.message != 0)
-    out += ":" + std::to_string(record.message);
+    out.append(":").append(std::to_string(record.message));
   out += "\n";
   if (!record.error.empty())
     out += "  (not imported: " + record.error + ")\n";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rendering one import for the command line: JSON lines and mdls-style text.
 //
 // Every record the tool prints is built here, so the two renderings agree on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/cli/walk.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a PATH on the command line stands for: itself, or the mail files
 // below it.
 //

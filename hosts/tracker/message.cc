@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/tracker/message.h"
 
 #include <string_view>

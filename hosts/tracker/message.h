@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One message file, read the way the Tracker host indexes it.
 //
 // The host imports in the core's full reading, which is made for it: CR LF

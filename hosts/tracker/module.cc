@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libextract-tidewell-email.so: the Tracker 3 extract module for e-mail files.
 //
 // tracker-extract loads the module for files of type message/rfc822 and calls

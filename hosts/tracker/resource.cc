@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/tracker/resource.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A message as a Tracker resource.
 //
 // Tracker 3 has no mail-message vocabulary any more, so a message is written

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The part of tracker-extract's module interface that this module uses.
 //
 // tracker-miners installs no headers for its extractor modules: the library

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Writes the extractor rule with the module's hash. Tracker's file miner keeps
 # the hash it saw with every extracted file and extracts the file again when
 # it changes, so a rebuilt module re-indexes the mail it already saw.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The metadata attribute keys the importer writes, as Foundation strings.
 //
 // On the Mac they are the platform's constants (CFStrings, toll-free bridged

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attribute keys: the received-date name everywhere, and stand-ins for the
 // platform's kMDItem constants where the platform headers are absent. The
 // stand-ins hold the constants' own text, so a dictionary written here carries

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Foundation side of an import: a header map to an attribute dictionary.
 //
 // ImportFileAtPath has the portable core read the message (header map plus

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GetMetadataForFile and ImportFileAtPath over the portable core.
 //
 // The core reads the message into a header map (wanted fields, canonical

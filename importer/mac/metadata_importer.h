@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The desktop-search plug-in's C face: the import entry and the plug-in
  * object's exported functions.
  *

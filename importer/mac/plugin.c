@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The importer plug-in object: one function table, reference counting and
  * registration with the factory.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The importer plug-in object's exported functions.
  *
  * The search service finds MetadataImporterPluginFactory through the

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "charset/convert.h"
 
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include <iterator>
 #include <string>
@@ -284,6 +286,85 @@ TEST(convert_to_utf8, long_and_hostile_inputs) {
   auto const lines = to_utf8(times(4000, "\x1B$B0!\x80\n\x1B$(D0!\x1B(B\xFF\n"), "iso-2022-jp");
   EXPECT_TRUE(importer::is_well_formed_utf8(lines.text));
   EXPECT_EQ(to_utf8(std::string(1 << 16, '\xFF'), "utf-8").text.size(), 2u << 16);
+}
+
+// Single-byte charsets: whatever the path inside, the result is iconv's for
+// every byte it decodes, mixed with ASCII runs at every alignment.
+TEST(convert_to_utf8, single_byte_charsets_read_as_iconv_reads_them) {
+  for (char const* name : {"iso-8859-1", "iso-8859-15", "windows-1252", "windows-1251", "koi8-r"}) {
+    iconv_t const cd = iconv_open("UTF-8", name);
+    ASSERT_NE(cd, reinterpret_cast<iconv_t>(-1)) << name;
+    auto const reference = [&](std::string const& input, std::string& out) {
+      iconv(cd, nullptr, nullptr, nullptr, nullptr);
+      std::string buffer(input.size() * 4, '\0');
+      char* in = const_cast<char*>(input.data());
+      std::size_t in_left = input.size();
+      char* out_pointer = buffer.data();
+      std::size_t out_left = buffer.size();
+      bool const ok = iconv(cd, &in, &in_left, &out_pointer, &out_left) != static_cast<std::size_t>(-1);
+      out.assign(buffer.data(), out_pointer);
+      return ok;
+    };
+    std::string decodable, undecodable, out;
+    for (int c = 1; c < 256; ++c) {
+      std::string const byte(1, static_cast<char>(c));
+      (reference(byte, out) ? decodable : undecodable) += byte;
+    }
+    for (std::size_t offset = 0; offset < 8; ++offset) {
+      std::string const input = std::string(offset, 'a') + decodable + "plain ASCII text " + decodable;
+      ASSERT_TRUE(reference(input, out)) << name;
+      EXPECT_EQ(to_utf8(input, name).text, out) << name << " " << offset;
+    }
+    // A byte iconv cannot decode sends the rest of the text, from that
+    // byte on, to the ISO-8859-1 reading.
+    ASSERT_TRUE(reference(decodable, out));
+    for (char const c : undecodable) {
+      auto const u = static_cast<unsigned char>(c);
+      std::string const latin1{static_cast<char>(0xC0 | u >> 6), static_cast<char>(0x80 | (u & 0x3F))};
+      EXPECT_EQ(to_utf8(decodable + c, name).text, out + latin1) << name << " " << int(u);
+    }
+    iconv_close(cd);
+  }
+}
+
+} // namespace
+
+namespace {
+
+// iconv sees the input in slices; escapes, two-byte characters and invalid
+// bytes that straddle a slice's end must convert exactly as whole. Units that
+// each end in ASCII state convert independently, so their separate results
+// joined are the reference for the long text made of them all.
+TEST(convert, slices_do_not_change_long_shifted_text) {
+  for (char const* charset : {"iso-2022-jp", "iso-2022-jp-2", "euc-jp", "shift_jis"}) {
+    std::string const name = charset;
+    std::vector<std::string> units;
+    for (int k = 0; k < 7; ++k)
+      for (int j = 0; j < 5; ++j) {
+        std::string unit;
+        if (name.starts_with("iso-2022"))
+          unit = "\x1B$B" + std::string(static_cast<std::size_t>(2 * k), '\x24') + "\x1B(B";
+        else if (name == "euc-jp")
+          unit = std::string(static_cast<std::size_t>(2 * k), '\xA4');
+        else
+          for (int i = 0; i < k; ++i)
+            unit += "\x82\xA0";
+        unit += std::string(static_cast<std::size_t>(j), 'x');
+        units.push_back(unit);
+      }
+    std::string text, expected;
+    for (int round = 0; round < 40; ++round)
+      for (auto const& unit : units) {
+        text += unit;
+        charset::convert(unit.begin(), unit.end(), std::back_inserter(expected), charset, "UTF-8", nullptr, nullptr);
+      }
+    std::string got;
+    EXPECT_EQ(charset::convert(text.begin(), text.end(), std::back_inserter(got), charset, "UTF-8", nullptr, nullptr),
+              text.end())
+        << charset;
+    EXPECT_EQ(got, expected) << charset;
+    EXPECT_GT(got.size(), text.size() / 2) << charset;
+  }
 }
 
 } // namespace

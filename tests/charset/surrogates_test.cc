@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "charset/surrogates.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program that uses the installed libtidewell the way an outside user
 // does: only through <tidewell/...> headers and the installed library.
 // It imports one message and reads a date with the parsers directly, and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "date/rfc822_date.h"
 
 #include <random>

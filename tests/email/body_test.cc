@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/body.h"
 
 #include <gtest/gtest.h>

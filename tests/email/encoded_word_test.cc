@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/encoded_word.h"
 
 #include <gtest/gtest.h>

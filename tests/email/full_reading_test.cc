@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The full reading's additions to the body walk: HTML text where there is no
 // plain text, every alternative looked at, the file name of every part; and
 // the parts it reads: libxml2 HTML to text, attachment names.

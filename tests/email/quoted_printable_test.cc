@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "email/quoted_printable.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The base64 and quoted-printable decoders against the slow references of
 // tests/support, on random inputs over the bytes that steer them and on
 // every file of examples/ and the corpus read as encoded text.

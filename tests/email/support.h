@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Test helpers: a heap copy of an input with no slack after its last byte, so
 // that a parser reading past its range trips AddressSanitizer, and the
 // problems a handler collected.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "error/handler.h"
 
 #include <gtest/gtest.h>

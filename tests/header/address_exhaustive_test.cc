@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every address value of up to six bytes over the bytes that steer the
 // extractor, against the same extractor without the shortcuts by which a
 // failed scan for a closing quote or bracket answers later scans.

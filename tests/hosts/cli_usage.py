@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """tidewell-import as a user runs it: one CTest test per behaviour.
 
   cli_usage.py --binary B CASE

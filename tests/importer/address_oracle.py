@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Recipients of the full reading against Python's email.utils.getaddresses.
 
 For every corpus message whose To, Cc or Bcc holds several mailboxes (as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "importer/addresses.h"
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every real-world message of the shared corpus (and each folder in it)
 // imports, and what comes out
 // is well-formed: every string and list element is UTF-8.

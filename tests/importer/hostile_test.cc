@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hostile structure must not take the host down: the host's worker threads
 // have small stacks, so these imports run on a 512 KiB thread.
 #include <pthread.h>

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "importer/import.h"
 
 #include <boost/algorithm/string/join.hpp>
+#include <boost/locale/utf.hpp>
 #include <gtest/gtest.h>
 
 #include "tests/support/temp_file.h"
@@ -177,6 +179,40 @@ TEST(well_formed_utf8, follows_the_unicode_table) {
   for (std::string_view bad : {"\x80", "\xC3", "\xC1\xBF", "\xE0\x80\xAF", "\xED\xB0\x80", "\xF8\x88\x80\x80\x80",
                                "\xF4\x90\x80\x80", "a\xE2\x82"})
     EXPECT_FALSE(importer::is_well_formed_utf8(bad)) << testing::PrintToString(bad);
+}
+
+// Every sequence of up to four bytes drawn from the edges of the byte
+// ranges, alone and after seven ASCII bytes (so that it straddles the
+// eight-byte ASCII skip), agrees with Boost.Locale's strict decoder.
+TEST(well_formed_utf8, agrees_with_a_strict_decoder) {
+  auto const reference = [](std::string_view text) {
+    using traits = boost::locale::utf::utf_traits<char>;
+    char const* p = text.data();
+    char const* const end = p + text.size();
+    while (p != end) {
+      auto const c = traits::decode(p, end);
+      if (c == boost::locale::utf::illegal || c == boost::locale::utf::incomplete)
+        return false;
+    }
+    return true;
+  };
+  unsigned char const edges[] = {0x00, 0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC1, 0xC2, 0xDF,
+                                 0xE0, 0xE1, 0xEC, 0xED, 0xEE, 0xEF, 0xF0, 0xF1, 0xF3, 0xF4, 0xF5, 0xFF};
+  std::string bytes;
+  auto const check = [&] {
+    for (std::string const& text : {bytes, "1234567" + bytes})
+      ASSERT_EQ(importer::is_well_formed_utf8(text), reference(text)) << testing::PrintToString(text);
+  };
+  for (unsigned char a : edges)
+    for (unsigned char b : edges)
+      for (unsigned char c : edges) {
+        bytes = {char(a), char(b), char(c)};
+        check();
+        for (unsigned char d : edges) {
+          bytes = {char(a), char(b), char(c), char(d)};
+          check();
+        }
+      }
 }
 
 } // namespace

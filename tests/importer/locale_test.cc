@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Importing under an 8-bit locale gives exactly what the C locale gives.
 //
 // Hosts call setlocale(LC_ALL, "") and may run under a locale such as

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Checks the dynamic symbol table of the shared libtidewell.
 
 Every exported symbol must belong to one of the library's own namespaces

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the build tree into a fresh prefix the way a user without root
 # does (cmake --install --prefix), checks that every installed file is under
 # that prefix, that the installed tool runs from there, and builds the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Slow reference decoders for base64 and quoted-printable, for tests only.
 //
 // They are written for obviousness, not speed: base64 letters are looked up

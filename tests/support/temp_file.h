@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file with given bytes that lives as long as the object.
 #pragma once
 

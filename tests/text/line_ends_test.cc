@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "text/line_ends.h"
 
 #include <iterator>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 # Runs the real tracker-extract-3 over message files with the module built here.
 #
 #   extract_check.py examples EXTRACT EXAMPLES_DIR

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading a message file the Tracker way: the full reading, one contact per mailbox.
 #include "hosts/tracker/message.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 # End to end: Tracker's own file miner indexes a folder of messages with the
 # module built here (TRACKER_EXTRACTORS_DIR, TRACKER_EXTRACTOR_RULES_DIR), and
 # tracker3 finds them by a word of the body (plain or HTML), by the sender's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The message-to-resource mapping, checked by storing what it prints into a
 // real in-memory Tracker store built from the Nepomuk ontology Tracker ships:
 // a mapping that names a property wrongly, breaks a cardinality or gives one

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 # Checks the plug-in bundle's information list and metadata schema.
 #
 # They are only used on the Mac, so this is where a typo in them would

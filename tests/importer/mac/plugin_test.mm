@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The desktop-search plug-in driven the way the search service drives it.
 //
 // The plug-in object goes through the factory and the function table, with

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Leak checking for the tests that load GNUstep's Foundation.
 //
 // GCC's Objective-C runtime allocates its class, method and selector tables

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Test-only stand-in for the CoreFoundation calls of the plug-in object.
 //
 // UUID objects are reference counted heap records. Constant ones live in a

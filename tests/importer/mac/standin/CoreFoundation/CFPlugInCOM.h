@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Test-only stand-in for the component-object types of CFPlugIn.
 #ifndef TIDEWELL_TESTS_STANDIN_CFPLUGINCOM_H
 #define TIDEWELL_TESTS_STANDIN_CFPLUGINCOM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Test-only stand-in for the few CoreFoundation types and calls the plug-in
 // object uses, so that it can be built and driven off the Mac.
 //

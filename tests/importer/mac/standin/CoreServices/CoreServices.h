@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Test-only stand-in for the metadata-importer interface layout.
 #ifndef TIDEWELL_TESTS_STANDIN_CORESERVICES_H
 #define TIDEWELL_TESTS_STANDIN_CORESERVICES_H

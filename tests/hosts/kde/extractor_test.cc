@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: MIT
+// The extractor as Baloo runs it: loaded by KFileMetaData's own
+// ExtractorCollection from QT_PLUGIN_PATH (the build tree, or nothing for
+// the installed plugin) and run into a SimpleExtractionResult. The examples
+// are checked against what Python's email package reads from them; every
+// corpus message against the core's own import, and standard output must
+// stay empty throughout, as it is baloo_file_extractor's pipe to the indexer.
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <KFileMetaData/Extractor>
+#include <KFileMetaData/ExtractorCollection>
+#include <KFileMetaData/SimpleExtractionResult>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QTemporaryDir>
+
+#include "hosts/kde/message.h"
+#include "importer/import.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using KFileMetaData::ExtractionResult;
+using KFileMetaData::SimpleExtractionResult;
+namespace property = KFileMetaData::Property;
+
+constexpr char mime_type[] = "message/rfc822";
+fs::path const source_dir = TIDEWELL_SOURCE_DIR;
+
+KFileMetaData::Extractor& extractor() {
+  static KFileMetaData::ExtractorCollection collection;
+  static QList<KFileMetaData::Extractor*> const found = collection.fetchExtractors(QString::fromLatin1(mime_type));
+  if (found.size() != 1) {
+    ADD_FAILURE() << found.size() << " extractors for " << mime_type
+                  << "; QT_PLUGIN_PATH=" << (getenv("QT_PLUGIN_PATH") ? getenv("QT_PLUGIN_PATH") : "(unset)");
+    std::abort();
+  }
+  return *found.front();
+}
+
+SimpleExtractionResult extract(fs::path const& path,
+                               ExtractionResult::Flags flags = ExtractionResult::ExtractMetaData |
+                                                               ExtractionResult::ExtractPlainText) {
+  SimpleExtractionResult result(QString::fromStdString(path.string()), QString::fromLatin1(mime_type), flags);
+  extractor().extract(&result);
+  return result;
+}
+
+QStringList strings(SimpleExtractionResult const& result, property::Property key) {
+  QStringList values;
+  for (QVariant const& value : result.properties(KFileMetaData::MultiMap).values(key))
+    values.prepend(value.toString()); // a multi-map lists the latest first
+  return values;
+}
+
+std::string iso_date(SimpleExtractionResult const& result) {
+  QVariant const date = result.properties(KFileMetaData::MultiMap).value(property::CreationDate);
+  return date.isValid() ? date.toDateTime().toUTC().toString(Qt::ISODate).toStdString() : "";
+}
+
+struct example_t {
+  char const* file;
+  char const* title;
+  QStringList authors;
+  char const* date;
+  QStringList words; // in the text
+};
+
+TEST(kde_extractor, examples) {
+  std::vector<example_t> const examples{
+      {"plain.eml",
+       "Agenda for Thursday's planning meeting",
+       {"Ann Lee <ann.lee@example.com>"},
+       "2025-10-14T07:12:40Z",
+       {"Hiring plan for the importer team", "Bob Marsh <bob@example.org>"}},
+      {"crlf-windows.eml",
+       "Parking permits for the new office",
+       {"Marta Kowalska <marta.kowalska@example.com>"},
+       "2025-10-06T18:03:55Z",
+       {"the garage gate code is 4711", "facilities@example.org"}},
+      {"crlf-quoted-printable.eml",
+       "Résumé of the lighthouse survey",
+       {"Renée Dubois <renee.dubois@example.net>"},
+       "2025-10-02T11:45:21Z",
+       {"La lanterne doit être repeinte avant l'hiver."}},
+      {"latin1-quoted-printable.eml",
+       "Protokoll der Sitzung über die Änderungen",
+       {"Jürgen Weiß <j.weiss@example.de>"},
+       "2025-09-03T14:00:58Z",
+       {"Grüße aus München!"}},
+      {"japanese-iso-2022-jp.eml",
+       "会議の資料について",
+       {"鈴木 一郎 <suzuki@example.jp>"},
+       "2025-10-10T01:15:00Z",
+       {"明日の会議の資料を送ります。"}},
+      {"mixed-attachment.eml",
+       "Your invoice № 2025-1042",
+       {"Billing <billing@shop.example>"},
+       "2025-10-02T11:05:12Z",
+       {"Total: 49,00 €", "invoice-2025-1042.pdf"}},
+      {"alternative.eml",
+       "[ci] main is green again",
+       {"Build Bot <ci@build.example.com>"},
+       "2025-10-07T01:30:00Z",
+       {"1,204 tests passed"}},
+  };
+  for (example_t const& example : examples) {
+    SCOPED_TRACE(example.file);
+    SimpleExtractionResult const result = extract(source_dir / "examples" / example.file);
+    EXPECT_EQ(strings(result, property::Title), QStringList{example.title});
+    EXPECT_EQ(strings(result, property::Subject), QStringList{example.title});
+    EXPECT_EQ(strings(result, property::Author), example.authors);
+    EXPECT_EQ(iso_date(result), example.date);
+    EXPECT_EQ(result.types(), QVector{KFileMetaData::Type::Document});
+    for (QString const& words : example.words)
+      EXPECT_TRUE(result.text().contains(words)) << words.toStdString() << " not in " << result.text().toStdString();
+  }
+}
+
+// Properties only when metadata is asked for, text only when text is; files
+// that cannot be read as messages give nothing.
+TEST(kde_extractor, gives_only_what_is_asked_for_and_there) {
+  QTemporaryDir dir;
+  fs::path const folder = dir.path().toStdString(), plain = source_dir / "examples" / "plain.eml";
+  std::ofstream(folder / "empty.eml").flush();
+  struct {
+    fs::path path;
+    ExtractionResult::Flags flags;
+    bool properties, text;
+  } const cases[] = {
+      {plain, ExtractionResult::ExtractMetaData, true, false},
+      {plain, ExtractionResult::ExtractPlainText, false, true},
+      {folder / "missing.eml", ExtractionResult::ExtractMetaData | ExtractionResult::ExtractPlainText, false, false},
+      {folder, ExtractionResult::ExtractMetaData | ExtractionResult::ExtractPlainText, false, false},
+      {folder / "empty.eml", ExtractionResult::ExtractMetaData | ExtractionResult::ExtractPlainText, false, false},
+  };
+  for (auto const& c : cases) {
+    SimpleExtractionResult const result = extract(c.path, c.flags);
+    EXPECT_EQ(!result.properties(KFileMetaData::MultiMap).isEmpty(), c.properties) << c.path;
+    EXPECT_EQ(result.text().contains(QStringLiteral("Hiring plan")), c.text) << c.path;
+  }
+}
+
+// A text beyond Baloo's limit is cut below it, at a space, after the
+// recipients and attachment names have had their place.
+TEST(kde_extractor, long_text_stays_below_the_limit) {
+  QTemporaryDir dir;
+  fs::path const path = fs::path(dir.path().toStdString()) / "long.eml";
+  {
+    std::ofstream file(path, std::ios::binary);
+    file << "From: a@example.com\nTo: Zoë Last <zoe@example.org>\nSubject: long\n"
+            "Content-Type: text/plain; charset=utf-8\n\n";
+    std::string const line = "Grüße über den Fluß, eine Zeile von Wörtern\n";
+    for (std::size_t written = 0; written < kde_host::max_text_bytes + 4096; written += line.size())
+      file << line;
+  }
+  SimpleExtractionResult const result = extract(path);
+  std::string const text = result.text().toStdString();
+  EXPECT_LT(text.size(), kde_host::max_text_bytes);
+  EXPECT_GT(text.size(), kde_host::max_text_bytes - 128);
+  EXPECT_EQ(text.rfind("Zoë Last <zoe@example.org>", 0), 0u);
+  EXPECT_EQ(text.find("\xEF\xBF\xBD"), std::string::npos); // no character cut in two
+  // The last word is whole.
+  QStringList const words = QStringLiteral("Grüße über den Fluß, eine Zeile von Wörtern").split(' ');
+  std::string const trimmed = result.text().trimmed().toStdString(); // each append ends in a space
+  std::string const last = trimmed.substr(trimmed.find_last_of(" \n") + 1);
+  EXPECT_TRUE(words.contains(QString::fromStdString(last))) << last;
+}
+
+TEST(kde_extractor, cut_text) {
+  struct {
+    std::string text;
+    std::size_t max;
+    std::string expected;
+  } const cases[] = {
+      {"two words", 6, "two"},                           // back to the space
+      {"naïve", 3, "na"},                                // not inside the two-byte ï
+      {"a 🙂", 4, "a"},                                // the whole four-byte character goes, then back to the space
+      {std::string(100, 'x'), 80, std::string(80, 'x')}, // no space near: cut in the word
+      {"a " + std::string(100, 'x'), 80, "a " + std::string(78, 'x')},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(kde_host::cut_text(c.text, c.max), c.expected) << c.text << " / " << c.max;
+}
+
+std::vector<fs::path> corpus_messages() {
+  std::vector<fs::path> paths;
+  fs::path const corpus = source_dir.parent_path() / "shared" / "corpus" / "messages";
+  std::error_code error;
+  for (auto const& entry : fs::recursive_directory_iterator(corpus, error))
+    if (entry.is_regular_file())
+      paths.push_back(entry.path());
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+// Every corpus message, in one process as Baloo runs them: nothing on
+// standard output, and what reaches the result is what the core imported.
+TEST(kde_extractor, corpus) {
+  std::vector<fs::path> const paths = corpus_messages();
+  if (paths.empty())
+    GTEST_SKIP() << "no shared corpus beside the source folder";
+
+  std::fflush(stdout);
+  int const saved_stdout = ::dup(1);
+  std::FILE* const capture = std::tmpfile();
+  ASSERT_TRUE(capture);
+  ::dup2(fileno(capture), 1);
+
+  std::size_t with_title = 0, with_text = 0;
+  for (fs::path const& path : paths) {
+    SCOPED_TRACE(path.string());
+    SimpleExtractionResult const result = extract(path);
+    importer::attribute_set_t core;
+    importer::import_file(path.string(), core, importer::options_t{.reading = importer::reading_t::full});
+
+    auto const* subject = core.find(importer::attribute::subject);
+    QStringList const expected_title =
+        subject ? QStringList{QString::fromStdString(std::get<std::string>(*subject))} : QStringList{};
+    EXPECT_EQ(strings(result, property::Title), expected_title);
+    with_title += !expected_title.isEmpty();
+
+    auto const* sent = core.find(importer::attribute::content_creation_date);
+    QVariant const date = result.properties(KFileMetaData::MultiMap).value(property::CreationDate);
+    EXPECT_EQ(date.isValid(), sent != nullptr);
+    if (sent && date.isValid()) {
+      EXPECT_EQ(date.toDateTime().toSecsSinceEpoch(), std::get<importer::instant_t>(*sent).time_since_epoch().count());
+    }
+
+    std::string const text = result.text().toStdString();
+    EXPECT_LT(text.size(), kde_host::max_text_bytes);
+    if (auto const* body = core.find(importer::attribute::text_content)) {
+      std::string const& body_text = std::get<std::string>(*body);
+      std::string_view const opening = kde_host::cut_text(body_text, 200);
+      EXPECT_NE(text.find(opening), std::string::npos);
+      with_text += !opening.empty();
+    }
+  }
+
+  std::fflush(stdout);
+  ::dup2(saved_stdout, 1);
+  ::close(saved_stdout);
+  std::fseek(capture, 0, SEEK_END);
+  EXPECT_EQ(std::ftell(capture), 0) << "the extractor wrote to standard output";
+  std::fclose(capture);
+  std::printf("%zu messages: %zu with a title, %zu with text\n", paths.size(), with_title, with_text);
+  EXPECT_GT(with_title, paths.size() / 2);
+  EXPECT_GT(with_text, paths.size() / 2);
+}
+
+} // namespace
+
+// KFileMetaData expects the application object Baloo's extractor has.
+int main(int argc, char** argv) {
+  QCoreApplication application(argc, argv);
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+// Hosts call the importer from several worker threads at once. Two threads
+// import the whole corpus (and the examples) concurrently, in opposite
+// orders so that different messages meet, and every record must equal the
+// one a single thread produced. Under ThreadSanitizer (scripts/run-tests
+// --tsan) this also catches races on the process-wide tables and the
+// per-thread converter caches.
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "importer/import.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> message_paths() {
+  std::vector<std::string> paths;
+  for (auto const& root : {fs::path(TIDEWELL_SOURCE_DIR) / "examples",
+                           fs::path(TIDEWELL_SOURCE_DIR) / ".." / "shared" / "corpus" / "messages"})
+    if (fs::is_directory(root))
+      for (auto const& entry : fs::recursive_directory_iterator(root))
+        if (entry.is_regular_file())
+          paths.push_back(entry.path().string());
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+std::string record(std::string const& path, importer::options_t const& options) {
+  importer::attribute_set_t attributes;
+  importer::import_file(path, attributes, options);
+  std::string out;
+  for (auto const& [name, value] : attributes) {
+    out += name + '=';
+    if (auto const* text = std::get_if<std::string>(&value))
+      out += *text;
+    else if (auto const* list = std::get_if<std::vector<std::string>>(&value))
+      for (auto const& element : *list)
+        out += '[' + element + ']';
+    else
+      out += std::to_string(std::get<importer::instant_t>(value).time_since_epoch().count());
+    out += '\n';
+  }
+  return out;
+}
+
+TEST(threads, two_threads_import_the_corpus_like_one) {
+  std::vector<std::string> const paths = message_paths();
+  ASSERT_FALSE(paths.empty());
+  for (importer::reading_t reading : {importer::reading_t::desktop, importer::reading_t::full}) {
+    importer::options_t options;
+    options.reading = reading;
+    std::vector<std::string> expected;
+    for (auto const& path : paths)
+      expected.push_back(record(path, options));
+
+    std::vector<std::string> forward(paths.size()), backward(paths.size());
+    std::thread first([&] {
+      for (std::size_t i = 0; i < paths.size(); ++i)
+        forward[i] = record(paths[i], options);
+    });
+    std::thread second([&] {
+      for (std::size_t i = paths.size(); i-- > 0;)
+        backward[i] = record(paths[i], options);
+    });
+    first.join();
+    second.join();
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      EXPECT_EQ(forward[i], expected[i]) << paths[i];
+      EXPECT_EQ(backward[i], expected[i]) << paths[i];
+    }
+  }
+}
+
+} // namespace
