@@ -40,38 +40,35 @@ unsigned char decode_base_64_function(unsigned char c) {
   return Base64DecodingTable[c];
 }
 
-void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
-                           quern::error::handler_t* problems) {
-  while (begin != end && *begin == '\n')
-    ++begin;
-  if (begin == end)
-    return;
+namespace {
 
-  // The output never outgrows the input: four letters give three bytes, and
-  // a line passed through replaces whatever its pending letters gave.
-  std::size_t const base = result.size();
-  result.resize(base + static_cast<std::size_t>(end - begin));
-  char* const out = result.data();
-  std::size_t written = base;
+// One decoding run over an output buffer that is as large as the input: the
+// output never outgrows it, since four letters give three bytes and a line
+// passed through replaces whatever its pending letters gave.
+struct base64_run_t {
+  char const* end;
+  char* out;
+  std::size_t written;
   // Bytes from pending_start on come from letters whose group is still
   // open; a line passed through takes them back.
-  std::size_t pending_start = base;
+  std::size_t pending_start;
+  char const* run_start;   // where the bytes a pass-through copies begin
   std::size_t pending = 0; // letters in the open group
   std::uint32_t accumulator = 0;
   unsigned bits = 0;
   std::size_t passed_through = 0;
-  char const* run_start = begin;
-  char const* p = begin;
 
-  auto const drop_pending = [&] {
+  void drop_pending() {
     pending = 0;
     accumulator = 0;
     bits = 0;
     pending_start = written;
-  };
-  // Copies everything from run_start to the end of the line holding `from`
-  // (LF included) and moves on after it. The pending letters are dropped.
-  auto const pass_through = [&](char const* from) {
+  }
+
+  // Copies everything from run_start to the end of the line holding from
+  // (LF included), drops the pending letters and returns where the next
+  // line starts.
+  char const* pass_through(char const* from) {
     auto const* lf = static_cast<char const*>(std::memchr(from, '\n', static_cast<std::size_t>(end - from)));
     char const* const line_end = lf ? lf : end;
     char const* const next = lf ? lf + 1 : end;
@@ -81,66 +78,57 @@ void decode_base_64_append(char const* begin, char const* end, bool line_mode, s
     passed_through += static_cast<std::size_t>(line_end - run_start);
     drop_pending();
     run_start = next;
-    p = next;
-  };
+    return next;
+  }
 
-  while (p != end) {
-    unsigned char const value = decode_base_64_function(static_cast<unsigned char>(*p));
-    if (value < 64) {
-      // Four letters at a time while they last; the accumulator holds fewer
-      // than eight bits between letters, so 24 more always fit.
-      while (end - p >= 4) {
-        unsigned const a = decode_base_64_function(static_cast<unsigned char>(p[0]));
-        unsigned const b = decode_base_64_function(static_cast<unsigned char>(p[1]));
-        unsigned const c = decode_base_64_function(static_cast<unsigned char>(p[2]));
-        unsigned const d = decode_base_64_function(static_cast<unsigned char>(p[3]));
-        if ((a | b | c | d) >= 64)
-          break;
-        accumulator = (accumulator << 24) | (a << 18) | (b << 12) | (c << 6) | d;
-        out[written] = static_cast<char>(accumulator >> (bits + 16));
-        out[written + 1] = static_cast<char>(accumulator >> (bits + 8));
-        out[written + 2] = static_cast<char>(accumulator >> bits);
-        written += 3;
-        accumulator &= (std::uint32_t{1} << bits) - 1;
-        pending += 4;
-        p += 4;
-      }
-      if (p != end) {
-        unsigned const v = decode_base_64_function(static_cast<unsigned char>(*p));
-        if (v < 64) {
-          accumulator = (accumulator << 6) | v;
-          bits += 6;
-          if (bits >= 8) {
-            bits -= 8;
-            out[written++] = static_cast<char>(accumulator >> bits);
-            accumulator &= (std::uint32_t{1} << bits) - 1;
-          }
-          ++pending;
-          ++p;
-        }
-      }
-      continue;
+  // Decodes the letters from p on, four at a time while they last (the
+  // accumulator holds fewer than eight bits between letters, so 24 more
+  // always fit), then at most one more; returns where it stopped.
+  char const* decode_letters(char const* p) {
+    while (end - p >= 4) {
+      unsigned const a = decode_base_64_function(static_cast<unsigned char>(p[0]));
+      unsigned const b = decode_base_64_function(static_cast<unsigned char>(p[1]));
+      unsigned const c = decode_base_64_function(static_cast<unsigned char>(p[2]));
+      unsigned const d = decode_base_64_function(static_cast<unsigned char>(p[3]));
+      if ((a | b | c | d) >= 64)
+        break;
+      accumulator = (accumulator << 24) | (a << 18) | (b << 12) | (c << 6) | d;
+      out[written] = static_cast<char>(accumulator >> (bits + 16));
+      out[written + 1] = static_cast<char>(accumulator >> (bits + 8));
+      out[written + 2] = static_cast<char>(accumulator >> bits);
+      written += 3;
+      accumulator &= (std::uint32_t{1} << bits) - 1;
+      pending += 4;
+      p += 4;
     }
-    if (pending == 0 || value == kBase64IllegalCharacter) {
-      if (pending == 0 && is_blank(*p))
-        ++p;
-      else
-        pass_through(p);
-      continue;
+    if (p == end)
+      return p;
+    unsigned const v = decode_base_64_function(static_cast<unsigned char>(*p));
+    if (v >= 64)
+      return p;
+    accumulator = (accumulator << 6) | v;
+    bits += 6;
+    if (bits >= 8) {
+      bits -= 8;
+      out[written++] = static_cast<char>(accumulator >> bits);
+      accumulator &= (std::uint32_t{1} << bits) - 1;
     }
+    ++pending;
+    return p + 1;
+  }
 
-    // White space or '=' after letters ends a group. The '=' padding only
-    // counts towards the group's length; the byte after it is examined anew.
+  // White space or '=' after letters ends a group. The '=' padding only
+  // counts towards the group's length; the byte after it is examined anew.
+  // In line mode anything but blanks after the group passes its line through.
+  char const* end_group(char const* p, bool line_mode) {
     std::size_t group = pending;
     for (; p != end && *p == '='; ++p)
       ++group;
     if (line_mode && p != end) {
       p = skip_blanks(p, end);
       if (p != end) {
-        if (*p != '\n') {
-          pass_through(p);
-          continue;
-        }
+        if (*p != '\n')
+          return pass_through(p);
         p = skip_blanks(p + 1, end);
       }
     }
@@ -148,14 +136,36 @@ void decode_base_64_append(char const* begin, char const* end, bool line_mode, s
     if (!line_mode || group % 4 == 0)
       drop_pending();
     run_start = p;
+    return p;
   }
+};
 
-  if (problems && passed_through != 0) {
-    problems->push_back(
-        {{"description",
-          text::format("Passed through %zu unexpected characters during base64 decoding.", passed_through)}});
+} // namespace
+
+void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
+                           quern::error::handler_t* problems) {
+  while (begin != end && *begin == '\n')
+    ++begin;
+  if (begin == end)
+    return;
+  std::size_t const base = result.size();
+  result.resize(base + static_cast<std::size_t>(end - begin));
+  base64_run_t run{end, result.data(), base, base, begin};
+  char const* p = begin;
+  while (p != end) {
+    unsigned char const value = decode_base_64_function(static_cast<unsigned char>(*p));
+    if (value < 64)
+      p = run.decode_letters(p);
+    else if (run.pending == 0 && is_blank(*p))
+      ++p;
+    else if (run.pending == 0 || value == kBase64IllegalCharacter)
+      p = run.pass_through(p);
+    else
+      p = run.end_group(p, line_mode);
   }
-  result.resize(written);
+  if (problems && run.passed_through != 0)
+    problems->push_back({{"description", text::format(problem_passed_through, run.passed_through)}});
+  result.resize(run.written);
 }
 
 std::vector<char> decode_base_64_data(char const* begin, char const* end, bool line_mode,

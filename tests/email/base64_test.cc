@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "email/base64.h"
 #include "email/uuencode.h"
+#include "text/format.h"
 
 #include <gtest/gtest.h>
 
@@ -38,8 +39,7 @@ TEST(decode_base_64_data, decodes_or_passes_lines_through) {
       {"QUJD\r\n", false, "ABC\r\n", 1},
   };
   for (auto const& [input, line_mode, expected, passed] : cases) {
-    std::string const problems =
-        passed ? "Passed through " + std::to_string(passed) + " unexpected characters during base64 decoding." : "";
+    std::string const problems = passed ? text::format(email::problem_passed_through, std::size_t(passed)) : "";
     EXPECT_EQ(decode(input, line_mode), decoded_t(expected, problems)) << input;
   }
 }
@@ -72,7 +72,7 @@ TEST(decode_base_64_data, wrapped_data_at_every_width) {
     for (std::size_t i = 0; i < encoded.size(); i += width)
       wrapped += encoded.substr(i, width) + "\n";
     EXPECT_EQ(decode(wrapped + "-- \n*sig*\n", true),
-              decoded_t(data + "-- \n*sig*\n", "Passed through 8 unexpected characters during base64 decoding."))
+              decoded_t(data + "-- \n*sig*\n", text::format(email::problem_passed_through, std::size_t(8))))
         << width;
   }
 }
