@@ -11,11 +11,13 @@
 // (a byte below 0x80 as itself) and counts one error for it, then carries on
 // after that byte. With GNU libiconv this is its fallback hook; with other
 // iconv implementations the loop does the same where iconv reports EILSEQ.
-// The loop also closes gaps of glibc: an escape sequence that an ISO-2022
-// variant does not define stops the conversion exactly like an undecodable
-// byte (instead of being copied into the output), and UTF-8 to UTF-8 is done
-// here, so that encoded surrogates reach the repair and nothing above U+10FFFF
-// reaches the output.
+// The loop also closes gaps of glibc, so that results do not depend on the
+// platform's iconv: an escape sequence that an ISO-2022 variant does not
+// define, a control character inside an ISO-2022-JP run of two-byte or
+// katakana characters, and a byte that EUC-KR, EUC-JP or Big5 does not use
+// each stop the conversion exactly like an undecodable byte (glibc would copy
+// them to the output); and UTF-8 to UTF-8 is done here, so that encoded
+// surrogates reach the repair and nothing above U+10FFFF reaches the output.
 #include "charset/convert.h"
 
 #include <algorithm>
@@ -52,8 +54,14 @@ using detail::classify_escape;
 using detail::defined_escapes;
 using detail::descriptor_t;
 using detail::escape_t;
+using detail::has_japanese_runs;
 using detail::is_utf8_name;
 using detail::open_descriptor;
+using detail::run_t;
+using detail::shift_of;
+using detail::shift_t;
+using detail::stray_byte_t;
+using detail::stray_bytes;
 
 std::string hex_context(std::pair<char const*, char const*> span) {
   std::string context;
@@ -278,33 +286,70 @@ void install_fallbacks([[maybe_unused]] iconv_t cd, [[maybe_unused]] std::uint64
 #endif
 }
 
-// How far iconv may read from in: to the end, or up to the first escape that
+// How far iconv may read from in: to the end, or up to the first byte that
 // it must not see, with error telling what stopping there means.
 struct limit_t {
   char const* end;
   int error; // 0 when only the window ended
 };
 
-// With escapes to check, iconv sees the input one window at a time, each
-// window ending before the first escape it must not see. Windows grow as they
-// are used up, so escapes are looked at about as far ahead as the conversion
-// gets, however often it is restarted.
-limit_t next_limit(char const* escapes, char const* in, char const* last, std::size_t window) {
-  if (!escapes)
-    return {last, 0};
-  char const* const horizon = static_cast<std::size_t>(last - in) > window ? in + window : last;
-  char const* p = in;
-  while ((p = std::find(p, horizon, '\x1B')) != horizon) {
-    std::size_t length = 0;
-    escape_t const kind = classify_escape(escapes, p, last, length);
-    if (kind != escape_t::defined)
-      return {p, kind == escape_t::undefined ? EILSEQ : EINVAL};
-    p += length;
-    if (p >= horizon)
-      break;
+// Finds what iconv must not see of one conversion's input: escapes the
+// ISO-2022 variant does not define, bytes an ISO-2022-JP run cannot hold, and
+// bytes the charset does not use that glibc would read as C1 controls. Each
+// of them stops the conversion exactly as an undecodable sequence would. The
+// input is looked at one window at a time, each ending before the first such
+// byte; windows grow as they are used up, so the input is looked at about as
+// far ahead as the conversion gets, however often it is restarted.
+//
+// The guard follows the escapes as the converter does, so it knows the run a
+// byte is in. A call starts where the converter stands, which is never before
+// an escape the last call went past: the run found there still holds.
+class guard_t {
+public:
+  explicit guard_t(std::string const& source)
+      : escapes_(defined_escapes(source)), japanese_runs_(escapes_ && has_japanese_runs(source)),
+        stray_(stray_bytes(source)) {}
+
+  limit_t next(char const* in, char const* last, std::size_t window) {
+    if (!escapes_ && !stray_)
+      return {last, 0};
+    char const* const horizon = static_cast<std::size_t>(last - in) > window ? in + window : last;
+    char const* p = in;
+    while (p < horizon) {
+      auto const c = static_cast<unsigned char>(*p);
+      if (c == 0x1B && escapes_) {
+        std::size_t length = 0;
+        escape_t const kind = classify_escape(escapes_, p, last, length);
+        if (kind != escape_t::defined)
+          return {p, kind == escape_t::undefined ? EILSEQ : EINVAL};
+        std::size_t skip = 0;
+        if (japanese_runs_) {
+          shift_t const shift = shift_of(p, length);
+          if (shift.changes)
+            run_ = shift.run;
+          skip = shift.skip_after;
+        }
+        p += std::min(length + skip, static_cast<std::size_t>(last - p));
+        continue;
+      }
+      if (stray_ && stray_(c))
+        return {p, EILSEQ};
+      if (run_ != run_t::single && (c < 0x21 || c >= 0x7F)) {
+        // A lone byte at the end of a two-byte run is half a character,
+        // whatever it is, as it would be in any run that breaks off there.
+        return {p, run_ == run_t::two_byte && p + 1 == last ? EINVAL : EILSEQ};
+      }
+      ++p;
+    }
+    return {p, 0};
   }
-  return {std::max(p, horizon), 0};
-}
+
+private:
+  char const* const escapes_;
+  bool const japanese_runs_;
+  stray_byte_t const stray_;
+  run_t run_ = run_t::single;
+};
 
 // One run of the converter over [in, limit) into the free part of the
 // buffer; moves in past what it read and returns 0 or the errno value.
@@ -346,9 +391,9 @@ void spell_undecodable(char byte, output_t& output, std::string const& to_charse
 int convert_through(iconv_t cd, char const*& in, char const* last, std::string const& source,
                     std::string const& to_charset, std::uint64_t* error_count, output_t& output) {
   bool const utf8_copy = output.to_utf8 && is_utf8_name(source);
-  char const* const escapes = defined_escapes(source);
+  guard_t guard(source);
   std::size_t window = 1024;
-  limit_t limit = next_limit(escapes, in, last, window);
+  limit_t limit = guard.next(in, last, window);
   for (;;) {
     // iconv gets at most a slice of the input per call. glibc's converters
     // that go through its internal form convert ahead of a full output
@@ -372,10 +417,10 @@ int convert_through(iconv_t cd, char const*& in, char const* last, std::string c
         return 0;
       if (limit.error == 0) { // only the window ended (or cut a character)
         window *= 2;
-        limit = next_limit(escapes, in, last, window);
+        limit = guard.next(in, last, window);
         continue;
       }
-      // An escape iconv must not see; a character cut off by it is invalid
+      // A byte iconv must not see; a character cut off by it is invalid
       // rather than incomplete.
       status = in == limit.end ? limit.error : EILSEQ;
     }
@@ -384,7 +429,7 @@ int convert_through(iconv_t cd, char const*& in, char const* last, std::string c
     ++*error_count;
     spell_undecodable(*in, output, to_charset);
     if (++in > limit.end)
-      limit = next_limit(escapes, in, last, window);
+      limit = guard.next(in, last, window);
   }
 }
 

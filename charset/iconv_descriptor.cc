@@ -50,9 +50,13 @@ std::string normalized(std::string_view name) {
 
 // The name to hand to iconv_open, or false when the name must not reach it.
 bool native_name(std::string const& name, std::string& native) {
-  // Charset names never hold a slash; iconv would read what follows one as
-  // conversion flags (//IGNORE, //TRANSLIT) that change strictness.
-  if (name.find('/') != std::string::npos)
+  // Charset names hold letters, digits and "-_.:" only. A slash would start
+  // conversion flags (//IGNORE, //TRANSLIT) that change strictness, and glibc
+  // drops blanks and most punctuation before its lookup, which would make
+  // "iso-8859-1 " or "utf(8)" known names.
+  if (!std::all_of(name.begin(), name.end(), [](char c) {
+        return text::is_alnum(c) || std::string_view("-_.:").find(c) != std::string_view::npos;
+      }))
     return false;
   // Nothing declared: only 7-bit text is converted under this name, and it
   // must not depend on the process locale.
@@ -198,6 +202,50 @@ escape_t classify_escape(char const* escapes, char const* p, char const* last, s
       ++entry;
   }
   return truncated ? escape_t::truncated : escape_t::undefined;
+}
+
+shift_t shift_of(char const* escape, std::size_t length) {
+  std::string_view const sequence(escape + 1, length - 1);
+  if (sequence == "N")
+    return {false, run_t::single, 1};
+  if (sequence.front() == '$')
+    return {true, run_t::two_byte, 0};
+  if (sequence.front() == '(')
+    return {true, sequence == "(I" ? run_t::katakana : run_t::single, 0};
+  return {}; // a designation into G2
+}
+
+bool has_japanese_runs(std::string_view charset) {
+  std::string const key = normalized(charset);
+  return key.starts_with("iso2022jp") || key.starts_with("csiso2022jp");
+}
+
+namespace {
+
+bool stray_in_euc_kr(unsigned char c) {
+  return c >= 0x80 && c <= 0x9F;
+}
+
+// 0x8E and 0x8F are EUC-JP's single shifts into its other code sets.
+bool stray_in_euc_jp(unsigned char c) {
+  return c >= 0x80 && c <= 0x9F && c != 0x8E && c != 0x8F;
+}
+
+bool stray_in_big5(unsigned char c) {
+  return c == 0x80;
+}
+
+} // namespace
+
+stray_byte_t stray_bytes(std::string_view charset) {
+  std::string const key = normalized(charset);
+  if (key == "euckr" || key == "cseuckr")
+    return &stray_in_euc_kr;
+  if (key == "eucjp" || key == "cseucpkdfmtjapanese" || key == "ujis")
+    return &stray_in_euc_jp;
+  if (key == "big5" || key == "bigfive" || key == "cnbig5" || key == "csbig5")
+    return &stray_in_big5;
+  return nullptr;
 }
 
 bool is_utf8_name(std::string_view charset) {

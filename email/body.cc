@@ -1,6 +1,22 @@
 // SPDX-License-Identifier: MIT
+// The body walker. Entities nest (multiparts in multiparts, enclosed
+// messages), and a hostile message may nest them a million levels deep, so
+// the walk keeps its own stack of open entities instead of recursing: the
+// host's stack stays the same at any depth. Each open multipart or enclosed
+// message is a frame holding the parts still to walk, what their walks are
+// after and the text gathered so far; a finished entity hands its text to the
+// frame below.
+//
+// Two things keep the walk linear in the input however deep it goes: from a
+// few levels down the delimiter searches use an index of the buffer (each
+// level would otherwise rescan the rest of the body for its own delimiter),
+// and the bytes that decoding containers may produce are bounded by a
+// multiple of the input (each level of an encoded enclosed message would
+// otherwise hold a copy of nearly all of it).
 #include "email/body.h"
 
+#include <algorithm>
+#include <memory>
 #include <vector>
 
 #include "charset/convert.h"
@@ -35,17 +51,7 @@ struct context_t {
   quern::error::handler_t* problems = nullptr; // told what the decoders repair
 };
 
-std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
-                 context_t& context);
-
-// The text of a nested entity: its own header block, then its body.
-std::string walk_nested(char const* begin, char const* end, std::size_t depth, context_t& context) {
-  header_map_t headers = quick_parse_headers(begin, end, subpart_headers(),
-                                             context.full ? reading_t::full : reading_t::desktop, context.problems);
-  return walk(begin, end, headers, false, depth, context);
-}
-
-void note_name(header_map_t const& headers, context_t& context) {
+void note_name(header_map_t const& headers, context_t const& context) {
   if (!context.names)
     return;
   if (std::string name = attachment_name(entry(headers, "content-disposition"), entry(headers, "content-type"));
@@ -54,8 +60,8 @@ void note_name(header_map_t const& headers, context_t& context) {
 }
 
 std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_map_t const& headers, bool first_only,
-                                     quern::error::handler_t* problems) {
-  auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), first_only, problems);
+                                     quern::error::handler_t* problems, delimiter_index_t const* index) {
+  auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), first_only, problems, index);
   // The first range is the preamble and the last whatever follows the
   // parts; neither is text of the message.
   if (ranges.size() >= 2) {
@@ -65,44 +71,6 @@ std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_
     ranges.clear();
   }
   return ranges;
-}
-
-// Only the file names of a part whose text is not wanted.
-void walk_names(char const* begin, char const* end, std::size_t depth, context_t& context) {
-  if (depth > max_nesting_depth)
-    return;
-  header_map_t headers = quick_parse_headers(begin, end, subpart_headers(), reading_t::full);
-  std::string const& type = entry(headers, "#type");
-  if (type == "multipart") {
-    for (auto const& [first, last] : body_parts(begin, end, headers, false, nullptr))
-      walk_names(first, last, depth + 1, context);
-  } else {
-    note_name(headers, context);
-  }
-}
-
-// The full reading's multipart/alternative: the first alternative that gives
-// plain text, else the first that gives HTML text.
-std::string pick_alternative(std::vector<byte_range_t> const& parts, std::size_t depth, context_t& context) {
-  bool const html = context.html;
-  context.html = false;
-  std::string result;
-  for (auto const& [first, last] : parts)
-    if (std::string text = walk_nested(first, last, depth, context); has_text(text) && result.empty())
-      result = std::move(text);
-  context.html = html;
-  if (!result.empty() || !html)
-    return result;
-  // The names were listed by the first round.
-  auto* const names = context.names;
-  context.names = nullptr;
-  for (auto const& [first, last] : parts)
-    if (std::string text = walk_nested(first, last, depth, context); has_text(text)) {
-      result = std::move(text);
-      break;
-    }
-  context.names = names;
-  return result;
 }
 
 std::string html_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& charset,
@@ -127,82 +95,241 @@ std::string html_text(char const* begin, char const* end, std::vector<char>& buf
   return text;
 }
 
-// The text of a multipart entity: all parts of a mixed one joined (below
-// 20,000,000 bytes), one alternative, or else the first part.
-std::string walk_multipart(char const* begin, char const* end, header_map_t const& headers, std::string const& subtype,
-                           std::size_t depth, context_t& context) {
-  std::string result;
-  bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
-  // The full reading looks at every part: for names, and for alternatives.
-  auto const ranges = body_parts(begin, end, headers, !walk_all && !context.full, context.problems);
-  if (subtype == "mixed" && walk_all) {
-    for (auto const& [first, last] : ranges)
-      if (std::string text = walk_nested(first, last, depth + 1, context); has_text(text))
-        result += text;
-  } else if (subtype == "alternative" && context.full) {
-    result = pick_alternative(ranges, depth + 1, context);
-  } else if (subtype == "alternative") {
-    for (auto it = ranges.rbegin(); it != ranges.rend(); ++it)
-      if (std::string text = walk_nested(it->first, it->second, depth + 1, context); has_text(text)) {
-        result = std::move(text);
-        break;
+// Searches at this depth and deeper use the delimiter index; shallower ones
+// scan, which costs less than building the index for ordinary mail.
+constexpr std::size_t indexed_depth = 8;
+
+// How an open multipart or enclosed message makes its text of its parts'.
+enum class join_t {
+  all,        // multipart/mixed: every part's text, in order, no separator
+  first,      // the first part (in walking order) that has text
+  first_scan, // the same, but every part is walked (for its file names)
+  names,      // no text: only the parts' file names are wanted
+};
+
+// An open multipart or enclosed message: the parts still to walk and the
+// text gathered so far.
+struct frame_t {
+  frame_t(std::vector<char> decoded, char const* first, char const* last, context_t const& walk_context, join_t how)
+      : buffer(std::move(decoded)), base_begin(first), base_end(last), context(walk_context), join(how) {}
+
+  std::vector<char> buffer; // the decoded body, when it was encoded
+  char const* base_begin;   // the buffer the parts lie in
+  char const* base_end;
+  context_t context; // what the parts' walks are after
+  join_t join = join_t::first;
+  std::vector<byte_range_t> parts; // in walking order
+  std::size_t next = 0;
+  std::vector<byte_range_t> name_parts; // walked for file names only, after the parts
+  bool html_round = false;              // the full reading's second look at the alternatives
+  std::string text;
+};
+
+class walker_t {
+public:
+  walker_t(char const* begin, char const* end, context_t const& context)
+      : root_(context), decode_budget_(2 * static_cast<std::size_t>(end - begin) + (16u << 20)) {}
+
+  std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level) {
+    std::string text;
+    bool done = open_entity(begin, end, begin, end, headers, top_level, root_, text);
+    for (;;) {
+      if (done) {
+        if (stack_.empty())
+          return text;
+        take(stack_.back(), std::move(text));
       }
-  } else if (!ranges.empty()) {
-    if (std::string text = walk_nested(ranges.front().first, ranges.front().second, depth + 1, context); has_text(text))
-      result = std::move(text);
-    if (context.names)
-      for (auto it = ranges.begin() + 1; it != ranges.end(); ++it)
-        walk_names(it->first, it->second, depth + 1, context);
-  }
-  return result;
-}
-
-std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level, std::size_t depth,
-                 context_t& context) {
-  if (depth > max_nesting_depth)
-    return no_text_marker;
-  std::string type = entry(headers, "#type");
-  std::string subtype = entry(headers, "#subtype");
-  std::string result;
-  if (type != "multipart")
-    note_name(headers, context);
-
-  // A text part that cannot be chosen gives no text whatever its bytes; when
-  // nobody listens for the problems its decoding would find, it is not
-  // decoded. Most base64 in real mail is text attachments (CSV, calendars).
-  bool const inline_part = entry(headers, "#disposition") == "inline";
-  bool const plain_wanted = subtype == "plain" && inline_part;
-  bool const html_wanted = context.html && subtype == "html" && inline_part;
-  std::vector<char> buffer;
-  if (type == "multipart" || type == "message" ||
-      (type == "text" && (plain_wanted || html_wanted || context.problems))) {
-    std::string const& encoding = entry(headers, "#encoding");
-    if ((encoding == "base64" || encoding == "quoted-printable") &&
-        decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer, context.problems)) {
-      begin = buffer.data();
-      end = begin + buffer.size();
+      frame_t& frame = stack_.back();
+      if (frame.next == frame.parts.size() && frame.html_round && frame.text.empty()) {
+        // No alternative gave plain text: the first that gives HTML text
+        // wins. The names were listed by the first round.
+        frame.html_round = false;
+        frame.context.html = true;
+        frame.context.names = nullptr;
+        frame.join = join_t::first;
+        frame.next = 0;
+      }
+      bool const names_only = frame.next == frame.parts.size();
+      if (names_only && frame.name_parts.empty()) {
+        text = frame.text.empty() ? std::string(no_text_marker) : std::move(frame.text);
+        if (index_ && !frame.buffer.empty() && index_base_ == frame.buffer.data())
+          index_.reset(); // its buffer goes, and another may take its place
+        stack_.pop_back();
+        done = true;
+        continue;
+      }
+      byte_range_t part;
+      if (names_only) {
+        part = frame.name_parts.back();
+        frame.name_parts.pop_back();
+      } else {
+        part = frame.parts[frame.next++];
+      }
+      char const* const base_begin = frame.base_begin;
+      char const* const base_end = frame.base_end;
+      context_t const context = frame.context;
+      if (names_only || frame.join == join_t::names) {
+        done = open_names(part.first, part.second, base_begin, base_end, context);
+        text = no_text_marker;
+        continue;
+      }
+      // A nested entity: its own header block, then its body.
+      auto [first, last] = part;
+      header_map_t part_headers = quick_parse_headers(
+          first, last, subpart_headers(), context.full ? reading_t::full : reading_t::desktop, context.problems);
+      done = open_entity(first, last, base_begin, base_end, part_headers, false, context, text);
     }
   }
 
-  if (type == "multipart") {
-    result = walk_multipart(begin, end, headers, subtype, depth, context);
-  } else if (type == "message" && subtype == "rfc822") {
-    std::string text = walk_nested(begin, end, depth + 1, context);
-    if (has_text(text))
-      result = std::move(text);
-  } else if (type == "text" && plain_wanted) {
-    // The importer never applies format=flowed: the text is only
-    // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
-    // the converter's own choice (the fallback names no charset).
-    decode_text(
-        begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); },
-        context.problems);
-    result.assign(buffer.begin(), buffer.end());
-  } else if (type == "text" && html_wanted) {
-    result = html_text(begin, end, buffer, entry(headers, "#charset"), context.problems);
+private:
+  // A part's text joins the text of the entity it belongs to.
+  static void take(frame_t& frame, std::string text) {
+    if (!has_text(text) || frame.join == join_t::names)
+      return;
+    if (frame.join == join_t::all) {
+      if (frame.text.empty())
+        frame.text = std::move(text);
+      else
+        frame.text += text;
+    } else if (frame.text.empty()) {
+      frame.text = std::move(text);
+      if (frame.join == join_t::first)
+        frame.next = frame.parts.size();
+    }
   }
-  return result.empty() ? std::string(no_text_marker) : result;
-}
+
+  // Starts the walk of the entity [begin, end), which lies in the buffer
+  // [base_begin, base_end): a leaf sets its text at once (true); a container
+  // becomes a frame whose parts come next (false).
+  bool open_entity(char const* begin, char const* end, char const* base_begin, char const* base_end,
+                   header_map_t& headers, bool top_level, context_t const& context, std::string& text) {
+    text = no_text_marker;
+    if (stack_.size() > max_nesting_depth)
+      return true;
+    std::string type = entry(headers, "#type");
+    std::string subtype = entry(headers, "#subtype");
+    if (type != "multipart")
+      note_name(headers, context);
+
+    // A text part that cannot be chosen gives no text whatever its bytes;
+    // when nobody listens for the problems its decoding would find, it is not
+    // decoded. Most base64 in real mail is text attachments (CSV, calendars).
+    bool const inline_part = entry(headers, "#disposition") == "inline";
+    bool const plain_wanted = subtype == "plain" && inline_part;
+    bool const html_wanted = context.html && subtype == "html" && inline_part;
+    std::vector<char> buffer;
+    if (type == "multipart" || type == "message" ||
+        (type == "text" && (plain_wanted || html_wanted || context.problems))) {
+      std::string const& encoding = entry(headers, "#encoding");
+      if (encoding == "base64" || encoding == "quoted-printable") {
+        // Decoding a container copies nearly all of it, once per level.
+        if (type != "text" && static_cast<std::size_t>(end - begin) > decode_budget_)
+          return true;
+        if (decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer,
+                   context.problems)) {
+          begin = buffer.data();
+          end = begin + buffer.size();
+          if (type != "text") {
+            decode_budget_ -= std::min(decode_budget_, buffer.size());
+            base_begin = begin;
+            base_end = end;
+          }
+        }
+      }
+    }
+
+    if (type == "multipart") {
+      open_multipart(begin, end, base_begin, base_end, std::move(buffer), headers, subtype, context);
+      return false;
+    }
+    if (type == "message" && subtype == "rfc822") {
+      // Pointers into the buffer stay valid: moving a vector keeps its
+      // storage.
+      frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
+      frame.parts.emplace_back(begin, end);
+      stack_.push_back(std::move(frame));
+      return false;
+    }
+    if (type == "text" && plain_wanted) {
+      // The importer never applies format=flowed: the text is only
+      // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
+      // the converter's own choice (the fallback names no charset).
+      decode_text(
+          begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); },
+          context.problems);
+      if (!buffer.empty())
+        text.assign(buffer.begin(), buffer.end());
+    } else if (type == "text" && html_wanted) {
+      text = html_text(begin, end, buffer, entry(headers, "#charset"), context.problems);
+      if (text.empty())
+        text = no_text_marker;
+    }
+    return true;
+  }
+
+  // A multipart's parts: all of a mixed one (below 20,000,000 bytes), one
+  // alternative, or else the first part.
+  void open_multipart(char const* begin, char const* end, char const* base_begin, char const* base_end,
+                      std::vector<char> buffer, header_map_t const& headers, std::string const& subtype,
+                      context_t const& context) {
+    frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
+    bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
+    // The full reading looks at every part: for names, and for alternatives.
+    frame.parts = body_parts(begin, end, headers, !walk_all && !context.full, context.problems,
+                             index_for(base_begin, base_end, begin, end));
+    if (subtype == "mixed" && walk_all) {
+      frame.join = join_t::all;
+    } else if (subtype == "alternative" && context.full) {
+      // The first alternative that gives plain text, else the first that
+      // gives HTML text.
+      frame.join = join_t::first_scan;
+      frame.context.html = false;
+      frame.html_round = context.html;
+    } else if (subtype == "alternative") {
+      std::reverse(frame.parts.begin(), frame.parts.end());
+    } else if (!frame.parts.empty()) {
+      if (context.names)
+        frame.name_parts.assign(frame.parts.rbegin(), frame.parts.rend() - 1); // taken from the back
+      frame.parts.resize(1);
+    }
+    stack_.push_back(std::move(frame));
+  }
+
+  // Only the file names of a part whose text is not wanted: true when done,
+  // false when its parts come next.
+  bool open_names(char const* begin, char const* end, char const* base_begin, char const* base_end,
+                  context_t const& context) {
+    if (stack_.size() > max_nesting_depth)
+      return true;
+    header_map_t headers = quick_parse_headers(begin, end, subpart_headers(), reading_t::full);
+    if (entry(headers, "#type") != "multipart") {
+      note_name(headers, context);
+      return true;
+    }
+    frame_t frame({}, base_begin, base_end, context, join_t::names);
+    frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end));
+    stack_.push_back(std::move(frame));
+    return false;
+  }
+
+  // The index for searches in [begin, end) of the buffer [base_begin,
+  // base_end), deep enough down to need one.
+  delimiter_index_t const* index_for(char const* base_begin, char const* base_end, char const* begin, char const* end) {
+    if (stack_.size() < indexed_depth)
+      return nullptr;
+    if (!index_ || index_base_ != base_begin) {
+      index_ = std::make_unique<delimiter_index_t>(base_begin, base_end);
+      index_base_ = base_begin;
+    }
+    return index_->covers(begin, end) ? index_.get() : nullptr;
+  }
+
+  context_t root_;
+  std::size_t decode_budget_;
+  std::vector<frame_t> stack_;
+  std::unique_ptr<delimiter_index_t> index_;
+  char const* index_base_ = nullptr;
+};
 
 } // namespace
 
@@ -210,7 +337,7 @@ std::string parse_body(char const* begin, char const* end, header_map_t& headers
                        quern::error::handler_t* problems) {
   context_t context;
   context.problems = problems;
-  return walk(begin, end, headers, top_level, 0, context);
+  return walker_t(begin, end, context).walk(begin, end, headers, top_level);
 }
 
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
@@ -219,7 +346,7 @@ std::string parse_body(char const* begin, char const* end, header_map_t& headers
   if (reading == reading_t::full)
     context = {true, true, attachment_names, nullptr};
   context.problems = problems;
-  return walk(begin, end, headers, top_level, 0, context);
+  return walker_t(begin, end, context).walk(begin, end, headers, top_level);
 }
 
 } // namespace email

@@ -3,11 +3,15 @@
 // one candidate line (an LF followed by the delimiter's first byte) to the
 // next with memchr; each candidate is accepted or rejected by looking at most
 // at the delimiter's length plus the padding of that line, and the search
-// only moves forward, so no byte is scanned twice.
+// only moves forward, so no byte is scanned twice. With an index of the
+// buffer it looks only at the lines whose key fits, and checks each of them
+// exactly as the scan would.
 #include "email/multipart.h"
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <string_view>
 
 #include "email/body.h"
 #include "text/ascii.h"
@@ -42,12 +46,101 @@ bool is_delimiter_line(char const* line, char const* end, std::string const& del
   return true;
 }
 
+std::size_t key_hash(std::string_view key) {
+  return std::hash<std::string_view>()(key);
+}
+
+// The index's key of a delimiter line: what follows "--", less trailing
+// blanks. A delimiter line for boundary B is "--" B, optionally "--", then
+// blanks: its key is B less trailing blanks, or B "--".
+std::string_view line_key(char const* line, char const* line_end) {
+  char const* key_end = line_end;
+  while (key_end > line + 2 && is_blank(key_end[-1]))
+    --key_end;
+  return {line + 2, static_cast<std::size_t>(key_end - line - 2)};
+}
+
+} // namespace
+
+delimiter_index_t::delimiter_index_t(char const* begin, char const* end) : begin_(begin), end_(end) {
+  char const* line = begin;
+  while (line != end) {
+    auto const* lf = static_cast<char const*>(std::memchr(line, '\n', static_cast<std::size_t>(end - line)));
+    char const* const line_end = lf ? lf : end;
+    if (line_end - line >= 2 && line[0] == '-' && line[1] == '-')
+      lines_.emplace_back(key_hash(line_key(line, line_end)), line);
+    if (!lf)
+      break;
+    line = lf + 1;
+  }
+  std::sort(lines_.begin(), lines_.end());
+}
+
+bool delimiter_index_t::covers(char const* first, char const* last) const {
+  return begin_ <= first && first <= last && last <= end_ && (last == end_ || *last == '\n');
+}
+
+namespace {
+
+// The indexed search: the candidate lines after begin whose key fits, in
+// input order, each checked as the scan would check it.
+char const* find_indexed(std::vector<std::pair<std::size_t, char const*>> const& lines, char const* begin,
+                         char const* end, std::string const& delimiter, char const*& after, bool& close,
+                         bool& missing_newline) {
+  std::string_view const boundary = std::string_view(delimiter).substr(2);
+  std::string_view open = boundary;
+  while (!open.empty() && is_blank(open.back()))
+    open.remove_suffix(1);
+  std::size_t const hashes[2] = {key_hash(open), key_hash(std::string(boundary) + "--")};
+  using entry_t = std::pair<std::size_t, char const*>;
+  auto const first_after = [&](std::size_t hash) {
+    return std::upper_bound(lines.begin(), lines.end(), entry_t{hash, begin});
+  };
+  auto const usable = [&](auto it, std::size_t hash) {
+    return it != lines.end() && it->first == hash && it->second < end;
+  };
+  auto a = first_after(hashes[0]);
+  auto b = hashes[1] == hashes[0] ? lines.end() : first_after(hashes[1]);
+  for (;;) {
+    bool const has_a = usable(a, hashes[0]), has_b = usable(b, hashes[1]);
+    if (!has_a && !has_b)
+      return nullptr;
+    auto& next = has_a && (!has_b || a->second < b->second) ? a : b;
+    char const* const line = next->second;
+    ++next;
+    close = false;
+    if (is_delimiter_line(line, end, delimiter, after, close, missing_newline))
+      return line;
+  }
+}
+
 } // namespace
 
 char const* find_boundary(char const* begin, char const* end, std::string const& delimiter, bool at_line_start,
-                          char const*& after, bool* is_close, quern::error::handler_t* problems) {
+                          char const*& after, bool* is_close, quern::error::handler_t* problems,
+                          delimiter_index_t const* index) {
   bool close_unused = false;
   bool& close = is_close ? *is_close : close_unused;
+  if (index && index->covers(begin, end)) {
+    bool missing_newline = false;
+    close = false;
+    char const* range_end = nullptr;
+    if (at_line_start && is_delimiter_line(begin, end, delimiter, after, close, missing_newline)) {
+      range_end = begin;
+    } else if (char const* line = find_indexed(index->lines_, begin, end, delimiter, after, close, missing_newline)) {
+      range_end = line - 1;
+    }
+    if (range_end) {
+      if (missing_newline && problems)
+        problems->push_back({{"description", problem_missing_newline}, {"context", "delimiter"}});
+      return range_end;
+    }
+    close = false;
+    if (problems)
+      problems->push_back({{"description", problem_no_closing_boundary}, {"context", delimiter}});
+    after = end;
+    return end;
+  }
   // Only a line that starts with the delimiter is a candidate, so the search
   // is for the delimiter's first byte ('-') right after an LF: base64 has no
   // '-' at all, and most text has far fewer of them than line ends.
@@ -90,7 +183,8 @@ char const* find_boundary(char const* begin, char const* end, std::string const&
 }
 
 std::vector<byte_range_t> parse_subparts(char const* begin, char const* end, std::string const& boundary,
-                                         bool first_part_only, quern::error::handler_t* problems) {
+                                         bool first_part_only, quern::error::handler_t* problems,
+                                         delimiter_index_t const* index) {
   std::vector<byte_range_t> ranges;
   if (begin == end || boundary.empty())
     return ranges;
@@ -101,7 +195,8 @@ std::vector<byte_range_t> parse_subparts(char const* begin, char const* end, std
   for (;;) {
     char const* after = end;
     bool is_close = false;
-    char const* const range_end = find_boundary(cursor, end, delimiter, at_line_start, after, &is_close, problems);
+    char const* const range_end =
+        find_boundary(cursor, end, delimiter, at_line_start, after, &is_close, problems, index);
     at_line_start = false;
     ranges.emplace_back(cursor, range_end);
     cursor = after;

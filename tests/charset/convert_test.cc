@@ -144,6 +144,34 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
        {text::format(problem_circled_number, "iso-2022-jp-3")}},
       {"a\x1B$B-50!\x1B(B", "iso-2022-jp", "a0!", {}},
       {"ab\x1B$B-!", "iso-2022-jp", "ab-", {invalid(jp3), incomplete(jp3)}},
+      // Bytes a multibyte charset does not use are undecodable, not C1
+      // controls; after a lead byte they make it undecodable too.
+      {"abc\x80"
+       "def" +
+           tail,
+       "euc-kr",
+       "abc<U+0080>def" + tail,
+       {invalid("euc-kr")}},
+      {"\xB0\xA1\x9F\xB0\x85" + tail, "euc-kr", "\xEA\xB0\x80<U+009F><U+00B0><U+0085>" + tail, {invalid("euc-kr")}},
+      {"\x8E\xB1\x8D\x90" + tail, "euc-jp", "\xEF\xBD\xB1<U+008D><U+0090>" + tail, {invalid("euc-jp")}},
+      {"l1\n\x9Fx\nl3", "iso-2022-jp", "l1\n<U+009F>x\nl3", {invalid("euc-jp")}},
+      {"\xA4\xA4\x80" + tail, "big5", "\xE4\xB8\xAD<U+0080>" + tail, {invalid("big5")}},
+      // A control character, space or DEL cannot stand inside a two-byte or
+      // katakana run: the strict pass stops there and the next line starts
+      // over from ASCII. A byte left alone at the end of a two-byte run is
+      // half a character, and the tolerant pass drops it like any other.
+      {"\x1B$B0!\n0!\x1B(B", "iso-2022-jp", A_0208 "0!", {invalid(jp3), incomplete(jp3)}},
+      {"\x1B$B0!\t0!\x1B(B\n", "iso-2022-jp", A_0208 "\t" A_0208 "\n", {invalid(jp3)}},
+      {"\x1B$B 0!\x7F\x1B(Bz", "iso-2022-jp", " " A_0208 "\x7Fz", {invalid(jp3)}},
+      {"\x1B$(D0!\r\n0!",
+       "iso-2022-jp",
+       A_0212 "\r\n0!",
+       {invalid(jp3), upgrade("ISO-2022-JP-1"), invalid("iso-2022-jp-1")}},
+      {"\x1B(I1\n1", "iso-2022-jp", "\xEF\xBD\xB1\n1", {invalid(jp3)}},
+      {"\x1B$B$3\x10", "iso-2022-jp", "\xE3\x81\x93", {incomplete(jp3), incomplete(jp3)}},
+      {"\x1B$B0!\x80", "iso-2022-jp", A_0208, {incomplete(jp3), incomplete(jp3)}},
+      // glibc would find "iso-8859-1" under this name; it is not a name.
+      {"caf\xE9 " + tail, "iso-8859-1 ", "caf<U+00E9> " + tail, {unknown, problem_unknown_charset_utf8}},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(printable(c.input) + " as " + c.charset);
@@ -205,6 +233,13 @@ TEST(convert, reports_where_it_stopped) {
       {"caf\xC3\xA9", "utf-8", "ISO-8859-1", -1, "caf\xE9", 5, ""},
       // Conversion flags in a name would change strictness.
       {"ab", "utf-8//IGNORE", "UTF-8", -1, "", 0, problem_unknown_charset},
+      {"ab", "utf(8)", "UTF-8", -1, "", 0, problem_unknown_charset},
+      {"ab", " utf-8", "UTF-8", -1, "", 0, problem_unknown_charset},
+      {"ab", "iso-8859-1", "ISO_8859-1:1987", -1, "ab", 2, ""},
+      // A byte the charset does not use stops it, also inside a character.
+      {"ab\x85xy", "euc-kr", "UTF-8", -1, "ab", 2, problem_invalid_sequence},
+      {"ab\xB0\x85xy", "euc-kr", "UTF-8", 2, "ab<U+00B0><U+0085>xy", 6, ""},
+      {"a\x8E\xB1\x8F\xB0\xA1z", "euc-jp", "UTF-8", -1, "a\xEF\xBD\xB1\xE4\xB8\x82z", 7, ""},
       // ISO-2022 escapes a variant does not define stop it (glibc would copy
       // them); one cut off by the end is incomplete, not undefined.
       {"abc\x1B$(D0!\x1B(B", jp3, "UTF-8", -1, "abc", 3, problem_invalid_sequence},

@@ -64,6 +64,23 @@ TEST(walker, selects_the_text) {
     EXPECT_EQ(text_of(message), expected) << message;
 }
 
+// Enclosed messages are decoded while all that decoding stays within twice
+// the input and 16 MiB, so a deep chain of encoded messages cannot make a
+// copy of itself per level: past the bound it yields no text.
+TEST(walker, decoding_containers_is_bounded) {
+  std::string filler;
+  while (filler.size() < (4u << 20))
+    filler += std::string(75, 'y') + "\n";
+  auto const chain = [&filler](int levels) {
+    std::string message = "Subject: chain\n";
+    for (int i = 0; i < levels; ++i)
+      message += "Content-Type: message/rfc822\nContent-Transfer-Encoding: quoted-printable\n\n";
+    return message + "Content-Type: text/plain\n\nT" + filler;
+  };
+  EXPECT_EQ(text_of(chain(3)).substr(0, 4), "Tyyy");
+  EXPECT_EQ(text_of(chain(12)), marker);
+}
+
 TEST(walker, big_mixed_bodies_keep_their_first_part) {
   std::string const big = "Content-Type: application/octet-stream\n\n" + std::string(20'000'000, 'x');
   EXPECT_EQ(text_of(multipart("mixed", {plain_a, big, plain_b})), "A");

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "charset/convert.h"
 #include "support.h"
 #include "text/format.h"
 
@@ -12,6 +13,7 @@ using namespace email;
 using namespace std::string_literals;
 
 TEST(decode_header_line, decodes_joins_and_reports) {
+  std::string const jis_cut = charset::problem_incomplete_sequence + " (iconv / iso-2022-jp-3) [{1B}$B$3{10}]"s;
   std::tuple<std::string, std::string, std::string> const cases[] = {
       // input, expected, problems
       {"=?utf-8?q?a?= x =?utf-8?q?b?=", "a x b", ""},
@@ -29,6 +31,8 @@ TEST(decode_header_line, decodes_joins_and_reports) {
       {"=?iso-8859-1?q?caf=E9?= =?'UTF-8'?q?=C3=A9?=", "caf\xC3\xA9\xC3\xA9", problem_quoted_charset + " ['utf-8']"s},
       {"=?utf-8?q?a\tb?=", "a\tb", problem_illegal_in_q_word + " [=?utf-8?q?a\\tb?=]"s},
       {"=?utf-8?q?a b?=", "a b", problem_space_in_q_word + " [a b]"s},
+      // A control character cannot end a two-byte run: it is half a character.
+      {"=?iso-2022-jp?B?GyRCJDMQ?=", "\xE3\x81\x93", jis_cut + "\n" + jis_cut},
   };
   for (auto const& [input, expected, problems] : cases) {
     quern::error::handler_t handler;

@@ -81,4 +81,45 @@ TEST(parse_subparts, a_megabyte_of_near_delimiters) {
   EXPECT_EQ(split(body + "--b--\n", false), (parts_t{body.substr(0, body.size() - 1), ""}));
 }
 
+// The index must not change any answer: searched from every position to
+// every line end it covers, with and without it, a search gives the same
+// range, the same delimiter line and the same problems.
+TEST(find_boundary, the_index_gives_the_scans_answers) {
+  std::string const bodies[] = {
+      "pre\n--b\nA\n--b \t\nB\n--b--\nepi\n",   "--b\n--b\nA\n--b--",
+      "--b\nA\n--b--  \n--b  --\n--b -- \n--b", "--b \n--b--\n--b-- \n--bx\n--b\r\n--\n-\n--b--\t\n",
+      "x\n--b  \n--b --\nA\n--b----\n--b--\n",
+  };
+  for (std::string const& body : bodies) {
+    test::exact_buffer_t const buffer(body);
+    email::delimiter_index_t const index(buffer.begin(), buffer.end());
+    for (std::string const boundary : {"b", "b ", "b--", "", "x"}) {
+      std::string const delimiter = "--" + boundary;
+      for (char const* begin = buffer.begin(); begin <= buffer.end(); ++begin)
+        for (char const* end = begin; end <= buffer.end(); ++end) {
+          if (!index.covers(begin, end))
+            continue;
+          for (bool const at_line_start : {false, true}) {
+            char const *after[2] = {}, *found[2] = {};
+            bool close[2] = {};
+            std::string problems[2];
+            for (int indexed = 0; indexed < 2; ++indexed) {
+              quern::error::handler_t handler;
+              found[indexed] = email::find_boundary(begin, end, delimiter, at_line_start, after[indexed],
+                                                    &close[indexed], &handler, indexed ? &index : nullptr);
+              problems[indexed] = test::problems_of(handler);
+            }
+            SCOPED_TRACE(testing::Message()
+                         << testing::PrintToString(body) << " " << boundary << " " << begin - buffer.begin() << ".."
+                         << end - buffer.begin() << " " << at_line_start);
+            EXPECT_EQ(found[1], found[0]);
+            EXPECT_EQ(after[1], after[0]);
+            EXPECT_EQ(close[1], close[0]);
+            EXPECT_EQ(problems[1], problems[0]);
+          }
+        }
+    }
+  }
+}
+
 } // namespace
