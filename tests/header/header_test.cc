@@ -142,17 +142,6 @@ TEST(quoting, quotes_exactly_what_it_must) {
   EXPECT_EQ(header::percent_encoded_string("a b*%\xff\n", true), "a b*%%ff%0a");
 }
 
-TEST(small_helpers, classes_single_quotes_and_levels) {
-  for (char c : "()<>@,;:\\\"/[]?=") // with the closing NUL, which is special too
-    EXPECT_TRUE(header::is_tspecial(c)) << c;
-  EXPECT_TRUE(!header::is_tspecial('a') && header::is_blank('\t') && !header::is_blank('\n'));
-  char const *text = "'x'", *first = text, *end = text + 3;
-  EXPECT_EQ(header::sanitize_quotes(first, end), text + 1);
-  EXPECT_EQ(std::string(first, end), "x");
-  for (auto [host, label] : {std::pair{"a.b.c", "c"}, {"abc", "abc"}, {"a.", ""}})
-    EXPECT_STREQ(header::skip_level(host, host + std::strlen(host)), label) << host;
-}
-
 // ---- display names and e-mail addresses
 
 // (dequoted name, e-mail as written), "-" for none; both must lie inside the text.

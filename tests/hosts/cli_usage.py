@@ -281,14 +281,11 @@ def case_progress(tmp):
         p = subprocess.Popen([BINARY, *args], stdout=subprocess.DEVNULL, stderr=secondary)
         os.close(secondary)
         data = b""
-        while True:
-            try:
-                chunk = os.read(main, 4096)
-            except OSError:
-                break
-            if not chunk:
-                break
-            data += chunk
+        try:
+            while chunk := os.read(main, 4096):
+                data += chunk
+        except OSError:  # EIO once the tool has closed its end
+            pass
         p.wait(timeout=60)
         os.close(main)
         return data.decode(errors="replace")
@@ -310,9 +307,8 @@ def case_run_examples(tmp):
     p = subprocess.run([os.path.join(SOURCE, "scripts", "run-examples"), "--json"], env=env,
                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=600)
     check(p.returncode == 0, "run-examples succeeds: " + p.stderr.decode(errors="replace")[-2000:])
-    lines = p.stdout.splitlines()
     try:
-        check(len([json.loads(line) for line in lines]) == len(os.listdir(EXAMPLES)), "one record per example")
+        check(len(records(p.stdout)) == len(os.listdir(EXAMPLES)), "one record per example")
     except ValueError as error:
         check(False, "standard output is JSON lines only: %s" % error)
 

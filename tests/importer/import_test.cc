@@ -172,15 +172,6 @@ TEST(canonical_date, reads_only_the_canonical_form) {
     EXPECT_FALSE(importer::parse_canonical_date(bad)) << bad;
 }
 
-TEST(well_formed_utf8, follows_the_unicode_table) {
-  for (std::string_view good : {"", "ascii", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF",
-                                "\xED\x9F\xBF", "\xEF\xBF\xBF"})
-    EXPECT_TRUE(importer::is_well_formed_utf8(good)) << good;
-  for (std::string_view bad : {"\x80", "\xC3", "\xC1\xBF", "\xE0\x80\xAF", "\xED\xB0\x80", "\xF8\x88\x80\x80\x80",
-                               "\xF4\x90\x80\x80", "a\xE2\x82"})
-    EXPECT_FALSE(importer::is_well_formed_utf8(bad)) << testing::PrintToString(bad);
-}
-
 // Every sequence of up to four bytes drawn from the edges of the byte
 // ranges, alone and after seven ASCII bytes (so that it straddles the
 // eight-byte ASCII skip), agrees with Boost.Locale's strict decoder.

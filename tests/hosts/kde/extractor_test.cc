@@ -87,16 +87,6 @@ TEST(kde_extractor, examples) {
        {"Marta Kowalska <marta.kowalska@example.com>"},
        "2025-10-06T18:03:55Z",
        {"the garage gate code is 4711", "facilities@example.org"}},
-      {"crlf-quoted-printable.eml",
-       "Résumé of the lighthouse survey",
-       {"Renée Dubois <renee.dubois@example.net>"},
-       "2025-10-02T11:45:21Z",
-       {"La lanterne doit être repeinte avant l'hiver."}},
-      {"latin1-quoted-printable.eml",
-       "Protokoll der Sitzung über die Änderungen",
-       {"Jürgen Weiß <j.weiss@example.de>"},
-       "2025-09-03T14:00:58Z",
-       {"Grüße aus München!"}},
       {"japanese-iso-2022-jp.eml",
        "会議の資料について",
        {"鈴木 一郎 <suzuki@example.jp>"},
@@ -107,11 +97,6 @@ TEST(kde_extractor, examples) {
        {"Billing <billing@shop.example>"},
        "2025-10-02T11:05:12Z",
        {"Total: 49,00 €", "invoice-2025-1042.pdf"}},
-      {"alternative.eml",
-       "[ci] main is green again",
-       {"Build Bot <ci@build.example.com>"},
-       "2025-10-07T01:30:00Z",
-       {"1,204 tests passed"}},
   };
   for (example_t const& example : examples) {
     SCOPED_TRACE(example.file);
