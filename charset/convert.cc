@@ -463,61 +463,65 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
   return in;
 }
 
-void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,
-                     fallback_charset_t const& fallback, handler_t* problems) {
-  if (first == last)
-    return;
-  // Most header values and many bodies are 7-bit text under an ASCII name or
-  // none: they read as themselves in every charset they could be in, so iconv
-  // is not asked. An ESC may start ISO-2022 and takes the long way. A
-  // listener also hears about the ASCII names iconv does not know, so then
-  // only the two names that never give a problem are taken this way.
+namespace {
+
+// Most header values and many bodies are 7-bit text under an ASCII name or
+// none: they read as themselves in every charset they could be in, so iconv
+// is not asked. An ESC may start ISO-2022 and takes the long way. A listener
+// also hears about the ASCII names iconv does not know, so then only the two
+// names that never give a problem are taken this way. True when done.
+bool pass_plain_ascii(char const* first, char const* last, sink_t& out, std::string const& charset,
+                      handler_t* problems) {
   bool const ascii_name = charset.empty() || charset == "us-ascii" ||
                           (!problems && charset != "ascii" && ascii_encodings.is_ascii(charset));
-  if (ascii_name && is_plain_ascii(first, last)) {
-    out(first, last);
-    return;
-  }
-  if (charset == "ascii") {
-    if (problems)
-      problems->push_back({{"description", problem_ascii_label}, {"context", charset}});
-    charset = "us-ascii";
-  }
+  if (!ascii_name || !is_plain_ascii(first, last))
+    return false;
+  out(first, last);
+  return true;
+}
 
-  if (ascii_encodings.is_ascii(charset)) {
-    bool const undeclared = charset.empty();
-    for (char const* p = first; p != last; ++p) {
-      auto const c = static_cast<unsigned char>(*p);
-      if (c >= 0x80) {
-        eight_bit_in_ascii(first, last, p, charset, fallback, problems);
-        break;
-      }
-      if (c != 0x1B || !undeclared)
-        continue;
-      // Undeclared text with ESC "$" is ISO-2022-JP, unless the caller's
-      // fallback says the text comes from somewhere that would not send it.
-      bool const japanese_allowed = fallback() == "iso-2022-jp" || fallback().empty();
-      if (japanese_allowed && last - p > 1 && p[1] == '$') {
-        charset = "iso-2022-jp";
-        if (problems)
-          problems->push_back({{"description", text::format(problem_escape_in_undeclared, charset.c_str(),
-                                                            text::to_upper_copy(charset).c_str())},
-                               {"context", hex_context(text::bytes_around(first, last, p, 20))}});
-        break;
-      }
+// Text under an ASCII name: 8-bit bytes relabel it (see eight_bit_in_ascii),
+// and undeclared text with ESC "$" is ISO-2022-JP, unless the caller's
+// fallback says the text comes from somewhere that would not send it.
+void relabel_ascii_text(char const* first, char const* last, std::string& charset, fallback_charset_t const& fallback,
+                        handler_t* problems) {
+  bool const undeclared = charset.empty();
+  for (char const* p = first; p != last; ++p) {
+    auto const c = static_cast<unsigned char>(*p);
+    if (c >= 0x80) {
+      eight_bit_in_ascii(first, last, p, charset, fallback, problems);
+      return;
     }
-  } else if (charset != "utf-8") {
-    std::uint64_t high = 0;
-    for (char const* p = first; p != last && high <= max_valid_8bit_chars; ++p)
-      if (static_cast<unsigned char>(*p) >= 0x80)
-        ++high;
-    if (high > max_valid_8bit_chars && utf8::is_valid(first, last)) {
-      charset = "utf-8";
+    if (c != 0x1B || !undeclared)
+      continue;
+    bool const japanese_allowed = fallback() == "iso-2022-jp" || fallback().empty();
+    if (japanese_allowed && last - p > 1 && p[1] == '$') {
+      charset = "iso-2022-jp";
       if (problems)
-        problems->push_back({{"description", text::format(problem_label_ignored, charset.c_str())}});
+        problems->push_back({{"description", text::format(problem_escape_in_undeclared, charset.c_str(),
+                                                          text::to_upper_copy(charset).c_str())},
+                             {"context", hex_context(text::bytes_around(first, last, p, 20))}});
+      return;
     }
   }
+}
 
+// Text under another name that holds many 8-bit bytes and is valid UTF-8 was
+// mislabelled: read it as UTF-8.
+void relabel_utf8_text(char const* first, char const* last, std::string& charset, handler_t* problems) {
+  std::uint64_t high = 0;
+  for (char const* p = first; p != last && high <= max_valid_8bit_chars; ++p)
+    if (static_cast<unsigned char>(*p) >= 0x80)
+      ++high;
+  if (high > max_valid_8bit_chars && utf8::is_valid(first, last)) {
+    charset = "utf-8";
+    if (problems)
+      problems->push_back({{"description", text::format(problem_label_ignored, charset.c_str())}});
+  }
+}
+
+// Labels whose text is better read under a wider or standard name.
+void widen_label(std::string& charset) {
   if (charset == "gb2312")
     charset = "gb18030";
   else if (charset == "ks_c_5601-1987")
@@ -526,6 +530,42 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     charset = "iso-8859-1";
   else if (charset == "iso-8859-8-i")
     charset = "iso-8859-8";
+}
+
+// A strict pass; where it breaks down, the rest is retried tolerantly, and
+// if too much of it is undecodable, the label was wrong and ISO-8859-1 takes
+// over.
+void convert_with_retry(char const* first, char const* last, sink_t& out, std::string const& charset,
+                        handler_t* problems) {
+  char const* const stop = detail::convert(first, last, out, charset, "UTF-8", nullptr, problems);
+  if (stop == last)
+    return;
+  std::uint64_t errors = 0;
+  std::string tolerant;
+  auto tolerant_out = std::back_inserter(tolerant);
+  char const* const end = detail::convert(stop, last, sink_t(tolerant_out), charset, "UTF-8", &errors, problems);
+  if (end == last && errors < static_cast<std::uint64_t>(last - stop) / 10)
+    out(tolerant.data(), tolerant.data() + tolerant.size());
+  else
+    detail::convert(stop, last, out, "iso-8859-1", "UTF-8", &errors, problems);
+}
+
+} // namespace
+
+void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,
+                     fallback_charset_t const& fallback, handler_t* problems) {
+  if (first == last || pass_plain_ascii(first, last, out, charset, problems))
+    return;
+  if (charset == "ascii") {
+    if (problems)
+      problems->push_back({{"description", problem_ascii_label}, {"context", charset}});
+    charset = "us-ascii";
+  }
+  if (ascii_encodings.is_ascii(charset))
+    relabel_ascii_text(first, last, charset, fallback, problems);
+  else if (charset != "utf-8")
+    relabel_utf8_text(first, last, charset, problems);
+  widen_label(charset);
 
   if (charset == "us-ascii") {
     out(first, last);
@@ -538,7 +578,6 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     detail::japanese_convert(rewritten.data(), rewritten.data() + rewritten.size(), out, charset, problems);
     return;
   }
-
   // Well-formed UTF-8 holds no surrogates to repair and nothing to replace:
   // the conversion would copy it unchanged. (Only under names iconv knows: a
   // spelling it does not know takes the unknown-charset path.)
@@ -546,21 +585,8 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     out(first, last);
     return;
   }
-  if (convert_single_byte(first, last, out, charset))
-    return;
-  char const* const stop = detail::convert(first, last, out, charset, "UTF-8", nullptr, problems);
-  if (stop == last)
-    return;
-  // The strict pass broke down: retry the rest tolerantly, and if too much
-  // of it is undecodable, the label was wrong and ISO-8859-1 takes over.
-  std::uint64_t errors = 0;
-  std::string tolerant;
-  auto tolerant_out = std::back_inserter(tolerant);
-  char const* const end = detail::convert(stop, last, sink_t(tolerant_out), charset, "UTF-8", &errors, problems);
-  if (end == last && errors < static_cast<std::uint64_t>(last - stop) / 10)
-    out(tolerant.data(), tolerant.data() + tolerant.size());
-  else
-    detail::convert(stop, last, out, "iso-8859-1", "UTF-8", &errors, problems);
+  if (!convert_single_byte(first, last, out, charset))
+    convert_with_retry(first, last, out, charset, problems);
 }
 
 } // namespace detail
