@@ -130,6 +130,76 @@ bool is_address_field(std::string_view name) {
   return name == "from" || name == "to" || name == "cc" || name == "bcc";
 }
 
+namespace {
+
+// One field of the header block: its name as written, and its value without
+// the blanks after the colon or the final LF.
+struct field_t {
+  char const* name_first;
+  char const* name_last;
+  char const* value_first;
+  char const* value_last;
+};
+
+// Reads the field that starts at p; returns where the next one starts.
+char const* scan_field(char const* p, char const* last, field_t& field) {
+  field.name_first = p;
+  while (p != last && *p != ':' && *p != '\n')
+    ++p;
+  field.name_last = p;
+  if (p != last && *p == ':')
+    ++p;
+  while (p != last && *p == ' ')
+    ++p;
+  field.value_first = p;
+  p = field_end(p, last);
+  field.value_last = p;
+  if (field.value_last != field.value_first && field.value_last[-1] == '\n')
+    --field.value_last;
+  return p;
+}
+
+// The stored form of a wanted field's value: content fields and (in the full
+// reading) address fields raw, everything else with its encoded words decoded.
+std::string field_value(std::string const& name, field_t const& field, reading_t reading,
+                        quern::error::handler_t* problems) {
+  std::string value;
+  if (field.value_first == field.value_last)
+    return value;
+  // An address field in ISO-2022 escapes is converted whole first: its
+  // escape sequences hold '(' and '$', which would read as syntax.
+  bool const keep_address = reading == reading_t::full && is_address_field(name) &&
+                            std::find(field.value_first, field.value_last, '\x1B') == field.value_last;
+  if (name.starts_with("content-") || keep_address)
+    value.assign(field.value_first, field.value_last);
+  else
+    decode_header_line(field.value_first, field.value_last, std::back_inserter(value), problems, std::string());
+  cleanup_header_body(value);
+  return value;
+}
+
+// The keys derived from the raw fields once the block is read: the content
+// keys, and the Date value replaced by its canonical text (or removed).
+void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t reading, quern::error::handler_t* problems) {
+  if (wanted.contains("content-type"))
+    derive_content_type(map);
+  if (wanted.contains("content-transfer-encoding"))
+    derive_word(map, "content-transfer-encoding", "#encoding", "7bit", false);
+  if (wanted.contains("content-disposition"))
+    derive_word(map, "content-disposition", "#disposition", "inline", true);
+  if (!wanted.contains("date"))
+    return;
+  if (auto it = map.find(std::string_view("date")); it != map.end()) {
+    std::string const raw = std::move(it->second);
+    map.erase(it);
+    std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), reading, problems);
+    if (!canonical.empty())
+      map.emplace("date", std::move(canonical));
+  }
+}
+
+} // namespace
+
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
                                  quern::error::handler_t* problems) {
   header_map_t map;
@@ -140,67 +210,25 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       ++p;
       break;
     }
-    char const* name_end = p;
-    while (name_end != last && *name_end != ':' && *name_end != '\n')
-      ++name_end;
-    char const* const name_first = p;
-    p = name_end;
-    if (p != last && *p == ':')
-      ++p;
-    while (p != last && *p == ' ')
-      ++p;
-    char const* value_first = p;
-    p = field_end(p, last);
-    char const* value_last = p;
-
+    field_t field;
+    p = scan_field(p, last, field);
     // Most fields are not wanted: they are looked up lower-cased on the
     // stack and only a wanted name is copied.
-    if (!is_wanted(name_first, name_end, wanted))
+    if (!is_wanted(field.name_first, field.name_last, wanted))
       continue;
-    name.assign(name_first, name_end);
+    name.assign(field.name_first, field.name_last);
     lower_in_place(name);
     bool const received = name == "received";
     if (received && (map.contains("received") || map.contains("date")))
       continue;
-
-    if (value_last != value_first && value_last[-1] == '\n')
-      --value_last;
-    std::string value;
-    if (value_first != value_last) {
-      // An address field in ISO-2022 escapes is converted whole first: its
-      // escape sequences hold '(' and '$', which would read as syntax.
-      bool const keep_address = reading == reading_t::full && is_address_field(name) &&
-                                std::find(value_first, value_last, '\x1B') == value_last;
-      if (name.starts_with("content-") || keep_address) {
-        value.assign(value_first, value_last);
-      } else {
-        decode_header_line(value_first, value_last, std::back_inserter(value), problems, std::string());
-      }
-      cleanup_header_body(value);
-    }
-
+    std::string value = field_value(name, field, reading, problems);
     if (received)
       store_received(map, value, reading, problems);
     else
       map.insert_or_assign(name, std::move(value));
   }
   first = p;
-
-  if (wanted.contains("content-type"))
-    derive_content_type(map);
-  if (wanted.contains("content-transfer-encoding"))
-    derive_word(map, "content-transfer-encoding", "#encoding", "7bit", false);
-  if (wanted.contains("content-disposition"))
-    derive_word(map, "content-disposition", "#disposition", "inline", true);
-  if (wanted.contains("date")) {
-    if (auto it = map.find(std::string_view("date")); it != map.end()) {
-      std::string const raw = std::move(it->second);
-      map.erase(it);
-      std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), reading, problems);
-      if (!canonical.empty())
-        map.emplace("date", std::move(canonical));
-    }
-  }
+  derive_keys(map, wanted, reading, problems);
   return map;
 }
 
