@@ -116,70 +116,76 @@ char const* find_indexed(std::vector<std::pair<std::size_t, char const*>> const&
 
 } // namespace
 
+namespace {
+
+// Where the next candidate line after cursor starts: only a line that starts
+// with the delimiter can be one, so the search is for the delimiter's first
+// byte ('-') right after an LF (base64 has no '-' at all, and most text has
+// far fewer of them than line ends); any line start for an empty delimiter.
+// Null when there is none.
+char const* next_candidate(char const* cursor, char const* end, std::string const& delimiter) {
+  if (delimiter.empty()) {
+    auto const* lf = static_cast<char const*>(std::memchr(cursor, '\n', static_cast<std::size_t>(end - cursor)));
+    return lf ? lf + 1 : nullptr;
+  }
+  char const* q = cursor + 1;
+  while ((q = static_cast<char const*>(std::memchr(q, delimiter.front(), static_cast<std::size_t>(end - q)))) &&
+         q[-1] != '\n')
+    ++q;
+  return q;
+}
+
+// A delimiter line was found: its part ends at range_end.
+char const* found(char const* range_end, bool missing_newline, quern::error::handler_t* problems) {
+  if (missing_newline && problems)
+    problems->push_back({{"description", problem_missing_newline}, {"context", "delimiter"}});
+  return range_end;
+}
+
+// No delimiter line: the part runs to the end.
+char const* not_found(char const* end, std::string const& delimiter, char const*& after, bool& close,
+                      quern::error::handler_t* problems) {
+  close = false;
+  if (problems)
+    problems->push_back({{"description", problem_no_closing_boundary}, {"context", delimiter}});
+  after = end;
+  return end;
+}
+
+} // namespace
+
 char const* find_boundary(char const* begin, char const* end, std::string const& delimiter, bool at_line_start,
                           char const*& after, bool* is_close, quern::error::handler_t* problems,
                           delimiter_index_t const* index) {
   bool close_unused = false;
   bool& close = is_close ? *is_close : close_unused;
+  bool missing_newline = false;
   if (index && index->covers(begin, end)) {
-    bool missing_newline = false;
     close = false;
-    char const* range_end = nullptr;
-    if (at_line_start && is_delimiter_line(begin, end, delimiter, after, close, missing_newline)) {
-      range_end = begin;
-    } else if (char const* line = find_indexed(index->lines_, begin, end, delimiter, after, close, missing_newline)) {
-      range_end = line - 1;
-    }
-    if (range_end) {
-      if (missing_newline && problems)
-        problems->push_back({{"description", problem_missing_newline}, {"context", "delimiter"}});
-      return range_end;
-    }
-    close = false;
-    if (problems)
-      problems->push_back({{"description", problem_no_closing_boundary}, {"context", delimiter}});
-    after = end;
-    return end;
+    if (at_line_start && is_delimiter_line(begin, end, delimiter, after, close, missing_newline))
+      return found(begin, missing_newline, problems);
+    if (char const* line = find_indexed(index->lines_, begin, end, delimiter, after, close, missing_newline))
+      return found(line - 1, missing_newline, problems);
+    return not_found(end, delimiter, after, close, problems);
   }
-  // Only a line that starts with the delimiter is a candidate, so the search
-  // is for the delimiter's first byte ('-') right after an LF: base64 has no
-  // '-' at all, and most text has far fewer of them than line ends.
   char const* cursor = begin;
   bool candidate_at_cursor = at_line_start;
   while (cursor != end) {
     close = false;
     char const* range_end = cursor;
     if (!candidate_at_cursor) {
-      char const* q = nullptr;
-      if (delimiter.empty()) {
-        q = static_cast<char const*>(std::memchr(cursor, '\n', static_cast<std::size_t>(end - cursor)));
-        q = q ? q + 1 : nullptr;
-      } else {
-        q = cursor + 1;
-        while ((q = static_cast<char const*>(std::memchr(q, delimiter.front(), static_cast<std::size_t>(end - q)))) &&
-               q[-1] != '\n')
-          ++q;
-      }
+      char const* const q = next_candidate(cursor, end, delimiter);
       if (!q)
         break;
       range_end = q - 1;
       cursor = q;
     }
     candidate_at_cursor = false;
-
-    bool missing_newline = false;
-    if (is_delimiter_line(cursor, end, delimiter, after, close, missing_newline)) {
-      if (missing_newline && problems)
-        problems->push_back({{"description", problem_missing_newline}, {"context", "delimiter"}});
-      return range_end;
-    }
+    missing_newline = false;
+    if (is_delimiter_line(cursor, end, delimiter, after, close, missing_newline))
+      return found(range_end, missing_newline, problems);
   }
-
-  close = false;
-  if (problems)
-    problems->push_back({{"description", problem_no_closing_boundary}, {"context", delimiter}});
-  after = end;
-  return end;
+  return not_found(end, delimiter, after, close, problems);
 }
 
 std::vector<byte_range_t> parse_subparts(char const* begin, char const* end, std::string const& boundary,
