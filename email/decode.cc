@@ -8,6 +8,7 @@
 #include "email/flowed.h"
 #include "email/quoted_printable.h"
 #include "email/uuencode.h"
+#include "text/format.h"
 
 namespace email {
 namespace {
@@ -41,23 +42,19 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
   if (!is_known_encoding(enc)) {
     if (auto const blank = enc.find_first_of(" \t"); blank != std::string::npos) {
       enc.erase(blank);
-      report(problems, "Encoding '" + encoding + "' contains multiple words (ignoring anything but the first word)");
+      report(problems, text::format(problem_multiple_words, encoding.c_str()));
     }
     if (!is_known_encoding(enc)) {
       if (enc == charset) {
-        report(problems,
-               "Encoding '" + enc +
-                   "' is unknown, but seems to be the charset of the message (7bit encoding assumed instead)");
+        report(problems, text::format(problem_encoding_is_charset, enc.c_str()));
         enc = "7bit";
       } else if (type != "multipart" && type != "message") {
-        report(problems,
-               "Encoding '" + enc + "' is unknown. Now treated as application/octet-stream with a binary encoding");
+        report(problems, text::format(problem_unknown_encoding, enc.c_str()));
         type = "application";
         subtype = "octet-stream";
         enc = "binary";
       } else {
-        report(problems, "Encoding '" + enc + "' is unknown, but it's a '" + type + "/" + subtype +
-                             "' (7bit encoding assumed instead)");
+        report(problems, text::format(problem_unknown_container_encoding, enc.c_str(), type.c_str(), subtype.c_str()));
         enc = "7bit";
       }
     }
@@ -69,9 +66,9 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
   }
   if (enc == "quoted-printable" || enc == "base64") {
     if (type == "message" && !top_level) {
-      report(problems, "Encoding '" + enc + "' not allowed for body parts of type '" + type + "' (allowing it anyway)");
+      report(problems, text::format(problem_encoding_allowed_anyway, enc.c_str(), type.c_str()));
     } else if (type == "message" || type == "multipart") {
-      report(problems, "Encoding '" + enc + "' not allowed for body parts of type '" + type + "' (7bit assumed)");
+      report(problems, text::format(problem_encoding_not_allowed, enc.c_str(), type.c_str()));
       enc = "7bit";
     }
   }
@@ -91,9 +88,7 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
   }
   if (encoding == "x-uuencode") {
     if (problems)
-      problems->push_back(
-          {{"description", "Deprecated Content-Transfer-Encoding (x-uuencode), but Tidewell can handle it."},
-           {"context", encoding}});
+      problems->push_back({{"description", problem_uuencode}, {"context", encoding}});
     decode_uuencoded_text(first, last, out);
     return true;
   }
@@ -125,7 +120,7 @@ void decode_to_canonical_format(char const* begin, char const* end, std::string 
   if (subtype == "plain") {
     if (delsp && !flowed) {
       // The text lacks its closing quote; it is kept as it always read.
-      report(problems, "Ignoring 'delsp=yes' since 'format!=flowed");
+      report(problems, problem_delsp_without_flowed);
       format_deflow(begin, end, out, false, false, false);
     } else {
       format_deflow(begin, end, out, flowed, delsp, false);
@@ -134,9 +129,9 @@ void decode_to_canonical_format(char const* begin, char const* end, std::string 
   }
   if (subtype == "html") {
     if (flowed)
-      report(problems, "Ignoring 'format=flowed' which should not be used for text/html");
+      report(problems, problem_flowed_html);
     if (delsp)
-      report(problems, "Ignoring 'delsp=yes' which should not be used for text/html");
+      report(problems, problem_delsp_html);
   }
   std::copy(begin, end, out);
 }

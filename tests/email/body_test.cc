@@ -6,6 +6,7 @@
 #include "email/decode.h"
 #include "importer/import.h"
 #include "support.h"
+#include "text/format.h"
 
 namespace {
 
@@ -93,20 +94,18 @@ TEST(decode, repairs_the_transfer_encoding) {
     std::string out_type, problems;
   } const cases[] = {
       {"text", "plain", "base64 foo", true, true, "text/plain",
-       "Encoding 'base64 foo' contains multiple words (ignoring anything but the first word)"},
-      {"text", "plain", "utf-8", true, false, "text/plain",
-       "Encoding 'utf-8' is unknown, but seems to be the charset of the message (7bit encoding assumed instead)"},
+       text::format(email::problem_multiple_words, "base64 foo")},
+      {"text", "plain", "utf-8", true, false, "text/plain", text::format(email::problem_encoding_is_charset, "utf-8")},
       {"image", "png", "x-gzip", true, false, "application/octet-stream",
-       "Encoding 'x-gzip' is unknown. Now treated as application/octet-stream with a binary encoding"},
+       text::format(email::problem_unknown_encoding, "x-gzip")},
       {"multipart", "mixed", "x-gzip", true, false, "multipart/mixed",
-       "Encoding 'x-gzip' is unknown, but it's a 'multipart/mixed' (7bit encoding assumed instead)"},
+       text::format(email::problem_unknown_container_encoding, "x-gzip", "multipart", "mixed")},
       {"message", "rfc822", "base64", false, true, "message/rfc822",
-       "Encoding 'base64' not allowed for body parts of type 'message' (allowing it anyway)"},
+       text::format(email::problem_encoding_allowed_anyway, "base64", "message")},
       {"message", "delivery-status", "base64", false, true, "application/octet-stream", ""},
       {"multipart", "mixed", "quoted-printable", false, false, "multipart/mixed",
-       "Encoding 'quoted-printable' not allowed for body parts of type 'multipart' (7bit assumed)"},
-      {"text", "plain", "x-uuencode", true, true, "text/plain",
-       "Deprecated Content-Transfer-Encoding (x-uuencode), but Tidewell can handle it. [x-uuencode]"},
+       text::format(email::problem_encoding_not_allowed, "quoted-printable", "multipart")},
+      {"text", "plain", "x-uuencode", true, true, "text/plain", std::string(email::problem_uuencode) + " [x-uuencode]"},
   };
   std::string const body = "QUJD\n";
   for (auto const& c : cases) {
@@ -127,9 +126,8 @@ TEST(decode_to_canonical_format, reports_ignored_flow_parameters) {
   for (char const* subtype : {"plain", "html"})
     email::decode_to_canonical_format(nullptr, nullptr, subtype, *subtype == 'h', true, std::back_inserter(out),
                                       &problems);
-  EXPECT_EQ(test::problems_of(problems), "Ignoring 'delsp=yes' since 'format!=flowed\n"
-                                         "Ignoring 'format=flowed' which should not be used for text/html\n"
-                                         "Ignoring 'delsp=yes' which should not be used for text/html");
+  EXPECT_EQ(test::problems_of(problems), std::string(email::problem_delsp_without_flowed) + "\n" +
+                                             email::problem_flowed_html + "\n" + email::problem_delsp_html);
 }
 
 } // namespace
