@@ -7,7 +7,10 @@
 // number are closed, least recently used first, so a message naming many odd
 // charsets cannot make the cache grow. Every descriptor is returned to its
 // initial shift state when released, so the next user sees it as freshly
-// opened.
+// opened. glibc's byte-order-detecting decoders (UTF-16, UTF-32 and UNICODE
+// without an order in the name) remember the order of the first text they
+// read, whatever the reset: their descriptors are closed after each use, or
+// one message's byte-order mark would decide how the next text reads.
 #include "charset/iconv_descriptor.h"
 
 #include <algorithm>
@@ -46,6 +49,13 @@ std::string normalized(std::string_view name) {
     if (text::is_alnum(c))
       result += text::to_lower(c);
   return result;
+}
+
+// True for the names whose glibc decoder keeps the byte order it detected
+// across a reset.
+bool remembers_byte_order(std::string const& name) {
+  std::string const key = normalized(name);
+  return key == "utf16" || key == "utf32" || key == "unicode" || key == "csunicode";
 }
 
 // The name to hand to iconv_open, or false when the name must not reach it.
@@ -110,6 +120,11 @@ public:
   }
 
   void release(descriptor_t::slot_t* slot) {
+    if (remembers_byte_order(slot->from) || remembers_byte_order(slot->to)) {
+      close_descriptor(slot->cd);
+      slots_.erase(std::find_if(slots_.begin(), slots_.end(), [slot](auto const& s) { return s.get() == slot; }));
+      return;
+    }
     iconv(slot->cd, nullptr, nullptr, nullptr, nullptr);
     slot->busy = false;
   }

@@ -368,3 +368,20 @@ TEST(convert, slices_do_not_change_long_shifted_text) {
 }
 
 } // namespace
+
+namespace {
+
+// A byte-order mark read by one conversion must not decide how the next text
+// under the same name reads: each reads as a fresh descriptor would.
+TEST(convert_to_utf8, byte_order_does_not_carry_over) {
+  for (char const* charset : {"utf-16", "UTF16", "utf-32", "unicode"}) {
+    std::string const wide = std::string(charset).find("32") != std::string::npos ? "32" : "16";
+    std::string const text = wide == "32" ? std::string("a\0\0\0b\0\0\0", 8) : std::string("a\0b\0", 4);
+    std::string const swapped_mark = wide == "32" ? std::string("\0\0\xFE\xFF", 4) : std::string("\xFE\xFF");
+    std::string const before = to_utf8(text, charset).text;
+    to_utf8(swapped_mark + text, charset);
+    EXPECT_EQ(to_utf8(text, charset).text, before) << charset;
+  }
+}
+
+} // namespace
