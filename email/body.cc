@@ -28,10 +28,14 @@
 namespace email {
 namespace {
 
+// A part's map holds a handful of keys: a look at each, lengths first, costs
+// less than a binary search whose every step compares strings.
 std::string const& entry(header_map_t const& headers, std::string_view key) {
   static std::string const empty;
-  auto const it = headers.find(key);
-  return it == headers.end() ? empty : it->second;
+  for (auto const& [name, value] : headers)
+    if (name.size() == key.size() && std::string_view(name) == key)
+      return value;
+  return empty;
 }
 
 header_set_t const& subpart_headers() {

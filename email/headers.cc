@@ -2,7 +2,10 @@
 #include "email/headers.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 #include "date/rfc822_date.h"
 #include "email/encoded_word.h"
@@ -74,7 +77,14 @@ std::string const* find_value(header_map_t const& map, std::string_view key) {
   return it == map.end() ? nullptr : &it->second;
 }
 
-void derive_content_type(header_map_t& map) {
+// The derived keys of one block, gathered in key order before they go into
+// the map.
+enum derived_key_t { boundary_key, charset_key, disposition_key, encoding_key, subtype_key, type_key, derived_keys };
+constexpr std::array<std::string_view, derived_keys> derived_names{"#boundary", "#charset", "#disposition",
+                                                                   "#encoding", "#subtype", "#type"};
+using derived_t = std::array<std::optional<std::string>, derived_keys>;
+
+void derive_content_type(header_map_t const& map, derived_t& derived) {
   std::string type = "text", subtype = "plain", charset = "us-ascii", boundary;
   if (std::string const* value = find_value(map, "content-type")) {
     auto const semicolon = value->find(';');
@@ -100,23 +110,47 @@ void derive_content_type(header_map_t& map) {
       }
     }
   }
-  map.insert_or_assign("#type", std::move(type));
-  map.insert_or_assign("#subtype", std::move(subtype));
-  map.insert_or_assign("#charset", std::move(charset));
-  map.insert_or_assign("#boundary", std::move(boundary));
+  derived[type_key] = std::move(type);
+  derived[subtype_key] = std::move(subtype);
+  derived[charset_key] = std::move(charset);
+  derived[boundary_key] = std::move(boundary);
 }
 
 // Content-Transfer-Encoding and the disposition word: lower case, no spaces,
 // default when nothing is left.
-void derive_word(header_map_t& map, std::string_view header, char const* key, char const* fallback,
-                 bool stop_at_semicolon) {
+void derive_word(header_map_t const& map, std::string_view header, derived_key_t key, char const* fallback,
+                 bool stop_at_semicolon, derived_t& derived) {
   std::string word;
   if (std::string const* value = find_value(map, header)) {
     word = stop_at_semicolon ? value->substr(0, value->find(';')) : *value;
     remove_spaces(word);
     lower_in_place(word);
   }
-  map.insert_or_assign(key, word.empty() ? std::string(fallback) : std::move(word));
+  derived[key] = word.empty() ? std::string(fallback) : std::move(word);
+}
+
+// The derived keys join the map in one merge of two sorted runs: inserted
+// one at a time, each would search the map and move the entries after it,
+// which cost more than deriving them in a message of many small parts. A
+// derived key replaces a field of the same name.
+void insert_derived(header_map_t& map, derived_t& derived) {
+  auto fields = map.extract_sequence();
+  decltype(fields) merged;
+  merged.reserve(fields.size() + derived_keys);
+  auto field = fields.begin();
+  for (std::size_t key = 0; key != derived_keys; ++key) {
+    if (!derived[key])
+      continue;
+    std::string_view const name = derived_names[key];
+    for (; field != fields.end() && std::string_view(field->first) < name; ++field)
+      merged.push_back(std::move(*field));
+    if (field != fields.end() && field->first == name)
+      ++field;
+    merged.emplace_back(std::string(name), std::move(*derived[key]));
+  }
+  for (; field != fields.end(); ++field)
+    merged.push_back(std::move(*field));
+  map.adopt_sequence(boost::container::ordered_unique_range, std::move(merged));
 }
 
 } // namespace
@@ -181,12 +215,14 @@ std::string field_value(std::string const& name, field_t const& field, reading_t
 // The keys derived from the raw fields once the block is read: the content
 // keys, and the Date value replaced by its canonical text (or removed).
 void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t reading, quern::error::handler_t* problems) {
+  derived_t derived;
   if (wanted.contains("content-type"))
-    derive_content_type(map);
+    derive_content_type(map, derived);
   if (wanted.contains("content-transfer-encoding"))
-    derive_word(map, "content-transfer-encoding", "#encoding", "7bit", false);
+    derive_word(map, "content-transfer-encoding", encoding_key, "7bit", false, derived);
   if (wanted.contains("content-disposition"))
-    derive_word(map, "content-disposition", "#disposition", "inline", true);
+    derive_word(map, "content-disposition", disposition_key, "inline", true, derived);
+  insert_derived(map, derived);
   if (!wanted.contains("date"))
     return;
   if (auto it = map.find(std::string_view("date")); it != map.end()) {
@@ -203,6 +239,9 @@ void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t readin
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
                                  quern::error::handler_t* problems) {
   header_map_t map;
+  // Room for every wanted field: a map that grows one entry at a time moves
+  // all of its strings at each step.
+  map.reserve(wanted.size());
   std::string name;
   char const* p = first;
   while (p != last) {
