@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Importing under an 8-bit locale gives exactly what the C locale gives.
-//
-// Hosts call setlocale(LC_ALL, "") and may run under a locale such as
-// de_DE.ISO-8859-1, where the C library's isalpha, isprint and tolower also
-// answer for bytes above 0x7F. The test builds that locale with localedef in
-// a temporary directory (LOCPATH points there, so nothing is installed),
-// imports examples/ and the corpus in the C locale and again under it, and
-// requires identical attributes for every message, and for a few made-up
-// ones with 8-bit letters where the scanners classify or fold case.
+// Hosts may run under a locale such as de_DE.ISO-8859-1, where isalpha and
+// tolower answer for bytes above 0x7F: built with localedef under LOCPATH, it
+// must import examples/, the corpus and a few made-up messages with 8-bit
+// letters exactly as the C locale does.
 #include <cctype>
 #include <clocale>
 #include <cstdlib>

@@ -1,18 +1,9 @@
 // SPDX-License-Identifier: MIT
-// The desktop-search plug-in driven the way the search service drives it.
-//
-// The plug-in object goes through the factory and the function table, with
-// registrations counted by the CoreFoundation stand-in (UUID objects that are
-// leaked or released once too often show in the sanitizer build). The
-// dictionary its fifth slot, GetMetadataForFile, writes must equal the core's
-// attribute set for the same file: the same names, values and kinds (text as
-// strings, instants as dates, lists as arrays). That check is generic over
-// whatever the core produces; it runs over other content types (both refuse
-// them), a missing file, an empty one, a made message for what the samples
-// lack (byte order marks, ill-formed text, a date out of the formatter's
-// range, recipients over three fields), the sample messages and the shared
-// corpus. The default zone is far from UTC, so a date read in local time
-// shows.
+// The desktop-search plug-in driven as the search service drives it: through
+// the factory and function table, registrations counted by the CoreFoundation
+// stand-in; the dictionary GetMetadataForFile writes must equal the core's
+// attribute set (names, values, kinds) for odd files, the samples and the
+// corpus, under a default zone far from UTC so that local time shows.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
