@@ -33,15 +33,6 @@ TEST(surrogates_copy, repairs_pairs_and_keeps_the_rest) {
   }
 }
 
-TEST(renderings, hex_print_and_escape_whitespace) {
-  std::string const bytes("a\tb\x01\r\n\x1B\0~\x7F", 10);
-  std::string printed, escaped;
-  charset::hex_print(bytes.begin(), bytes.end(), std::back_inserter(printed));
-  charset::escape_whitespace(bytes.begin(), bytes.end(), std::back_inserter(escaped));
-  EXPECT_EQ(printed, "a\\tb{01}\\r\\n{1B}{00}~{7F}");
-  EXPECT_EQ(escaped, std::string("a\\tb\x01\\r\\n\x1B\0~\x7F", 13));
-}
-
 // Only the shape is checked: overlong, surrogate and six-byte forms pass.
 TEST(utf8, structural_validity) {
   struct {
