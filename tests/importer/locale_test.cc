@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "importer/import.h"
+#include "tests/support/messages.h"
 
 namespace {
 
@@ -28,21 +29,18 @@ std::string const made_up[] = {
     "nne <A@B.example>\nTo: =?ISO-8859-1\xC4?Q?x?= <c@d>\nSubject: =?ISO-8859-1?Q?=C4?=\n\n\xC4\n",
 };
 
-records_t import_all(std::vector<fs::path> const& roots) {
+records_t import_all() {
   records_t records;
   for (std::size_t i = 0; i < std::size(made_up); ++i) {
     importer::attribute_set_t attributes;
     importer::import_bytes(made_up[i].data(), made_up[i].data() + made_up[i].size(), attributes);
     records["made-up " + std::to_string(i)] = importer::attribute_set_t::map_t(attributes.begin(), attributes.end());
   }
-  for (auto const& root : roots)
-    for (auto const& entry : fs::recursive_directory_iterator(root)) {
-      if (!entry.is_regular_file())
-        continue;
-      importer::attribute_set_t attributes;
-      importer::import_file(entry.path().string(), attributes);
-      records[entry.path().string()] = importer::attribute_set_t::map_t(attributes.begin(), attributes.end());
-    }
+  for (auto const& path : test_support::message_paths()) {
+    importer::attribute_set_t attributes;
+    importer::import_file(path, attributes);
+    records[path] = importer::attribute_set_t::map_t(attributes.begin(), attributes.end());
+  }
   return records;
 }
 
@@ -72,21 +70,16 @@ protected:
 };
 
 TEST_F(eight_bit_locale, imports_every_message_as_the_c_locale_does) {
-  fs::path const source(TIDEWELL_SOURCE_DIR);
-  std::vector<fs::path> roots{source / "examples"};
-  if (fs::is_directory(source / ".." / "shared" / "corpus" / "messages"))
-    roots.push_back(source / ".." / "shared" / "corpus" / "messages");
-
   testing::internal::CaptureStderr();
   ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
-  records_t const expected = import_all(roots);
+  records_t const expected = import_all();
   ASSERT_NE(std::setlocale(LC_ALL, locale_.c_str()), nullptr);
   // The locale must really classify 8-bit bytes, or the test proves nothing.
   // (The byte is read through a volatile: the compiler may fold C library
   // calls on constants as if in the C locale.)
   volatile int a_umlaut = 0xE4;
   ASSERT_TRUE(std::isalpha(a_umlaut) && std::toupper(a_umlaut) == 0xC4);
-  records_t const actual = import_all(roots);
+  records_t const actual = import_all();
   testing::internal::GetCapturedStderr();
 
   ASSERT_EQ(actual.size(), expected.size());

@@ -24,6 +24,7 @@
 
 #include "hosts/kde/message.h"
 #include "importer/import.h"
+#include "tests/support/messages.h"
 
 namespace {
 
@@ -166,21 +167,10 @@ TEST(kde_extractor, cut_text) {
     EXPECT_EQ(kde_host::cut_text(c.text, c.max), c.expected) << c.text << " / " << c.max;
 }
 
-std::vector<fs::path> corpus_messages() {
-  std::vector<fs::path> paths;
-  fs::path const corpus = source_dir.parent_path() / "shared" / "corpus" / "messages";
-  std::error_code error;
-  for (auto const& entry : fs::recursive_directory_iterator(corpus, error))
-    if (entry.is_regular_file())
-      paths.push_back(entry.path());
-  std::sort(paths.begin(), paths.end());
-  return paths;
-}
-
 // Every corpus message, in one process as Baloo runs them: nothing on
 // standard output, and what reaches the result is what the core imported.
 TEST(kde_extractor, corpus) {
-  std::vector<fs::path> const paths = corpus_messages();
+  std::vector<std::string> const paths = test_support::message_paths(false);
   if (paths.empty())
     GTEST_SKIP() << "no shared corpus beside the source folder";
 
@@ -191,11 +181,11 @@ TEST(kde_extractor, corpus) {
   ::dup2(fileno(capture), 1);
 
   std::size_t with_title = 0, with_text = 0;
-  for (fs::path const& path : paths) {
-    SCOPED_TRACE(path.string());
+  for (std::string const& path : paths) {
+    SCOPED_TRACE(path);
     SimpleExtractionResult const result = extract(path);
     importer::attribute_set_t core;
-    importer::import_file(path.string(), core, importer::options_t{.reading = importer::reading_t::full});
+    importer::import_file(path, core, importer::options_t{.reading = importer::reading_t::full});
 
     auto const* subject = core.find(importer::attribute::subject);
     QStringList const expected_title =

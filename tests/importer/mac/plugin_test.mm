@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +18,7 @@
 #include "importer/import.h"
 #include "importer/mac/metadata_importer.h"
 #include "importer/mac/plugin.h"
+#include "tests/support/messages.h"
 #include "tests/support/temp_file.h"
 
 namespace {
@@ -108,12 +108,9 @@ TEST(mac_same_as_core, content_types_made_sample_and_corpus_messages) {
   for (char const* type :
        {"com.apple.mail.emlx", "public.email-message", "COM.APPLE.MAIL.EMAIL", "com.apple.mail.email ", ""})
     expect_same_both_ways(made.path(), type);
-  std::vector<std::string> paths{"/nonexistent/tidewell/message.eml", empty.path(), made.path()};
-  std::error_code absent;
-  for (char const* dir : {"/examples", "/../shared/corpus/messages"})
-    for (auto const& entry :
-         std::filesystem::recursive_directory_iterator(TIDEWELL_SOURCE_DIR + std::string(dir), absent))
-      paths.push_back(entry.path().string());
+  std::vector<std::string> paths{"/nonexistent/tidewell/message.eml", TIDEWELL_SOURCE_DIR, empty.path(), made.path()};
+  for (auto const& path : test_support::message_paths())
+    paths.push_back(path);
   testing::internal::CaptureStderr();
   for (std::size_t i = 0; i < paths.size() && !HasFailure(); ++i)
     expect_same_both_ways(paths[i]);
