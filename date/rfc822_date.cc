@@ -96,12 +96,14 @@ bool military_zone(char letter, std::int64_t& zone) {
 
 rfc822_date_parser_t::rfc822_date_parser_t(char const* first, char const* last, quern::error::handler_t* problems,
                                            rules_t rules)
-    : first_(first), cursor_(first), last_(last), problems_(problems), rules_(rules) {}
+    : first_(first), cursor_(first),
+      last_(static_cast<std::size_t>(last - first) > max_date_length ? first + max_date_length : last),
+      context_last_(last), problems_(problems), rules_(rules) {}
 
 void rfc822_date_parser_t::note(char const* description, bool low_priority) const {
   if (!problems_)
     return;
-  quern::error::record_t record{{"description", description}, {"context", std::string(first_, last_)}};
+  quern::error::record_t record{{"description", description}, {"context", std::string(first_, context_last_)}};
   if (low_priority)
     record.emplace("#priority", "low");
   problems_->push_back(record);

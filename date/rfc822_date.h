@@ -14,7 +14,10 @@
 // it was unless the operation says otherwise. Comments nest, so their scanner
 // keeps an explicit stack and remembers what it found at each "(": hostile
 // input (a million "(") costs memory proportional to its length, never stack
-// depth or quadratic time.
+// depth or quadratic time. That memory is tens of bytes per byte read, so the
+// parser reads no more than the first max_date_length bytes of a value: real
+// dates, comments and all, are a few dozen bytes, and a megabyte of "(((("
+// must not cost a gigabyte.
 #pragma once
 
 #include <cstddef>
@@ -38,6 +41,9 @@ struct rules_t {
   bool numeric_zone_wins = false;
   static constexpr rules_t full() { return {true, true}; }
 };
+
+// The most of a date value the parser reads; the rest is ignored.
+inline constexpr std::size_t max_date_length = 64 * 1024;
 
 class rfc822_date_parser_t {
 public:
@@ -103,7 +109,8 @@ private:
 
   char const* first_;
   char const* cursor_;
-  char const* last_;
+  char const* last_;         // the end of what is read
+  char const* context_last_; // the end of the whole value, quoted in problems
   quern::error::handler_t* problems_;
   rules_t rules_;
   bool parsed_ = false;

@@ -106,6 +106,7 @@ void decode_text(char const* begin, char const* end, std::vector<char>& buffer, 
   converted.reserve(static_cast<std::size_t>(end - begin));
   charset::convert_to_utf8(begin, end, std::back_inserter(converted), charset, fallback, problems);
   buffer.swap(converted);
+  std::vector<char>().swap(converted); // the decoded bytes: a large body is held twice at most
   if (buffer.empty())
     return;
   std::vector<char> canonical;

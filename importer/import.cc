@@ -56,7 +56,7 @@ private:
   std::vector<std::pair<std::string_view, std::vector<std::string>>> lists_;
 };
 
-void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes, reading_t reading);
+void store_attributes(email::header_map_t headers, attribute_set_t& attributes, reading_t reading);
 
 bool read_number(std::string_view text, std::size_t at, std::size_t digits, int& value) {
   char const* first = text.data() + at;
@@ -162,7 +162,8 @@ bool import_bytes(char const* first, char const* last, attribute_set_t& attribut
 
 namespace {
 
-void store_attributes(email::header_map_t const& headers, attribute_set_t& attributes, reading_t reading) {
+// The map is this import's own, so the text can be moved out of it.
+void store_attributes(email::header_map_t headers, attribute_set_t& attributes, reading_t reading) {
   accumulator_t accumulator;
   for_each_row(
       headers, reading,
@@ -172,13 +173,16 @@ void store_attributes(email::header_map_t const& headers, attribute_set_t& attri
         for (std::string const& email : emails)
           accumulator.append(row.email_attribute, email);
       },
-      [&](attribute_row_t const& row, std::string const& value) {
+      [&](attribute_row_t const& row, auto&& value) {
         bool const valid = is_well_formed_utf8(value);
         if (is_date_row(row)) {
           if (auto const instant = valid ? parse_canonical_date(value) : std::nullopt)
             attributes.set(row.attribute, *instant);
+        } else if (valid && row.attribute == attribute::text_content) {
+          // The text is the one large value, and no other row reads it.
+          attributes.set(row.attribute, std::string(std::move(value)));
         } else if (valid) {
-          attributes.set(row.attribute, value);
+          attributes.set(row.attribute, std::string(value));
         } else {
           attributes.erase(row.attribute);
         }

@@ -66,6 +66,9 @@ std::span<attribute_row_t const> attribute_rows(reading_t reading);
 // joined by LF (a name never holds a control character).
 inline constexpr std::string_view attachment_names_key = "#attachments";
 
+// Well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
+bool is_well_formed_utf8(std::string_view text);
+
 namespace detail {
 
 // The text with every ill-formed UTF-8 sequence replaced by U+FFFD.
@@ -90,9 +93,12 @@ std::vector<std::string> split_lines(std::string const& text);
 // names and e-mail addresses of its field to on_address(row, names, emails);
 // any other row whose value is present and not the no-text marker hands that
 // value to on_value(row, value). Every host applies the rows through this
-// walk, each with its own string, date and list types.
-template <typename AddressFn, typename ValueFn>
-void for_each_row(email::header_map_t const& headers, AddressFn&& on_address, ValueFn&& on_value) {
+// walk, each with its own string, date and list types. A caller that walks a
+// map it owns (not const) is handed its values as modifiable strings and may
+// move them out: a message's text is the largest value and need not be
+// copied.
+template <typename HeaderMap, typename AddressFn, typename ValueFn>
+void for_each_row(HeaderMap& headers, AddressFn&& on_address, ValueFn&& on_value) {
   for (attribute_row_t const& row : attribute_rows()) {
     auto const found = headers.find(row.key);
     if (found == headers.end())
@@ -111,9 +117,8 @@ void for_each_row(email::header_map_t const& headers, AddressFn&& on_address, Va
 // on is well-formed UTF-8; on_address gets parallel lists (one entry per
 // mailbox, an empty name where there is none), and the attachment-names row
 // goes to on_list(row, names).
-template <typename AddressFn, typename ValueFn, typename ListFn>
-void for_each_row(email::header_map_t const& headers, reading_t reading, AddressFn&& on_address, ValueFn&& on_value,
-                  ListFn&& on_list) {
+template <typename HeaderMap, typename AddressFn, typename ValueFn, typename ListFn>
+void for_each_row(HeaderMap& headers, reading_t reading, AddressFn&& on_address, ValueFn&& on_value, ListFn&& on_list) {
   if (reading == reading_t::desktop) {
     for_each_row(headers, on_address, on_value);
     return;
@@ -129,7 +134,11 @@ void for_each_row(email::header_map_t const& headers, reading_t reading, Address
       on_address(row, names, emails);
     } else if (row.is_list) {
       on_list(row, detail::split_lines(found->second));
-    } else if (found->second != email::no_text_marker) {
+    } else if (found->second == email::no_text_marker) {
+      continue;
+    } else if (is_well_formed_utf8(found->second)) {
+      on_value(row, found->second);
+    } else {
       on_value(row, detail::well_formed(found->second));
     }
   }
@@ -201,8 +210,5 @@ bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content
 
 // Reads canonical "yyyy-MM-dd HH:mm:ss" UTC text; anything else is no date.
 std::optional<instant_t> parse_canonical_date(std::string_view text);
-
-// Well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool is_well_formed_utf8(std::string_view text);
 
 } // namespace importer

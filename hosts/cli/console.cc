@@ -59,14 +59,30 @@ void clear_progress() {
 bool stdout_t::write(std::string_view bytes) {
   if (error_)
     return false;
-  buffer_.append(bytes);
-  return buffer_.size() < flush_at || flush();
+  if (buffer_.size() + bytes.size() < flush_at) {
+    buffer_.append(bytes);
+    return true;
+  }
+  // A large piece goes out as it is rather than through a copy.
+  if (!flush())
+    return false;
+  if (bytes.size() < flush_at) {
+    buffer_.append(bytes);
+    return true;
+  }
+  return write_all(bytes);
 }
 
 bool stdout_t::flush() {
+  write_all(buffer_);
+  buffer_.clear();
+  return !error_;
+}
+
+bool stdout_t::write_all(std::string_view bytes) {
   std::size_t done = 0;
-  while (!error_ && done < buffer_.size()) {
-    ssize_t const n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
+  while (!error_ && done < bytes.size()) {
+    ssize_t const n = ::write(fd_, bytes.data() + done, bytes.size() - done);
     if (n > 0)
       done += static_cast<std::size_t>(n);
     else if (n == 0)
@@ -74,7 +90,6 @@ bool stdout_t::flush() {
     else if (errno != EINTR)
       error_ = errno;
   }
-  buffer_.clear();
   return !error_;
 }
 

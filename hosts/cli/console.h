@@ -47,6 +47,8 @@ public:
   int error() const { return error_; }
 
 private:
+  bool write_all(std::string_view bytes);
+
   int fd_;
   int error_ = 0;
   std::string buffer_;

@@ -52,6 +52,8 @@ struct task_t {
 
 struct outcome_t {
   std::string text;
+  // A record too large to hold printed: the writer prints it as it writes.
+  std::unique_ptr<record_t> record;
   bool imported = false;
   bool with_text = false;
   bool failed = false;
@@ -133,14 +135,15 @@ std::string import_path(std::string const& path, importer::attribute_set_t& attr
       return through_importer(path, attributes, options, 0);
     } else {
       // One buffer per thread, reused: most messages are small, and a large
-      // one should not stay allocated for the rest of the run.
+      // one should not stay allocated while its record is printed, nor for
+      // the rest of the run.
       thread_local std::string buffer;
       std::size_t length = 0;
       if (int const read_error = read_into(fd, buffer, static_cast<std::size_t>(info.st_size), length))
         error = reason(read_error);
       else
         importer::import_bytes(buffer.data(), buffer.data() + length, attributes, options);
-      if (buffer.capacity() > (64u << 20))
+      if (buffer.capacity() > (4u << 20))
         std::string().swap(buffer);
     }
     ::close(fd);
@@ -148,6 +151,13 @@ std::string import_path(std::string const& path, importer::attribute_set_t& attr
   if (!error.empty())
     report(path, error);
   return error;
+}
+
+void print(record_t const& record, settings_t const& settings, printer_t& printer) {
+  if (settings.json)
+    print_json_line(record, printer);
+  else
+    print_listing(record, printer);
 }
 
 // The one place a record is built: a task in, its printed form out.
@@ -173,11 +183,17 @@ outcome_t process(task_t const& task, settings_t const& settings) {
     }
   }
   outcome_t outcome;
-  outcome.text = settings.json ? to_json_line(record) : to_listing(record);
   outcome.imported = record.imported;
   outcome.with_text = record.attributes.find(importer::attribute::text_content) != nullptr;
   outcome.failed = !record.error.empty();
   outcome.size = task.size;
+  if (printed_size(record) > printer_t::spill_at) {
+    outcome.record = std::make_unique<record_t>(std::move(record));
+  } else {
+    printer_t printer;
+    print(record, settings, printer);
+    outcome.text = std::move(printer.text);
+  }
   return outcome;
 }
 
@@ -292,7 +308,14 @@ private:
   }
 
   void write(outcome_t const& outcome) {
-    out_.write(outcome.text);
+    if (outcome.record) {
+      printer_t printer;
+      printer.spill = [this](std::string_view bytes) { out_.write(bytes); };
+      print(*outcome.record, settings_, printer);
+      printer.finish();
+    } else {
+      out_.write(outcome.text);
+    }
     ++records_;
     imported_ += outcome.imported;
     with_text_ += outcome.with_text;

@@ -51,18 +51,17 @@ date_parts_t split(importer::instant_t instant) {
           long(time.seconds().count())};
 }
 
-// Appends text as a JSON string with the escapes boost::json writes: the
+// Appends text escaped as in a JSON string, with the escapes boost::json writes: the
 // short forms for '"', '\\' and \b \f \n \r \t, \u00XX for the other control
 // characters, every other byte as it is. Eight bytes at a time are tested
 // for anything to escape, as most text has nothing.
-void append_quoted(std::string& out, std::string_view text) {
+void append_escaped(std::string& out, std::string_view text) {
   static constexpr char hex[] = "0123456789abcdef";
   constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
   auto const has_byte = [](std::uint64_t word, unsigned char c) {
     std::uint64_t const x = word ^ (ones * c);
     return ((x - ones) & ~x & highs) != 0;
   };
-  out += '"';
   char const* p = text.data();
   char const* const end = p + text.size();
   char const* run = p;
@@ -112,13 +111,18 @@ void append_quoted(std::string& out, std::string_view text) {
     run = ++p;
   }
   out.append(run, end);
-  out += '"';
 }
 
-std::string quoted(std::string const& text) {
-  std::string out;
-  append_quoted(out, text);
-  return out;
+// The text in quotes, escaped a slice at a time so that a printer that
+// spills never holds more than a slice of it escaped.
+void append_quoted(printer_t& out, std::string_view text) {
+  constexpr std::size_t slice = 256 * 1024;
+  out.text += '"';
+  for (std::size_t at = 0; at < text.size(); at += slice) {
+    append_escaped(out.text, text.substr(at, slice));
+    out.maybe_spill();
+  }
+  out.text += '"';
 }
 
 } // namespace
@@ -146,11 +150,7 @@ std::string iso8601(importer::instant_t instant) {
   return text;
 }
 
-// Written straight into one string: building a JSON document only to
-// serialise it cost more than the import of many messages.
-std::string to_json_line(record_t const& record) {
-  // Room for everything unescaped, so that most lines are written into
-  // one allocation.
+std::size_t printed_size(record_t const& record) {
   std::size_t size = record.path.size() + 64;
   for (auto const& [name, value] : record.attributes) {
     size += name.size() + 32;
@@ -160,16 +160,24 @@ std::string to_json_line(record_t const& record) {
       for (std::string const& element : *list)
         size += element.size() + 8;
   }
-  std::string line;
-  line.reserve(size);
+  return size;
+}
+
+// Written straight into one string: building a JSON document only to
+// serialise it cost more than the import of many messages.
+void print_json_line(record_t const& record, printer_t& out) {
+  // Room for everything unescaped, so that most lines are written into
+  // one allocation.
+  std::string& line = out.text;
+  line.reserve(std::min(printed_size(record), printer_t::spill_at * 2));
   line += "{\"path\":";
-  append_quoted(line, valid_utf8(record.path));
+  append_quoted(out, valid_utf8(record.path));
   if (record.message != 0)
     line += ",\"message\":" + std::to_string(record.message);
   line += record.imported ? ",\"imported\":true" : ",\"imported\":false";
   if (!record.error.empty()) {
     line += ",\"error\":";
-    append_quoted(line, valid_utf8(record.error));
+    append_quoted(out, valid_utf8(record.error));
   }
   line += ",\"attributes\":{";
   bool first = true;
@@ -177,12 +185,12 @@ std::string to_json_line(record_t const& record) {
     if (!first)
       line += ',';
     first = false;
-    append_quoted(line, name);
+    append_quoted(out, name);
     line += ':';
     if (auto const* text = std::get_if<std::string>(&value)) {
-      append_quoted(line, *text);
+      append_quoted(out, *text);
     } else if (auto const* instant = std::get_if<importer::instant_t>(&value)) {
-      append_quoted(line, iso8601(*instant));
+      append_quoted(out, iso8601(*instant));
     } else {
       line += '[';
       bool first_element = true;
@@ -190,7 +198,7 @@ std::string to_json_line(record_t const& record) {
         if (!first_element)
           line += ',';
         first_element = false;
-        append_quoted(line, element);
+        append_quoted(out, element);
       }
       line += ']';
     }
@@ -218,20 +226,26 @@ std::string to_json_line(record_t const& record) {
         if (!first_field)
           line += ',';
         first_field = false;
-        append_quoted(line, key);
+        append_quoted(out, key);
         line += ':';
-        append_quoted(line, value);
+        append_quoted(out, value);
       }
       line += '}';
     }
     line += ']';
   }
   line += "}\n";
-  return line;
 }
 
-std::string to_listing(record_t const& record) {
-  std::string out = record.path;
+std::string to_json_line(record_t const& record) {
+  printer_t out;
+  print_json_line(record, out);
+  return std::move(out.text);
+}
+
+void print_listing(record_t const& record, printer_t& printer) {
+  std::string& out = printer.text;
+  out += record.path;
   if (record.message != 0)
     out.append(":").append(std::to_string(record.message));
   out += "\n";
@@ -246,7 +260,8 @@ std::string to_listing(record_t const& record) {
     std::snprintf(padded, sizeof padded, "%-32s = ", name.c_str());
     out += padded;
     if (auto const* text = std::get_if<std::string>(&value)) {
-      out += quoted(*text) + "\n";
+      append_quoted(printer, *text);
+      out += '\n';
     } else if (auto const* instant = std::get_if<importer::instant_t>(&value)) {
       auto const d = split(*instant);
       char buffer[48];
@@ -256,8 +271,11 @@ std::string to_listing(record_t const& record) {
     } else {
       out += "(\n";
       auto const& list = std::get<std::vector<std::string>>(value);
-      for (std::size_t i = 0; i < list.size(); ++i)
-        out += "    " + quoted(list[i]) + (i + 1 < list.size() ? ",\n" : "\n");
+      for (std::size_t i = 0; i < list.size(); ++i) {
+        out += "    ";
+        append_quoted(printer, list[i]);
+        out += i + 1 < list.size() ? ",\n" : "\n";
+      }
       out += ")\n";
     }
   }
@@ -271,7 +289,13 @@ std::string to_listing(record_t const& record) {
       out += line + "\n";
     }
   }
-  return out + "\n";
+  out += '\n';
+}
+
+std::string to_listing(record_t const& record) {
+  printer_t out;
+  print_listing(record, out);
+  return std::move(out.text);
 }
 
 } // namespace cli

@@ -8,8 +8,10 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -33,6 +35,34 @@ struct record_t {
   // Present only when problems were asked for (then even when empty).
   std::optional<std::vector<quern::error::record_t>> problems;
 };
+
+// Where a record is printed. With spill set, the printed text is handed on
+// each time it passes spill_at bytes and then dropped, so a record with a
+// huge text (escaped, up to six bytes a byte) is never held whole in its
+// printed form; without it, text holds the whole record.
+struct printer_t {
+  static constexpr std::size_t spill_at = 1 << 20;
+
+  std::string text;
+  std::function<void(std::string_view)> spill;
+
+  void maybe_spill() {
+    if (spill && text.size() >= spill_at)
+      finish();
+  }
+  void finish() {
+    if (spill && !text.empty()) {
+      spill(text);
+      text.clear();
+    }
+  }
+};
+
+// About how many bytes the record's printed form takes, unescaped.
+std::size_t printed_size(record_t const& record);
+
+void print_json_line(record_t const& record, printer_t& out);
+void print_listing(record_t const& record, printer_t& out);
 
 // {"path": ..., "message": N, "imported": ..., "error": ..., "attributes":
 // {...}, "problems": [...]} and a line feed; "message", "error" and

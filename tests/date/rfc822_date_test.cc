@@ -242,18 +242,27 @@ std::string repeat(std::string const& piece, std::size_t times) {
   return out;
 }
 
-// Hostile shapes: no stack exhaustion, and the work stays linear (a
-// quadratic scan of a megabyte would not finish in the test's time).
+// Hostile shapes as long as the parser reads: no stack exhaustion, and the
+// work stays linear (a quadratic scan would not finish in the test's time).
+// Past max_date_length nothing is read, whatever it holds.
 TEST(comments, hostile_nesting_is_safe) {
-  std::size_t const n = 1'000'000;
+  std::size_t const n = date::max_date_length;
   std::string const nested = repeat("(", n / 2) + repeat(")", n / 2);
   for (std::string const& text :
        {repeat("(", n), repeat("( ", n / 2), nested, repeat("( ", n / 4) + repeat(") ", n / 4), repeat("(a) ", n / 4),
-        repeat("(()", n / 3), repeat("( () ", n / 5), "1 Jul 2003 " + nested})
+        repeat("(()", n / 3), repeat("( () ", n / 5), "1 Jul 2003 " + nested, repeat("(", 50 * n)})
     (void)date::rfc822_date_t(text.data(), text.data() + text.size(), nullptr).canonical_format();
   date::rfc822_date_parser_t p(nested.data(), nested.data() + nested.size(), nullptr);
   EXPECT_TRUE(p.skip_single_comment());
   EXPECT_EQ(p.cursor(), nested.data() + nested.size());
+
+  std::string const date = "1 Jul 2003 10:52:37 +0200";
+  for (std::size_t const padding : {n - date.size(), n}) {
+    std::string const text = repeat(" ", padding) + date;
+    EXPECT_EQ(date::rfc822_date_t(text.data(), text.data() + text.size(), nullptr).canonical_format(),
+              padding + date.size() <= n ? "2003-07-01 08:52:37" : "")
+        << padding;
+  }
 }
 
 } // namespace

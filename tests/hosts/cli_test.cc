@@ -80,6 +80,38 @@ TEST(output, json_strings_match_boost_json) {
   }
 }
 
+// A record too large to hold printed is printed as it is written: the same
+// bytes, from a printer that never holds much more than a megabyte, and
+// through the tool whatever the number of jobs.
+TEST(output, large_records_print_in_pieces) {
+  std::string text;
+  for (int i = 0; text.size() < 3 * cli::printer_t::spill_at; ++i)
+    text += std::string("line \"") + std::string(1, '\0') + "\" " + std::to_string(i) + "\n";
+  cli::record_t record{"big.eml", true, {}};
+  record.attributes.set("kMDItemTextContent", text);
+  record.attributes.set("kMDItemAuthors", std::vector<std::string>{text, "B"});
+  for (bool json : {true, false}) {
+    std::string spilled;
+    std::size_t largest = 0;
+    cli::printer_t printer;
+    printer.spill = [&](std::string_view bytes) {
+      spilled += bytes;
+      largest = std::max(largest, bytes.size());
+    };
+    json ? cli::print_json_line(record, printer) : cli::print_listing(record, printer);
+    printer.finish();
+    EXPECT_EQ(spilled, json ? cli::to_json_line(record) : cli::to_listing(record));
+    EXPECT_LT(largest, 3 * cli::printer_t::spill_at) << json;
+  }
+  test_support::temp_file_t const message("Subject: big\n\n" + text);
+  for (char const* jobs : {"-j1", "-j2"}) {
+    auto const lines = json_lines(run(std::string("--json ") + jobs + " " + message.path() + " " + message.path()).out);
+    ASSERT_EQ(lines.size(), 2u) << jobs;
+    for (auto const& line : lines)
+      EXPECT_EQ(line.at("attributes").at("kMDItemTextContent").as_string(), text) << jobs;
+  }
+}
+
 // The optional parts of a record, in both renderings: an mbox message's
 // number, a failure and the problems (a multi-line context stays one block).
 TEST(output, message_error_and_problems) {
