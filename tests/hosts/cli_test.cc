@@ -29,6 +29,15 @@ run_t run(std::string const& arguments) {
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
 
+std::vector<boost::json::object> json_lines(std::string const& out) {
+  std::vector<boost::json::object> lines;
+  std::size_t start = 0;
+  for (std::size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1)
+    lines.push_back(boost::json::parse(out.substr(start, end - start)).as_object());
+  EXPECT_EQ(start, out.size()) << "output must end with a line feed";
+  return lines;
+}
+
 std::string const examples = std::string(TIDEWELL_SOURCE_DIR) + "/examples";
 
 // Usage errors exit 2, help and version 0; an empty file is a message, a
