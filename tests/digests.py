@@ -1,17 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Golden digests of every import record, one per message and reading.
-
-For each reading (the desktop host's, and each other one the tool offers),
-tidewell-import --json runs over examples/ and the shared corpus, and the
-SHA-256 of each message's JSON record is kept in tests/data/digests.tsv.
-Only digests are stored: the corpus messages may not be copied, and a digest
-catches any change to any attribute of any message.
-
-  digests.py --binary B            compare; list every record that changed
-  digests.py --binary B --update   rewrite the file, listing what changed
-
-The corpus rows are checked only when ../shared/corpus is there.
+"""The SHA-256 of every tidewell-import --json record over examples/ and the
+shared corpus (when there), per reading, against tests/data/digests.tsv: any
+change to any attribute of any message shows, and no message is copied.
+  digests.py --binary B [--update]   compare (or rewrite), listing what changed
 """
 import argparse
 import hashlib

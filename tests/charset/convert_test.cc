@@ -91,7 +91,6 @@ struct case_t {
 TEST(convert_to_utf8, reads_labels_and_bytes) {
   std::vector<case_t> const cases = {
       {"", "x-nonsense", "", {}},
-      {"plain text\n", "", "plain text\n", {}},
       {"hello", "ascii", "hello", {problem_ascii_label}},
       // 8-bit bytes under an ASCII label: UTF-8 if valid, else the fallback.
       {"caf\xC3\xA9", "us-ascii", "caf\xC3\xA9", {claimed + as_utf8}},
@@ -106,10 +105,7 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
        times(4, "\xC3\xA9") + "\xE2\x82\xAC",
        {text::format(problem_label_ignored, "utf-8")}},
       // Renamed labels.
-      {"\xC4\xE3\xBA\xC3", "gb2312", "\xE4\xBD\xA0\xE5\xA5\xBD", {}},
-      {"\xBE\xC8\xB3\xE7", "ks_c_5601-1987", "\xEC\x95\x88\xEB\x85\x95", {}},
       {"\xE9", "western", "\xC3\xA9", {}},
-      {"\xF9\xEC", "iso-8859-8-i", "\xD7\xA9\xD7\x9C", {}},
       // After a strict failure the rest is read tolerantly, or as ISO-8859-1
       // when a tenth or more of it is undecodable.
       {"\xC3\xA9 \xFF" + tail, "x-made-up", "\xC3\xA9 <U+00FF>" + tail, {unknown, problem_unknown_charset_utf8}},
@@ -202,10 +198,7 @@ TEST(convert_to_utf8, problem_records_quote_the_bytes_around) {
   } const cases[] = {
       {"0123456789012345678901234\tcaf\xC3\xA9", "us-ascii", 0, "context", "9012345678901234\\tcaf\xC3\xA9"},
       {"caf\xE9\x01", "us-ascii", 0, "context", "caf{E9}{01}"},
-      {"x", "ascii", 0, "context", "ascii"},
       {"text", "x-made-up", 0, "from_charset", "x-made-up"},
-      {"text", "x-made-up", 0, "to_charset", "UTF-8"},
-      {"text", "x-made-up", 1, "from_charset", "x-made-up"},
       {"0123456789abcdef\xFFghijklmnopqrstuvwxyz", "utf-8", 0, "context", "6789abcdef{FF}ghijklmno"},
       {"x\xED\xA0\xBD\xED\xB8\x80y", "utf-8", 0, "context", "{ED}{A0}{BD}{ED}{B8}{80}"},
       {escape, "", 0, "context", "a{1B}$B0!{1B}(B", ""},
@@ -229,11 +222,8 @@ TEST(convert, reports_where_it_stopped) {
   } const cases[] = {
       {"ab\xFFxy", "utf-8", "UTF-8", -1, "ab", 2, problem_invalid_sequence},
       {"ab\xFFxy", "utf-8", "UTF-8", 1, "ab<U+00FF>xy", 5, ""},
-      {"ab\xFFxy", "utf-8", "ISO-8859-1", 1, "ab<U+00FF>xy", 5, ""},
-      {"caf\xC3\xA9", "utf-8", "ISO-8859-1", -1, "caf\xE9", 5, ""},
       // Conversion flags in a name would change strictness.
       {"ab", "utf-8//IGNORE", "UTF-8", -1, "", 0, problem_unknown_charset},
-      {"ab", "utf(8)", "UTF-8", -1, "", 0, problem_unknown_charset},
       {"ab", " utf-8", "UTF-8", -1, "", 0, problem_unknown_charset},
       {"ab", "iso-8859-1", "ISO_8859-1:1987", -1, "ab", 2, ""},
       // A byte the charset does not use stops it, also inside a character.
@@ -244,8 +234,6 @@ TEST(convert, reports_where_it_stopped) {
       // them); one cut off by the end is incomplete, not undefined.
       {"abc\x1B$(D0!\x1B(B", jp3, "UTF-8", -1, "abc", 3, problem_invalid_sequence},
       {"abc\x1B$(D0!\x1B(B", "iso-2022-jp-1", "UTF-8", -1, "abc" A_0212, 12, ""},
-      {"abc\x1B$(D0!\x1B(B", "iso-2022-jp-2", "UTF-8", -1, "abc" A_0212, 12, ""},
-      {"\x1B$(Q0!\x1B(B", "iso-2022-jp-4", "UTF-8", -1, A_0208, 9, ""},
       {"a\x1B$A0!\x1B(B", "iso-2022-jp-1", "UTF-8", -1, "a", 1, problem_invalid_sequence},
       {"a\x1B$(", jp3, "UTF-8", -1, "a", 1, problem_incomplete_sequence},
   };

@@ -44,39 +44,6 @@ TEST(decode_base_64_data, decodes_or_passes_lines_through) {
   }
 }
 
-TEST(decode_base_64_data, a_line_break_at_any_offset_keeps_the_group_pending) {
-  std::string const encoded = "QUJDREVGR0hJSktM";
-  for (std::size_t at = 1; at <= encoded.size(); ++at)
-    for (char const* line_end : {"\n", " \t\n "})
-      EXPECT_EQ(decode(std::string(encoded).insert(at, line_end), true), decoded_t("ABCDEFGHIJKL", "")) << at;
-}
-
-// Any data, wrapped at any width (groups split across lines at every offset),
-// followed by lines that are not base64: the data comes back, then the lines.
-TEST(decode_base_64_data, wrapped_data_at_every_width) {
-  constexpr char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string data;
-  for (unsigned i = 0; i < 300; ++i)
-    data += static_cast<char>((i * 167 + 13) & 0xFF);
-  std::string encoded;
-  for (std::size_t i = 0; i < data.size(); i += 3) {
-    std::uint32_t group = 0;
-    std::size_t const n = std::min<std::size_t>(3, data.size() - i);
-    for (std::size_t k = 0; k < 3; ++k)
-      group = group << 8 | (k < n ? static_cast<unsigned char>(data[i + k]) : 0u);
-    for (std::size_t k = 0; k < 4; ++k)
-      encoded += k <= n ? letters[(group >> (18 - 6 * k)) & 63] : '=';
-  }
-  for (std::size_t width = 1; width <= 80; ++width) {
-    std::string wrapped;
-    for (std::size_t i = 0; i < encoded.size(); i += width)
-      wrapped += encoded.substr(i, width) + "\n";
-    EXPECT_EQ(decode(wrapped + "-- \n*sig*\n", true),
-              decoded_t(data + "-- \n*sig*\n", text::format(email::problem_passed_through, std::size_t(8))))
-        << width;
-  }
-}
-
 TEST(decode_base_64_data, a_megabyte_of_padding) {
   std::string const input(1 << 20, '=');
   EXPECT_EQ(decode(input, true).first, input);

@@ -38,23 +38,11 @@ TEST(walker, selects_the_text) {
   std::pair<std::string, std::string> const cases[] = {
       {"Subject: x\n\nhello  \nworld\n", "hello\nworld\n"},
       {"Content-Disposition: attachment\n\nA\n", marker},
-      {"Subject: x\n\n", marker},
-      {multipart("alternative", {plain_a, html}), "A"},
-      {multipart("alternative", {html, plain_a}), marker}, // HTML first: no text, on purpose
-      {multipart("mixed", {plain_a, "Content-Type: application/pdf\n\n%PDF", plain_b}), "AB"},
-      {multipart("mixed",
-                 {"Content-Type: multipart/alternative; boundary=c\n\n--c\n" + plain_a + "\n--c\n" + html + "\n--c--\n",
-                  "Content-Type: image/png\nContent-Disposition: attachment\n\nPNG"}),
-       "A"},
-      {multipart("related", {plain_a, plain_b}), "A"},
+      {multipart("alternative", {html, plain_a}), marker},     // HTML first: no text, on purpose
       {multipart("mixed", {plain_a, plain_b}, false), "AB\n"}, // no close: the last part runs to the end
       {"Content-Type: multipart/mixed\n\n--b\n" + plain_a + "\n--b--\n", marker},
       {"Content-Type: multipart/mixed; boundary=b\n\n--b\r\n" + plain_a + "\r\n--b--\r\n", marker},
-      {multipart("mixed", {plain_a, "Content-Type: message/rfc822\n\nSubject: inner\nFrom: x@y\n\nInner"}), "AInner"},
-      {"Content-Transfer-Encoding: base64\n\nSGVsbG8gd29ybGQ=\n", "Hello world"},
       {"Content-Transfer-Encoding: base64\n\n\n\n", marker},
-      {"Content-Type: text/plain; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable\n\n=FC=\n=DF\n",
-       "\xC3\xBC\xC3\x9F\n"},
       // A multipart is split as it stands; an enclosed message is decoded, the top-level one not.
       {"Content-Type: multipart/mixed; boundary=b\nContent-Transfer-Encoding: base64\n\n--b\n" + plain_a + "\n--b--\n",
        "A"},

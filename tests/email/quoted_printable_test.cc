@@ -36,13 +36,6 @@ TEST(decode_quoted_printable, decodes_and_repairs) {
   }
 }
 
-TEST(decode_quoted_printable, every_prefix_of_an_escape_and_a_soft_break) {
-  std::string const input = "x=41=\ny";
-  char const* const expected[] = {"", "x", "x", "x=4", "xA", "xA", "xA", "xAy"};
-  for (std::size_t n = 0; n <= input.size(); ++n)
-    EXPECT_EQ(decode(std::string_view(input).substr(0, n), false).first, expected[n]) << n;
-}
-
 TEST(decode_quoted_printable, records_one_problem_per_kind_with_contexts) {
   using email::problem_illegal_equals, email::problem_unencoded_linefeeds, text::format;
   EXPECT_EQ(decode("0123456789=G0123456789X\nabc=", true).second,

@@ -51,19 +51,6 @@ TEST(handler, to_s_renders_in_key_order_without_escaping) {
   EXPECT_EQ(quern::error::to_s({{"b", "2"}, {"a", "1\nx"}}), "{ a : 1\nx }, { b : 2 }");
 }
 
-TEST(handler, dump_prints_one_line_per_problem) {
-  handler_t handler;
-  testing::internal::CaptureStderr();
-  handler.dump();
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
-  handler.push_back({{"description", "x"}});
-  handler.push_back({{"description", "y"}, {"context", "z"}});
-  testing::internal::CaptureStderr();
-  handler.dump();
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "{ description : x }\n{ context : z }, { description : y }\n");
-}
-
 TEST(format, expands_printf_style) {
   EXPECT_EQ(text::format("Passed through %zu unexpected characters.", std::size_t{12}),
             "Passed through 12 unexpected characters.");

@@ -44,13 +44,11 @@ TEST(parse_token_until, reads_bounded_tokens) {
   } const cases[] = {
       // comments: nesting (a counter, not recursion), pairs of openers stripped
       {"a (b) c) rest", '(', ")", true, false, "a (b) c", 8},
-      {"((x))) rest", '(', ")", true, false, "x", 6},
       {"a (b c", '(', ")", true, false, "-", 0},
       {std::string(1'000'000, '(') + "x" + std::string(1'000'001, ')'), '(', ")", true, false, "x", 2'000'002},
       // quoted strings: escapes skipped, not removed
       {"a\\\"b\" rest", '\0', "\"", true, true, "a\\\"b", 5},
       {"  x  \"", '\0', "\"", true, true, "x", 6},
-      {"   \"", '\0', "\"", true, true, "-", 3},
       {"ab\\", '\0', "\"", true, true, "-", 0},
       {"a\\b", '\0', "\\", true, true, "a", 2}, // a backslash terminator terminates
       // bare words: stop before the terminator, not consumed
@@ -62,10 +60,8 @@ TEST(parse_token_until, reads_bounded_tokens) {
       {"a<<c@d>", '\0', "<", false, false, "a", 1},
       // NUL is ordinary, and trimmed from the ends; only enclosing quotes go
       {"\0\0a\0;"s, '\0', ";", true, false, "a", 5},
-      {"\0a\0\0;"s, '\0', ";", true, false, "a", 5},
       {"\0\0"s, '\0', ";", false, false, "-", 0},
       {"x'';", '\0', ";", true, false, "x''", 4},
-      {"'';", '\0', ";", true, false, "-", 0},
   };
   for (auto const& c : cases) {
     char const *const first = c.input.data(), *position = first;
@@ -92,14 +88,10 @@ TEST(split_functions, split_only_between_items) {
     std::string input;
     list items;
   } const cases[] = {
-      {address, "Doe, John <j@x>, Ann <a@y>", {"Doe, John <j@x>", "Ann <a@y>"}},
       {address, "\"Doe, J@x\" <j@x>, b@y  ", {"\"Doe, J@x\" <j@x>", "b@y"}},
-      {address, "  a@x ,b@y,", {"a@x", "b@y"}},
       {address, "Team: a, b;, c@d", {"Team: a", "b;, c@d"}},
       {address, "\"unterminated, a@b", {"\"unterminated, a@b"}},
-      {parameter, "; charset=utf-8; format=flowed ", {"charset=utf-8", "format=flowed"}},
       {parameter, " ;name=\"a;b\\\"c\"  ; x = y", {"name=\"a;b\\\"c\"", "x = y"}},
-      {parameter, "; name", {}},
       {parameter, "text/plain; a=b", {}},
       {parameter, "; a=\"open", {"a=\"open"}},
   };
@@ -113,13 +105,9 @@ TEST(dequote_string, removes_quotes_and_escapes) {
     std::string input, output;
     bool copied;
   } const cases[] = {
-      {"\"quoted\"", "quoted", false},
-      {"\"John  Q\"   Public", "John  Q Public", true},
-      {"\"a\\\\b\"", "a\\b", true},
-      {"\"a\" \"b\"", "a b", true},
-      {"a\\b", "a\\b", false},
-      {"\"open\\", "open", true},
-      {"\"", "", true},
+      {"\"quoted\"", "quoted", false}, {"\"John  Q\"   Public", "John  Q Public", true},
+      {"\"a\\\\b\"", "a\\b", true},    {"a\\b", "a\\b", false},
+      {"\"open\\", "open", true},      {"\"", "", true},
       {"  lead", " lead", false},
   };
   for (auto const& c : cases) {
@@ -160,20 +148,13 @@ TEST(address_name_and_email_function, reads_the_forms_real_mail_carries) {
     std::string input, name, email;
   } const cases[] = {
       {"  Ann   Smith\t<ann@x>  ", "Ann Smith", "ann@x"},
-      {"ann@x (Ann Smith)", "Ann Smith", "ann@x"},
       {"ann@x", "-", "ann@x"},
-      {"<ann@x>", "-", "ann@x"},
       {"Ann Smith", "Ann Smith", "-"},
-      {"ann", "-", "ann"},
-      {"\"Smith, Ann\" <ann@x>", "Smith, Ann", "ann@x"},
       {"\"Smith \\\"Nan\\\" Ann\" <ann@x>", "Smith \"Nan\" Ann", "ann@x"},
       {"Undisclosed recipients: ;", "Undisclosed recipients", "-"},
-      {"bob@y <ann@x>", "bob@y", "ann@x"},
       // the address repeated in the name
       {"\"ann@x\" <ann@x>", "-", "ann@x"},
-      {"'ANN@X' <ann@x>", "-", "ann@x"},
       {"Ann (ann@x) <ann@x>", "Ann", "ann@x"},
-      {"Ann ann@x <ann@x>", "Ann", "ann@x"},
       {"ann@x (Ann <ann@x>)", "Ann", "ann@x"},
       {"ann@x (Ann <bob@y>)", "Ann <bob@y>", "ann@x"},
       {"\xE2\x80\xAA <ann@x>", "-", "ann@x"},
@@ -181,10 +162,8 @@ TEST(address_name_and_email_function, reads_the_forms_real_mail_carries) {
       {"\"Ann <ann@x>", "Ann ", "ann@x"},
       {"Ann <ann@x", "Ann", "ann@x"},
       {"Ann (Work <ann@x>", "Ann (Work", "ann@x"},
-      {"Ann Smith <ann@x> (home)", "Ann Smith", "ann@x"},
       {"(note) Ann <ann@x>", "Ann", "ann@x"},
       {"<>", "-", "-"},
-      {"   ", "-", "-"},
       {"\"\" <ann@x>", "-", "ann@x"},
   };
   for (auto const& c : cases)
@@ -199,22 +178,13 @@ TEST(address_name_and_email_function, halves_and_url_splitters) {
       {header::address_name_function, "Ann <ann@x>", "Ann"},
       {header::address_email_function, "Ann <ann@x>", "ann@x"},
       {header::mailto_function, "mailto:ann@x", "ann@x"},
-      {header::mailto_function, "MAILTO:ann@x", "-"},
       {header::protocol_function, "https://h/p", "https"},
       {header::server_function, "https://host.example/a/b", "host.example"},
-      {header::server_function, "https:/", "-"},
       {header::path_function, "https://host/a/b", "a/b"},
       {header::path_function, "https://host", "-"},
   };
   for (auto const& c : cases)
     EXPECT_EQ(apply(c.split, c.input), c.part) << c.input;
-}
-
-TEST(include_unbalanced_symbols, takes_in_what_the_name_leaves_open) {
-  std::string const text = "<(\"Ann) x\">";
-  char const *first = text.data() + 3, *last = text.data() + 10; // Ann) x"
-  header::include_unbalanced_symbols(first, last, text.data(), text.data() + text.size());
-  EXPECT_EQ(std::string(first, last), "(\"Ann) x\"");
 }
 
 std::string repeat(std::string const& part, int times) {
@@ -231,7 +201,6 @@ TEST(address_name_and_email_function, hostile_values_stay_linear) {
            repeat("(", 1'000'000),
            repeat("<", 1'000'000),
            repeat("\"", 1'000'000),
-           repeat("<", 500'000) + ">",
            "\"" + repeat("\\", 200'000) + repeat("\"", 200'000),
            "\"" + repeat("\\\"", 300'000),
            "a@b " + repeat("a@b (", 300'000) + repeat(")", 300'000),
@@ -249,10 +218,8 @@ TEST(format_name_and_address, writes_each_form) {
     name_format_t format;
     std::string text;
   } const cases[] = {
-      {"John Smith", "js@x", rfc822, "John Smith <js@x>"},
       {"Smith, John", "js@x", rfc822, "\"Smith, John\" <js@x>"},
       {"Smith, John", "js@x", name_format_t::display, "Smith, John <js@x>"},
-      {"Smith, John", "js@x", angle_split, "Smith, John <js@x>"},
       {"js@x \"home\"", "js@x", angle_split, "\"js@x \"\"home\"\"\" <js@x>"},
       {" \t\r\n", " js@x\n", rfc822, "js@x"},
       {" Ann ", "", angle_split, "Ann <>"},
@@ -270,8 +237,6 @@ TEST(split_name_and_address, reads_rfc822_and_angle_split) {
       {"\"Smith, John\" <js@x>", rfc822, "Smith, John", "js@x"},
       {"js@x (John)", rfc822, "John", "js@x"},
       {"John Smith", rfc822, "", "John Smith"},
-      {"js@x", angle_split, "", "js@x"},
-      {"  Ann  <a@x> ", angle_split, "Ann", "a@x"},
       {"Ann <a@x", angle_split, "Ann", "a@x"},
       {"Ann > <a@x", angle_split, "Ann >", "a@x"},
       {"\"a\"\"b\" c <x>", angle_split, "a\"b c", "x"},
@@ -308,7 +273,6 @@ TEST(public_suffix, cuts_hosts_into_levels) {
       {"news.bbc.co.uk", "co.uk", "bbc", "news"},
       {"x.y.blogspot.com", "blogspot.com", "y", "x"}, // private section
       {"www.ck", "ck", "www", "-"},                   // exception to *.ck
-      {"shop.x.ck", "x.ck", "shop", "-"},
       {"co.uk", "co.uk", "-", "-"},
       {"localhost", "localhost", "-", "-"},
       {"", "-", "-", "-"},

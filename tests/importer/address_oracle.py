@@ -1,15 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Recipients of the full reading against Python's email.utils.getaddresses.
-
-For every corpus message whose To, Cc or Bcc holds several mailboxes (as
-Python counts them), the number of recipient addresses tidewell-import --full
-gives must equal the number of distinct (name, address) pairs getaddresses
-finds in the same fields. Python reads each field the header scanner keeps
-(the last of repeated fields). The messages where the two differ for a
-reason we accept are listed below with that reason; any other difference,
-and any listed message that no longer differs, fails.
-
+"""For every corpus message with several recipients (To, Cc, Bcc; the last of
+repeated fields), tidewell-import --full gives as many recipient addresses as
+Python's getaddresses finds distinct pairs, except the accepted differences
+listed with their reasons (which must still differ).
   address_oracle.py --binary tidewell-import
 """
 import argparse

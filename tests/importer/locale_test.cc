@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Importing under an 8-bit locale gives exactly what the C locale gives.
-//
-// Hosts call setlocale(LC_ALL, "") and may run under a locale such as
-// de_DE.ISO-8859-1, where the C library's isalpha, isprint and tolower also
-// answer for bytes above 0x7F. The test builds that locale with localedef in
-// a temporary directory (LOCPATH points there, so nothing is installed),
-// imports examples/ and the corpus in the C locale and again under it, and
-// requires identical attributes for every message, and for a few made-up
-// ones with 8-bit letters where the scanners classify or fold case.
+// Hosts may run under a locale such as de_DE.ISO-8859-1, where isalpha and
+// tolower answer for bytes above 0x7F: built with localedef under LOCPATH, it
+// must import examples/, the corpus and a few made-up messages with 8-bit
+// letters exactly as the C locale does.
 #include <cctype>
 #include <clocale>
 #include <cstdlib>
@@ -17,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "importer/import.h"
+#include "tests/support/messages.h"
 
 namespace {
 
@@ -33,21 +29,18 @@ std::string const made_up[] = {
     "nne <A@B.example>\nTo: =?ISO-8859-1\xC4?Q?x?= <c@d>\nSubject: =?ISO-8859-1?Q?=C4?=\n\n\xC4\n",
 };
 
-records_t import_all(std::vector<fs::path> const& roots) {
+records_t import_all() {
   records_t records;
   for (std::size_t i = 0; i < std::size(made_up); ++i) {
     importer::attribute_set_t attributes;
     importer::import_bytes(made_up[i].data(), made_up[i].data() + made_up[i].size(), attributes);
     records["made-up " + std::to_string(i)] = importer::attribute_set_t::map_t(attributes.begin(), attributes.end());
   }
-  for (auto const& root : roots)
-    for (auto const& entry : fs::recursive_directory_iterator(root)) {
-      if (!entry.is_regular_file())
-        continue;
-      importer::attribute_set_t attributes;
-      importer::import_file(entry.path().string(), attributes);
-      records[entry.path().string()] = importer::attribute_set_t::map_t(attributes.begin(), attributes.end());
-    }
+  for (auto const& path : test_support::message_paths()) {
+    importer::attribute_set_t attributes;
+    importer::import_file(path, attributes);
+    records[path] = importer::attribute_set_t::map_t(attributes.begin(), attributes.end());
+  }
   return records;
 }
 
@@ -77,21 +70,16 @@ protected:
 };
 
 TEST_F(eight_bit_locale, imports_every_message_as_the_c_locale_does) {
-  fs::path const source(TIDEWELL_SOURCE_DIR);
-  std::vector<fs::path> roots{source / "examples"};
-  if (fs::is_directory(source / ".." / "shared" / "corpus" / "messages"))
-    roots.push_back(source / ".." / "shared" / "corpus" / "messages");
-
   testing::internal::CaptureStderr();
   ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
-  records_t const expected = import_all(roots);
+  records_t const expected = import_all();
   ASSERT_NE(std::setlocale(LC_ALL, locale_.c_str()), nullptr);
   // The locale must really classify 8-bit bytes, or the test proves nothing.
   // (The byte is read through a volatile: the compiler may fold C library
   // calls on constants as if in the C locale.)
   volatile int a_umlaut = 0xE4;
   ASSERT_TRUE(std::isalpha(a_umlaut) && std::toupper(a_umlaut) == 0xC4);
-  records_t const actual = import_all(roots);
+  records_t const actual = import_all();
   testing::internal::GetCapturedStderr();
 
   ASSERT_EQ(actual.size(), expected.size());

@@ -5,8 +5,6 @@
 // one a single thread produced. Under ThreadSanitizer (scripts/run-tests
 // --tsan) this also catches races on the process-wide tables and the
 // per-thread converter caches.
-#include <algorithm>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,22 +12,9 @@
 #include <gtest/gtest.h>
 
 #include "importer/import.h"
+#include "tests/support/messages.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-
-std::vector<std::string> message_paths() {
-  std::vector<std::string> paths;
-  for (auto const& root : {fs::path(TIDEWELL_SOURCE_DIR) / "examples",
-                           fs::path(TIDEWELL_SOURCE_DIR) / ".." / "shared" / "corpus" / "messages"})
-    if (fs::is_directory(root))
-      for (auto const& entry : fs::recursive_directory_iterator(root))
-        if (entry.is_regular_file())
-          paths.push_back(entry.path().string());
-  std::sort(paths.begin(), paths.end());
-  return paths;
-}
 
 std::string record(std::string const& path, importer::options_t const& options) {
   importer::attribute_set_t attributes;
@@ -50,7 +35,7 @@ std::string record(std::string const& path, importer::options_t const& options) 
 }
 
 TEST(threads, two_threads_import_the_corpus_like_one) {
-  std::vector<std::string> const paths = message_paths();
+  std::vector<std::string> const paths = test_support::message_paths();
   ASSERT_FALSE(paths.empty());
   for (importer::reading_t reading : {importer::reading_t::desktop, importer::reading_t::full}) {
     importer::options_t options;

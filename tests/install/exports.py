@@ -1,15 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Checks the dynamic symbol table of the shared libtidewell.
-
-Every exported symbol must belong to one of the library's own namespaces
-(the linker version script hides the standard library's and Boost's
-instances), and the entry points users call must be there. A version
-script that stops matching, or a new namespace left out of it, fails here
-before any user does.
-
-    exports.py LIBRARY NAMESPACE...
-"""
+"""Every symbol the shared libtidewell exports is in one of its own namespaces
+(the version script hides the standard library's and Boost's), and the entry
+points users call are there.  exports.py LIBRARY NAMESPACE..."""
 import re
 import subprocess
 import sys

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The extractor as Baloo runs it: loaded by KFileMetaData's own
-// ExtractorCollection from QT_PLUGIN_PATH (the build tree, or nothing for
-// the installed plugin) and run into a SimpleExtractionResult. The examples
-// are checked against what Python's email package reads from them; every
-// corpus message against the core's own import, and standard output must
-// stay empty throughout, as it is baloo_file_extractor's pipe to the indexer.
+// ExtractorCollection from QT_PLUGIN_PATH and run into a
+// SimpleExtractionResult. Every corpus message is checked against the core's
+// own import, with standard output empty throughout, as it is
+// baloo_file_extractor's pipe to the indexer.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -25,6 +24,7 @@
 
 #include "hosts/kde/message.h"
 #include "importer/import.h"
+#include "tests/support/messages.h"
 
 namespace {
 
@@ -82,16 +82,6 @@ TEST(kde_extractor, examples) {
        {"Ann Lee <ann.lee@example.com>"},
        "2025-10-14T07:12:40Z",
        {"Hiring plan for the importer team", "Bob Marsh <bob@example.org>"}},
-      {"crlf-windows.eml",
-       "Parking permits for the new office",
-       {"Marta Kowalska <marta.kowalska@example.com>"},
-       "2025-10-06T18:03:55Z",
-       {"the garage gate code is 4711", "facilities@example.org"}},
-      {"japanese-iso-2022-jp.eml",
-       "会議の資料について",
-       {"鈴木 一郎 <suzuki@example.jp>"},
-       "2025-10-10T01:15:00Z",
-       {"明日の会議の資料を送ります。"}},
       {"mixed-attachment.eml",
        "Your invoice № 2025-1042",
        {"Billing <billing@shop.example>"},
@@ -177,21 +167,10 @@ TEST(kde_extractor, cut_text) {
     EXPECT_EQ(kde_host::cut_text(c.text, c.max), c.expected) << c.text << " / " << c.max;
 }
 
-std::vector<fs::path> corpus_messages() {
-  std::vector<fs::path> paths;
-  fs::path const corpus = source_dir.parent_path() / "shared" / "corpus" / "messages";
-  std::error_code error;
-  for (auto const& entry : fs::recursive_directory_iterator(corpus, error))
-    if (entry.is_regular_file())
-      paths.push_back(entry.path());
-  std::sort(paths.begin(), paths.end());
-  return paths;
-}
-
 // Every corpus message, in one process as Baloo runs them: nothing on
 // standard output, and what reaches the result is what the core imported.
 TEST(kde_extractor, corpus) {
-  std::vector<fs::path> const paths = corpus_messages();
+  std::vector<std::string> const paths = test_support::message_paths(false);
   if (paths.empty())
     GTEST_SKIP() << "no shared corpus beside the source folder";
 
@@ -202,11 +181,11 @@ TEST(kde_extractor, corpus) {
   ::dup2(fileno(capture), 1);
 
   std::size_t with_title = 0, with_text = 0;
-  for (fs::path const& path : paths) {
-    SCOPED_TRACE(path.string());
+  for (std::string const& path : paths) {
+    SCOPED_TRACE(path);
     SimpleExtractionResult const result = extract(path);
     importer::attribute_set_t core;
-    importer::import_file(path.string(), core, importer::options_t{.reading = importer::reading_t::full});
+    importer::import_file(path, core, importer::options_t{.reading = importer::reading_t::full});
 
     auto const* subject = core.find(importer::attribute::subject);
     QStringList const expected_title =

@@ -1,14 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-# Checks the plug-in bundle's information list and metadata schema.
-#
-# They are only used on the Mac, so this is where a typo in them would
-# otherwise go unnoticed: the list must parse, name this build's factory for
-# the importer type with the right function, claim the mail content type, and
-# have the bundle's names filled in; the schema must parse and list exactly the
-# attribute names the importer writes (read from the core's attribute table).
-#
-# Usage: check_bundle_files.py Info.plist schema.xml attributes.h FACTORY-UUID
+# The bundle's information list and schema, used only on the Mac, must parse,
+# name this build's factory and the mail type, and list exactly the attributes
+# the core writes.  check_bundle_files.py Info.plist schema.xml attributes.h UUID
 import plistlib, re, sys
 import xml.etree.ElementTree as ElementTree
 

@@ -1,22 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The desktop-search plug-in driven the way the search service drives it.
-//
-// The plug-in object goes through the factory and the function table, with
-// registrations counted by the CoreFoundation stand-in (UUID objects that are
-// leaked or released once too often show in the sanitizer build). The
-// dictionary its fifth slot, GetMetadataForFile, writes must equal the core's
-// attribute set for the same file: the same names, values and kinds (text as
-// strings, instants as dates, lists as arrays). That check is generic over
-// whatever the core produces; it runs over other content types (both refuse
-// them), a missing file, an empty one, a made message for what the samples
-// lack (byte order marks, ill-formed text, a date out of the formatter's
-// range, recipients over three fields), the sample messages and the shared
-// corpus. The default zone is far from UTC, so a date read in local time
-// shows.
+// The desktop-search plug-in driven as the search service drives it: through
+// the factory and function table, registrations counted by the CoreFoundation
+// stand-in; the dictionary GetMetadataForFile writes must equal the core's
+// attribute set (names, values, kinds) for odd files, the samples and the
+// corpus, under a default zone far from UTC so that local time shows.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -28,6 +18,7 @@
 #include "importer/import.h"
 #include "importer/mac/metadata_importer.h"
 #include "importer/mac/plugin.h"
+#include "tests/support/messages.h"
 #include "tests/support/temp_file.h"
 
 namespace {
@@ -117,12 +108,9 @@ TEST(mac_same_as_core, content_types_made_sample_and_corpus_messages) {
   for (char const* type :
        {"com.apple.mail.emlx", "public.email-message", "COM.APPLE.MAIL.EMAIL", "com.apple.mail.email ", ""})
     expect_same_both_ways(made.path(), type);
-  std::vector<std::string> paths{"/nonexistent/tidewell/message.eml", empty.path(), made.path()};
-  std::error_code absent;
-  for (char const* dir : {"/examples", "/../shared/corpus/messages"})
-    for (auto const& entry :
-         std::filesystem::recursive_directory_iterator(TIDEWELL_SOURCE_DIR + std::string(dir), absent))
-      paths.push_back(entry.path().string());
+  std::vector<std::string> paths{"/nonexistent/tidewell/message.eml", TIDEWELL_SOURCE_DIR, empty.path(), made.path()};
+  for (auto const& path : test_support::message_paths())
+    paths.push_back(path);
   testing::internal::CaptureStderr();
   for (std::size_t i = 0; i < paths.size() && !HasFailure(); ++i)
     expect_same_both_ways(paths[i]);
