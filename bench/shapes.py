@@ -1,15 +1,11 @@
-#!/ usr / bin / env python3
-#SPDX - License - Identifier : MIT
-""
-    "Throughput and peak memory of the importer on hostile message shapes.
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""Throughput and peak memory of the importer on hostile message shapes.
 
-    Each shape is a generated message of about SIZE bytes built to stress one parser
-    : many shifts,
-      unbalanced comments,
-      many parts,
-      one huge line,
-      and so on.Every shape is imported by its own run of the command - line host,
-      so that its peak RSS is its own; the realistic corpus (the shared corpus, one run over
+Each shape is a generated message of about SIZE bytes built to stress one
+parser: many shifts, unbalanced comments, many parts, one huge line, and so
+on. Every shape is imported by its own run of the command-line host, so that
+its peak RSS is its own; the realistic corpus (the shared corpus, one run over
 the whole directory) is the yardstick. The table gives MB/s, how many times
 slower per byte than the corpus each shape is, and peak RSS against the
 budget of twice the file size plus 64 MiB. Rates are per CPU second (user
