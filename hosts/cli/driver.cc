@@ -48,6 +48,8 @@ struct task_t {
   bool in_memory = false;
   std::string bytes;
   std::uint64_t size = 0;
+  // The walk's stat found a regular file there.
+  bool regular = false;
 };
 
 struct outcome_t {
@@ -110,15 +112,16 @@ std::string through_importer(std::string const& path, importer::attribute_set_t&
 }
 
 // Imports the regular file at path; the reason it could not be read, already
-// reported, or empty. Nothing but a regular file is ever opened, and the open
-// cannot block: a FIFO put in its place after the stat is caught by fstat.
-std::string import_path(std::string const& path, importer::attribute_set_t& attributes,
+// reported, or empty. Nothing but a regular file is ever opened (stat says so
+// first, unless the walk that found the path just did), and the open cannot
+// block: a FIFO put in its place after the stat is caught by fstat.
+std::string import_path(std::string const& path, bool known_regular, importer::attribute_set_t& attributes,
                         importer::options_t const& options) {
   struct stat info;
-  if (::stat(path.c_str(), &info) != 0)
+  if (!known_regular && ::stat(path.c_str(), &info) != 0)
     return through_importer(path, attributes, options, errno);
   std::string error;
-  if (!S_ISREG(info.st_mode)) {
+  if (!known_regular && !S_ISREG(info.st_mode)) {
     error = not_regular(info.st_mode);
   } else if (int const fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); fd < 0) {
     return through_importer(path, attributes, options, errno);
@@ -175,7 +178,7 @@ outcome_t process(task_t const& task, settings_t const& settings) {
     if (task.in_memory)
       importer::import_bytes(task.bytes.data(), task.bytes.data() + task.bytes.size(), record.attributes, options);
     else
-      record.error = import_path(task.path, record.attributes, options);
+      record.error = import_path(task.path, task.regular, record.attributes, options);
     record.imported = record.error.empty();
     if (settings.problems) {
       record.problems.emplace();
@@ -442,8 +445,9 @@ int run(std::vector<std::string> const& paths, settings_t const& settings) {
   for (source_t const& source : sources) {
     bool const going = !source.error.empty() ? scheduler.submit({source.path, 0, source.error, false, {}, 0})
                        : settings.mbox       ? submit_mbox(scheduler, source.path)
-                       : source.path == "-"  ? submit_stdin(scheduler)
-                                             : scheduler.submit({source.path, 0, {}, false, {}, source.size});
+                       : source.path == "-"
+                           ? submit_stdin(scheduler)
+                           : scheduler.submit({source.path, 0, {}, false, {}, source.size, source.regular});
     if (!going)
       break;
   }

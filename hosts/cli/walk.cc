@@ -106,7 +106,7 @@ private:
         // A dangling link: reading it reports why.
         sources_.push_back({path, {}, 0});
       } else if (S_ISREG(info.st_mode)) {
-        sources_.push_back({path, {}, static_cast<std::uint64_t>(info.st_size)});
+        sources_.push_back({path, {}, static_cast<std::uint64_t>(info.st_size), true});
       } else if (S_ISDIR(info.st_mode)) {
         if (role == role_t::any && seen_.insert({info.st_dev, info.st_ino}).second)
           pending_.push_back(path);
@@ -138,7 +138,8 @@ void expand(std::string const& path, std::vector<source_t>& sources, walk_counts
   struct stat info;
   bool const found = path != "-" && ::stat(path.c_str(), &info) == 0;
   if (!found || !S_ISDIR(info.st_mode)) {
-    sources.push_back({path, {}, found && S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0});
+    bool const regular = found && S_ISREG(info.st_mode);
+    sources.push_back({path, {}, regular ? static_cast<std::uint64_t>(info.st_size) : 0, regular});
     return;
   }
   std::size_t const first = sources.size();

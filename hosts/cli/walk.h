@@ -29,6 +29,8 @@ struct source_t {
   std::string error;
   // The size stat reported, for progress; 0 when unknown.
   std::uint64_t size = 0;
+  // stat found a regular file: the import need not ask again.
+  bool regular = false;
 };
 
 struct walk_counts_t {
