@@ -70,14 +70,14 @@ TEST(output, json_escapes_and_dates) {
   EXPECT_NE(listing.find("kMDItemAuthors                   = (\n    \"A\",\n    \"B\"\n)\n"), std::string::npos);
 }
 
-// Every ASCII byte and some UTF-8, at every offset within eight bytes,
+// Every ASCII byte and some UTF-8, at every offset within sixteen bytes,
 // escaped as boost::json's serializer escapes it.
 TEST(output, json_strings_match_boost_json) {
   std::string all;
   for (int c = 0; c < 0x80; ++c)
     all += static_cast<char>(c);
   all += "caf\xC3\xA9 \xE6\x97\xA5\xF0\x9F\x98\x80";
-  for (std::size_t offset = 0; offset < 8; ++offset) {
+  for (std::size_t offset = 0; offset < 16; ++offset) {
     for (std::size_t length : {std::size_t(1), std::size_t(9), all.size()}) {
       std::string const text = std::string(offset, 'x') + all.substr(offset % all.size(), length);
       cli::record_t record{"p", true, {}};
