@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/cli/output.h"
 
+#include "importer/import.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -20,6 +22,8 @@ namespace {
 
 // Paths are bytes; JSON wants UTF-8.
 std::string valid_utf8(std::string const& bytes) {
+  if (importer::is_well_formed_utf8(bytes))
+    return bytes;
   using traits = boost::locale::utf::utf_traits<char>;
   std::string out;
   char const* p = bytes.data();
