@@ -36,6 +36,8 @@
 
 namespace charset {
 
+using namespace std::string_view_literals;
+
 ascii_encodings_t::ascii_encodings_t() {
   for (char const* name : {"", "ansi_x3.4-1968", "ansi_x3.4-1986", "ascii", "cp367", "ibm367", "iso-ir-6", "iso646-us",
                            "iso_646.irv:1991", "us", "us-ascii", "csascii", "", "unknown-8bit", "x-unknown"})
@@ -74,7 +76,7 @@ void eight_bit_in_ascii(char const* first, char const* last, char const* p, std:
                         fallback_charset_t const& fallback, handler_t* problems) {
   std::string description;
   if (problems) {
-    if (charset == "unknown-8bit" || charset == "x-unknown")
+    if (charset == "unknown-8bit"sv || charset == "x-unknown"sv)
       description = text::format(problem_eight_bit_unknown, charset.c_str());
     else if (charset.empty())
       description = problem_eight_bit_undeclared;
@@ -262,7 +264,7 @@ descriptor_t open_source(std::string& source, std::string const& to_charset, boo
   descriptor_t descriptor = open_descriptor(source, to_charset);
   if (descriptor)
     return descriptor;
-  if (!tolerant || to_charset != "UTF-8") {
+  if (!tolerant || to_charset != "UTF-8"sv) {
     if (problems)
       problems->push_back(
           {{"description", problem_unknown_charset}, {"from_charset", source}, {"to_charset", to_charset}});
@@ -454,7 +456,7 @@ char const* convert(char const* first, char const* last, sink_t out, std::string
   if (!descriptor)
     return first;
   install_fallbacks(descriptor.get(), error_count);
-  output_t output(out, to_charset == "UTF-8", problems);
+  output_t output(out, to_charset == "UTF-8"sv, problems);
   char const* in = first;
   int const error = convert_through(descriptor.get(), in, last, source, to_charset, error_count, output);
   if (error != 0 && problems)
@@ -472,8 +474,8 @@ namespace {
 // names that never give a problem are taken this way. True when done.
 bool pass_plain_ascii(char const* first, char const* last, sink_t& out, std::string const& charset,
                       handler_t* problems) {
-  bool const ascii_name = charset.empty() || charset == "us-ascii" ||
-                          (!problems && charset != "ascii" && ascii_encodings.is_ascii(charset));
+  bool const ascii_name = charset.empty() || charset == "us-ascii"sv ||
+                          (!problems && charset != "ascii"sv && ascii_encodings.is_ascii(charset));
   if (!ascii_name || !is_plain_ascii(first, last))
     return false;
   out(first, last);
@@ -494,7 +496,7 @@ void relabel_ascii_text(char const* first, char const* last, std::string& charse
     }
     if (c != 0x1B || !undeclared)
       continue;
-    bool const japanese_allowed = fallback() == "iso-2022-jp" || fallback().empty();
+    bool const japanese_allowed = fallback() == "iso-2022-jp"sv || fallback().empty();
     if (japanese_allowed && last - p > 1 && p[1] == '$') {
       charset = "iso-2022-jp";
       if (problems)
@@ -522,13 +524,13 @@ void relabel_utf8_text(char const* first, char const* last, std::string& charset
 
 // Labels whose text is better read under a wider or standard name.
 void widen_label(std::string& charset) {
-  if (charset == "gb2312")
+  if (charset == "gb2312"sv)
     charset = "gb18030";
-  else if (charset == "ks_c_5601-1987")
+  else if (charset == "ks_c_5601-1987"sv)
     charset = "euc-kr";
-  else if (charset == "western")
+  else if (charset == "western"sv)
     charset = "iso-8859-1";
-  else if (charset == "iso-8859-8-i")
+  else if (charset == "iso-8859-8-i"sv)
     charset = "iso-8859-8";
 }
 
@@ -556,23 +558,23 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
                      fallback_charset_t const& fallback, handler_t* problems) {
   if (first == last || pass_plain_ascii(first, last, out, charset, problems))
     return;
-  if (charset == "ascii") {
+  if (charset == "ascii"sv) {
     if (problems)
       problems->push_back({{"description", problem_ascii_label}, {"context", charset}});
     charset = "us-ascii";
   }
   if (ascii_encodings.is_ascii(charset))
     relabel_ascii_text(first, last, charset, fallback, problems);
-  else if (charset != "utf-8")
+  else if (charset != "utf-8"sv)
     relabel_utf8_text(first, last, charset, problems);
   widen_label(charset);
 
-  if (charset == "us-ascii") {
+  if (charset == "us-ascii"sv) {
     out(first, last);
     return;
   }
-  if (charset == "iso-2022-jp" || charset == "shift_jis") {
-    if (charset == "iso-2022-jp")
+  if (charset == "iso-2022-jp"sv || charset == "shift_jis"sv) {
+    if (charset == "iso-2022-jp"sv)
       charset = "iso-2022-jp-3";
     std::string const rewritten = rewrite_circled_numbers(first, last, charset, problems);
     detail::japanese_convert(rewritten.data(), rewritten.data() + rewritten.size(), out, charset, problems);
@@ -581,7 +583,7 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
   // Well-formed UTF-8 holds no surrogates to repair and nothing to replace:
   // the conversion would copy it unchanged. (Only under names iconv knows: a
   // spelling it does not know takes the unknown-charset path.)
-  if ((charset == "utf-8" || charset == "utf8") && utf8::is_well_formed(first, last)) {
+  if ((charset == "utf-8"sv || charset == "utf8"sv) && utf8::is_well_formed(first, last)) {
     out(first, last);
     return;
   }

@@ -28,6 +28,9 @@
 namespace email {
 namespace {
 
+// Comparisons with literals as views: a length test first, no strlen, no call.
+using namespace std::string_view_literals;
+
 // A part's map holds a handful of keys: a look at each, lengths first, costs
 // less than a binary search whose every step compares strings.
 std::string const& entry(header_map_t const& headers, std::string_view key) {
@@ -212,28 +215,28 @@ private:
       return true;
     std::string type = entry(headers, "#type");
     std::string subtype = entry(headers, "#subtype");
-    if (type != "multipart")
+    if (type != "multipart"sv)
       note_name(headers, context);
 
     // A text part that cannot be chosen gives no text whatever its bytes;
     // when nobody listens for the problems its decoding would find, it is not
     // decoded. Most base64 in real mail is text attachments (CSV, calendars).
-    bool const inline_part = entry(headers, "#disposition") == "inline";
-    bool const plain_wanted = subtype == "plain" && inline_part;
-    bool const html_wanted = context.html && subtype == "html" && inline_part;
+    bool const inline_part = entry(headers, "#disposition") == "inline"sv;
+    bool const plain_wanted = subtype == "plain"sv && inline_part;
+    bool const html_wanted = context.html && subtype == "html"sv && inline_part;
     std::vector<char> buffer;
-    if (type == "multipart" || type == "message" ||
-        (type == "text" && (plain_wanted || html_wanted || context.problems))) {
+    if (type == "multipart"sv || type == "message"sv ||
+        (type == "text"sv && (plain_wanted || html_wanted || context.problems))) {
       std::string const& encoding = entry(headers, "#encoding");
-      if (encoding == "base64" || encoding == "quoted-printable") {
+      if (encoding == "base64"sv || encoding == "quoted-printable"sv) {
         // Decoding a container copies nearly all of it, once per level.
-        if (type != "text" && static_cast<std::size_t>(end - begin) > decode_budget_)
+        if (type != "text"sv && static_cast<std::size_t>(end - begin) > decode_budget_)
           return true;
         if (decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer,
                    context.problems)) {
           begin = buffer.data();
           end = begin + buffer.size();
-          if (type != "text") {
+          if (type != "text"sv) {
             decode_budget_ -= std::min(decode_budget_, buffer.size());
             base_begin = begin;
             base_end = end;
@@ -242,11 +245,11 @@ private:
       }
     }
 
-    if (type == "multipart") {
+    if (type == "multipart"sv) {
       open_multipart(begin, end, base_begin, base_end, std::move(buffer), headers, subtype, context);
       return false;
     }
-    if (type == "message" && subtype == "rfc822") {
+    if (type == "message"sv && subtype == "rfc822"sv) {
       // Pointers into the buffer stay valid: moving a vector keeps its
       // storage.
       frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
@@ -254,7 +257,7 @@ private:
       stack_.push_back(std::move(frame));
       return false;
     }
-    if (type == "text" && plain_wanted) {
+    if (type == "text"sv && plain_wanted) {
       // The importer never applies format=flowed: the text is only
       // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
       // the converter's own choice (the fallback names no charset).
@@ -263,7 +266,7 @@ private:
           context.problems);
       if (!buffer.empty())
         text.assign(buffer.begin(), buffer.end());
-    } else if (type == "text" && html_wanted) {
+    } else if (type == "text"sv && html_wanted) {
       text = html_text(begin, end, buffer, entry(headers, "#charset"), context.problems);
       if (text.empty())
         text = no_text_marker;
@@ -277,19 +280,19 @@ private:
                       std::vector<char> buffer, header_map_t const& headers, std::string const& subtype,
                       context_t const& context) {
     frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
-    bool const walk_all = subtype == "mixed" && end - begin < 20'000'000;
+    bool const walk_all = subtype == "mixed"sv && end - begin < 20'000'000;
     // The full reading looks at every part: for names, and for alternatives.
     frame.parts = body_parts(begin, end, headers, !walk_all && !context.full, context.problems,
                              index_for(base_begin, base_end, begin, end));
-    if (subtype == "mixed" && walk_all) {
+    if (subtype == "mixed"sv && walk_all) {
       frame.join = join_t::all;
-    } else if (subtype == "alternative" && context.full) {
+    } else if (subtype == "alternative"sv && context.full) {
       // The first alternative that gives plain text, else the first that
       // gives HTML text.
       frame.join = join_t::first_scan;
       frame.context.html = false;
       frame.html_round = context.html;
-    } else if (subtype == "alternative") {
+    } else if (subtype == "alternative"sv) {
       std::reverse(frame.parts.begin(), frame.parts.end());
     } else if (!frame.parts.empty()) {
       if (context.names)
@@ -306,7 +309,7 @@ private:
     if (stack_.size() > max_nesting_depth)
       return true;
     header_map_t headers = quick_parse_headers(begin, end, subpart_headers(), reading_t::full);
-    if (entry(headers, "#type") != "multipart") {
+    if (entry(headers, "#type") != "multipart"sv) {
       note_name(headers, context);
       return true;
     }

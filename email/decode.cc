@@ -11,18 +11,21 @@
 #include "text/format.h"
 
 namespace email {
+
+using namespace std::string_view_literals;
+
 namespace {
 
 bool is_known_encoding(std::string const& e) {
   switch (e.size()) {
   case 4:
-    return e == "7bit" || e == "8bit";
+    return e == "7bit"sv || e == "8bit"sv;
   case 6:
-    return e == "binary" || e == "base64";
+    return e == "binary"sv || e == "base64"sv;
   case 10:
-    return e == "x-uuencode";
+    return e == "x-uuencode"sv;
   case 16:
-    return e == "quoted-printable";
+    return e == "quoted-printable"sv;
   default:
     return false;
   }
@@ -48,7 +51,7 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
       if (enc == charset) {
         report(problems, text::format(problem_encoding_is_charset, enc.c_str()));
         enc = "7bit";
-      } else if (type != "multipart" && type != "message") {
+      } else if (type != "multipart"sv && type != "message"sv) {
         report(problems, text::format(problem_unknown_encoding, enc.c_str()));
         type = "application";
         subtype = "octet-stream";
@@ -60,33 +63,33 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
     }
   }
   // Only an enclosed message is walked into; other message types are data.
-  if (type == "message" && subtype != "rfc822") {
+  if (type == "message"sv && subtype != "rfc822"sv) {
     type = "application";
     subtype = "octet-stream";
   }
-  if (enc == "quoted-printable" || enc == "base64") {
-    if (type == "message" && !top_level) {
+  if (enc == "quoted-printable"sv || enc == "base64"sv) {
+    if (type == "message"sv && !top_level) {
       report(problems, text::format(problem_encoding_allowed_anyway, enc.c_str(), type.c_str()));
-    } else if (type == "message" || type == "multipart") {
+    } else if (type == "message"sv || type == "multipart"sv) {
       report(problems, text::format(problem_encoding_not_allowed, enc.c_str(), type.c_str()));
       enc = "7bit";
     }
   }
-  bool const binary = type != "multipart" && type != "message" && type != "text";
+  bool const binary = type != "multipart"sv && type != "message"sv && type != "text"sv;
   return mime_decode(begin, end, std::back_inserter(out), enc, problems, binary);
 }
 
 bool mime_decode(char const* first, char const* last, std::back_insert_iterator<std::vector<char>> out,
                  std::string const& encoding, quern::error::handler_t* problems, bool binary) {
-  if (encoding == "quoted-printable") {
+  if (encoding == "quoted-printable"sv) {
     decode_quoted_printable(first, last, out, problems, binary);
     return true;
   }
-  if (encoding == "base64") {
+  if (encoding == "base64"sv) {
     decode_base_64_append(first, last, true, charset::detail::container_access_t<std::vector<char>>::of(out), problems);
     return true;
   }
-  if (encoding == "x-uuencode") {
+  if (encoding == "x-uuencode"sv) {
     if (problems)
       problems->push_back({{"description", problem_uuencode}, {"context", encoding}});
     decode_uuencoded_text(first, last, out);
@@ -118,7 +121,7 @@ void decode_text(char const* begin, char const* end, std::vector<char>& buffer, 
 
 void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed, bool delsp,
                                 std::back_insert_iterator<std::vector<char>> out, quern::error::handler_t* problems) {
-  if (subtype == "plain") {
+  if (subtype == "plain"sv) {
     if (delsp && !flowed) {
       // The text lacks its closing quote; it is kept as it always read.
       report(problems, problem_delsp_without_flowed);
@@ -128,7 +131,7 @@ void decode_to_canonical_format(char const* begin, char const* end, std::string 
     }
     return;
   }
-  if (subtype == "html") {
+  if (subtype == "html"sv) {
     if (flowed)
       report(problems, problem_flowed_html);
     if (delsp)

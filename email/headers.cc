@@ -13,6 +13,9 @@
 #include "text/ascii.h"
 
 namespace email {
+
+using namespace std::string_view_literals;
+
 namespace {
 
 using text::is_blank;
@@ -98,9 +101,9 @@ void derive_content_type(header_map_t const& map, derived_t& derived) {
     if (semicolon != std::string::npos) {
       char const* params = value->data() + semicolon;
       char const* end = value->data() + value->size();
-      if (type == "multipart") {
+      if (type == "multipart"sv) {
         parse_parameter(params, end, "boundary", boundary);
-      } else if (type == "text") {
+      } else if (type == "text"sv) {
         std::string declared;
         parse_parameter(params, end, "charset", declared);
         if (!declared.empty()) {
@@ -163,7 +166,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 }
 
 bool is_address_field(std::string_view name) {
-  return name == "from" || name == "to" || name == "cc" || name == "bcc";
+  return name == "from"sv || name == "to"sv || name == "cc"sv || name == "bcc"sv;
 }
 
 namespace {
@@ -259,7 +262,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       continue;
     name.assign(field.name_first, field.name_last);
     lower_in_place(name);
-    bool const received = name == "received";
+    bool const received = name == "received"sv;
     if (received && (map.contains("received") || map.contains("date")))
       continue;
     std::string value = field_value(name, field, reading, problems);
