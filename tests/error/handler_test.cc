@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "text/format.h"
-
 using quern::error::handler_t;
 using quern::error::record_t;
 
@@ -49,10 +47,4 @@ TEST(handler, to_s_renders_in_key_order_without_escaping) {
   EXPECT_EQ(quern::error::to_s({}), "");
   EXPECT_EQ(quern::error::to_s({{"description", "Bad thing"}}), "{ description : Bad thing }");
   EXPECT_EQ(quern::error::to_s({{"b", "2"}, {"a", "1\nx"}}), "{ a : 1\nx }, { b : 2 }");
-}
-
-TEST(format, expands_printf_style) {
-  EXPECT_EQ(text::format("Passed through %zu unexpected characters.", std::size_t{12}),
-            "Passed through 12 unexpected characters.");
-  EXPECT_EQ(text::format("%s", std::string(5000, 'x').c_str()).size(), 5000u);
 }

@@ -105,25 +105,6 @@ TEST(import, full_reading_against_desktop_reading) {
   }
 }
 
-// An empty file, or one that cannot be opened or mapped (a directory), sets
-// nothing; the warning or the failing call's name goes to standard error.
-TEST(import, empty_and_unreadable_files_set_nothing) {
-  temp_file_t const empty("");
-  std::tuple<std::string, std::string, bool> const cases[] = {
-      {empty.path(), "Warning: Trying to map file of length 0 (" + empty.path() + ").\n", true},
-      {"/nonexistent/tidewell.eml", "fopen: ", false},
-      {"/tmp", "mmap: ", false}};
-  for (auto const& [path, message, readable_expected] : cases) {
-    attribute_set_t attributes;
-    bool readable = !readable_expected;
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(importer::import_file(path, attributes, &readable));
-    EXPECT_EQ(testing::internal::GetCapturedStderr().rfind(message, 0), 0u) << path;
-    EXPECT_TRUE(attributes.empty()) << path;
-    EXPECT_EQ(readable, readable_expected) << path;
-  }
-}
-
 TEST(import, only_the_exact_mail_type_is_imported) {
   temp_file_t const file("Subject: x\n\n");
   for (std::string_view type : {"com.apple.mail.email", "public.email-message", "com.apple.mail.email ", ""}) {
