@@ -127,16 +127,6 @@ TEST(date, parses_to_both_canonical_forms) {
   }
 }
 
-// A parsed date keeps the full year and copies share it; an unparsed one is now.
-TEST(date, get_time) {
-  std::string const text = "1 Jul 2003 10:52:37 +0200", junk = "no date";
-  date::rfc822_date_t const a(text.data(), text.data() + text.size(), nullptr), b = a;
-  EXPECT_EQ(a.get_time(), b.get_time());
-  EXPECT_EQ(a.get_time()->tm_year, 2003);
-  date::rfc822_date_t const unparsed(junk.data(), junk.data() + junk.size(), nullptr);
-  EXPECT_LE(std::abs(std::difftime(std::mktime(unparsed.get_time()), std::time(nullptr))), 5.0);
-}
-
 // True only when a blank was consumed; a CR or CR LF that is no fold ends the run.
 TEST(parser, folding_white_space) {
   std::tuple<std::string, bool, std::ptrdiff_t> const cases[] = {

@@ -14,7 +14,6 @@ namespace {
 
 using namespace std::string_literals;
 using header::name_format_t;
-using list = std::vector<std::string>;
 using splitter_t = header::match_t (*)(char const*&, char const*);
 constexpr auto rfc822 = name_format_t::rfc822, angle_split = name_format_t::angle_split;
 
@@ -73,32 +72,6 @@ TEST(parse_token_until, reads_bounded_tokens) {
   }
 }
 
-list split_all(std::string const& text, splitter_t split) {
-  list items;
-  char const* position = text.data();
-  for (header::match_t m; items.size() < 20 && (m = split(position, text.data() + text.size())).found() && !m.empty();)
-    items.emplace_back(m.first, m.last);
-  return items;
-}
-
-TEST(split_functions, split_only_between_items) {
-  splitter_t const address = header::address_split_function, parameter = header::parameter_split_function;
-  struct {
-    splitter_t split;
-    std::string input;
-    list items;
-  } const cases[] = {
-      {address, "\"Doe, J@x\" <j@x>, b@y  ", {"\"Doe, J@x\" <j@x>", "b@y"}},
-      {address, "Team: a, b;, c@d", {"Team: a", "b;, c@d"}},
-      {address, "\"unterminated, a@b", {"\"unterminated, a@b"}},
-      {parameter, " ;name=\"a;b\\\"c\"  ; x = y", {"name=\"a;b\\\"c\"", "x = y"}},
-      {parameter, "text/plain; a=b", {}},
-      {parameter, "; a=\"open", {"a=\"open"}},
-  };
-  for (auto const& c : cases)
-    EXPECT_EQ(split_all(c.input, c.split), c.items) << c.input;
-}
-
 // dequote_string, and dequote_string_if_needed copying only when it must.
 TEST(dequote_string, removes_quotes_and_escapes) {
   struct {
@@ -119,13 +92,6 @@ TEST(dequote_string, removes_quotes_and_escapes) {
     bool const quoted = c.input.find('"') != std::string::npos;
     EXPECT_EQ(copied ? out : std::string(first, end), quoted ? c.output : c.input) << c.input;
   }
-}
-
-TEST(quoting, quotes_exactly_what_it_must) {
-  EXPECT_EQ(header::quote_string("a\0b"s, ""), "a\0b"s); // NUL is in every extra set
-  EXPECT_EQ(header::quote_string("caf\xc3\xa9", ""), "\"caf\xc3\xa9\"");
-  EXPECT_EQ(header::percent_encoded_string("a b*%'\x7f\xff~", false), "a%20b%2a%25%27%7f%ff~");
-  EXPECT_EQ(header::percent_encoded_string("a b*%\xff\n", true), "a b*%%ff%0a");
 }
 
 // ---- display names and e-mail addresses
@@ -166,23 +132,6 @@ TEST(address_name_and_email_function, reads_the_forms_real_mail_carries) {
   };
   for (auto const& c : cases)
     EXPECT_EQ(parse(c.input), std::pair(c.name, c.email)) << c.input;
-}
-
-TEST(address_name_and_email_function, halves_and_url_splitters) {
-  struct {
-    splitter_t split;
-    std::string input, part;
-  } const cases[] = {
-      {header::address_name_function, "Ann <ann@x>", "Ann"},
-      {header::address_email_function, "Ann <ann@x>", "ann@x"},
-      {header::mailto_function, "mailto:ann@x", "ann@x"},
-      {header::protocol_function, "https://h/p", "https"},
-      {header::server_function, "https://host.example/a/b", "host.example"},
-      {header::path_function, "https://host/a/b", "a/b"},
-      {header::path_function, "https://host", "-"},
-  };
-  for (auto const& c : cases)
-    EXPECT_EQ(apply(c.split, c.input), c.part) << c.input;
 }
 
 std::string repeat(std::string const& part, int times) {

@@ -117,15 +117,6 @@ TEST(import, only_the_exact_mail_type_is_imported) {
   }
 }
 
-TEST(canonical_date, reads_only_the_canonical_form) {
-  EXPECT_EQ(importer::parse_canonical_date("2003-07-01 08:52:37"), sys_days(2003y / July / 1) + 8h + 52min + 37s);
-  EXPECT_EQ(importer::parse_canonical_date("1970-01-01 00:00:00"), sys_seconds(0s));
-  for (std::string_view bad : {"", "2003-07-01", "2003-07-01T08:52:37", "2003-07-01 08:52:37 ", " 999-01-01 00:00:00",
-                               "2003-02-30 00:00:00", "2003-13-01 00:00:00", "2003-07-01 24:00:00",
-                               "2003-07-01 08:60:00", "2003-07-01 08:52:60", "+003-07-01 08:52:37"})
-    EXPECT_FALSE(importer::parse_canonical_date(bad)) << bad;
-}
-
 // Every sequence of up to four bytes drawn from the edges of the byte
 // ranges, alone and after seven ASCII bytes (so that it straddles the
 // eight-byte ASCII skip), agrees with Boost.Locale's strict decoder.
