@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -59,7 +58,6 @@ TEST(parse_token_until, reads_bounded_tokens) {
       {"a<<c@d>", '\0', "<", false, false, "a", 1},
       // NUL is ordinary, and trimmed from the ends; only enclosing quotes go
       {"\0\0a\0;"s, '\0', ";", true, false, "a", 5},
-      {"\0\0"s, '\0', ";", false, false, "-", 0},
       {"x'';", '\0', ";", true, false, "x''", 4},
   };
   for (auto const& c : cases) {
@@ -72,26 +70,16 @@ TEST(parse_token_until, reads_bounded_tokens) {
   }
 }
 
-// dequote_string, and dequote_string_if_needed copying only when it must.
+// Quotes and escapes removed; a run of blanks outside quotes becomes one.
 TEST(dequote_string, removes_quotes_and_escapes) {
-  struct {
-    std::string input, output;
-    bool copied;
-  } const cases[] = {
-      {"\"quoted\"", "quoted", false}, {"\"John  Q\"   Public", "John  Q Public", true},
-      {"\"a\\\\b\"", "a\\b", true},    {"a\\b", "a\\b", false},
-      {"\"open\\", "open", true},      {"\"", "", true},
-      {"  lead", " lead", false},
+  std::pair<std::string, std::string> const cases[] = {
+      {"\"quoted\"", "quoted"}, {"\"John  Q\"   Public", "John  Q Public"},
+      {"\"a\\\\b\"", "a\\b"},   {"a\\b", "a\\b"},
+      {"\"open\\", "open"},     {"\"", ""},
+      {"  lead", " lead"},
   };
-  for (auto const& c : cases) {
-    char const *first = c.input.data(), *end = first + c.input.size();
-    EXPECT_EQ(header::dequote_string(first, end), c.output) << c.input;
-    std::string out;
-    bool const copied = header::dequote_string_if_needed(first, end, out);
-    EXPECT_EQ(copied, c.copied) << c.input;
-    bool const quoted = c.input.find('"') != std::string::npos;
-    EXPECT_EQ(copied ? out : std::string(first, end), quoted ? c.output : c.input) << c.input;
-  }
+  for (auto const& [input, output] : cases)
+    EXPECT_EQ(header::dequote_string(input.data(), input.data() + input.size()), output) << input;
 }
 
 // ---- display names and e-mail addresses
@@ -112,7 +100,6 @@ TEST(address_name_and_email_function, reads_the_forms_real_mail_carries) {
     std::string input, name, email;
   } const cases[] = {
       {"  Ann   Smith\t<ann@x>  ", "Ann Smith", "ann@x"},
-      {"ann@x", "-", "ann@x"},
       {"Ann Smith", "Ann Smith", "-"},
       {"\"Smith \\\"Nan\\\" Ann\" <ann@x>", "Smith \"Nan\" Ann", "ann@x"},
       {"Undisclosed recipients: ;", "Undisclosed recipients", "-"},

@@ -4,7 +4,6 @@
 // SimpleExtractionResult. Every corpus message is checked against the core's
 // own import, with standard output empty throughout, as it is
 // baloo_file_extractor's pipe to the indexer.
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
