@@ -134,6 +134,8 @@ void derive_word(header_map_t const& map, std::string_view header, derived_key_t
 // which cost more than deriving them in a message of many small parts. A
 // derived key replaces a field of the same name.
 void insert_derived(header_map_t& map, derived_t& derived) {
+  if (std::none_of(derived.begin(), derived.end(), [](auto const& value) { return value.has_value(); }))
+    return;
   auto fields = map.extract_sequence();
   decltype(fields) merged;
   merged.reserve(fields.size() + derived_keys);

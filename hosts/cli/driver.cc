@@ -436,7 +436,7 @@ int run(std::vector<std::string> const& paths, settings_t const& settings) {
   std::vector<source_t> sources;
   walk_counts_t counts;
   for (std::string const& path : paths)
-    expand(path, sources, counts);
+    expand(path, sources, counts, settings.progress);
   std::uint64_t total_bytes = 0;
   for (source_t const& source : sources)
     total_bytes += source.size;

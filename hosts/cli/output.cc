@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/cli/output.h"
 
+#include "importer/import.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -11,11 +13,17 @@
 
 #include <boost/locale/utf.hpp>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace cli {
 namespace {
 
 // Paths are bytes; JSON wants UTF-8.
 std::string valid_utf8(std::string const& bytes) {
+  if (importer::is_well_formed_utf8(bytes))
+    return bytes;
   using traits = boost::locale::utf::utf_traits<char>;
   std::string out;
   char const* p = bytes.data();
@@ -53,8 +61,8 @@ date_parts_t split(importer::instant_t instant) {
 
 // Appends text escaped as in a JSON string, with the escapes boost::json writes: the
 // short forms for '"', '\\' and \b \f \n \r \t, \u00XX for the other control
-// characters, every other byte as it is. Eight bytes at a time are tested
-// for anything to escape, as most text has nothing.
+// characters, every other byte as it is. Sixteen bytes (or eight) at a time
+// are tested for anything to escape, as most text has nothing.
 void append_escaped(std::string& out, std::string_view text) {
   static constexpr char hex[] = "0123456789abcdef";
   constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
@@ -66,6 +74,20 @@ void append_escaped(std::string& out, std::string_view text) {
   char const* const end = p + text.size();
   char const* run = p;
   while (p != end) {
+#ifdef __SSE2__
+    if (end - p >= 16) {
+      __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+      // A byte below 0x20 is its own maximum with 0x1F only if it is 0x1F or less.
+      __m128i const control = _mm_cmpeq_epi8(_mm_max_epu8(bytes, _mm_set1_epi8(0x1F)), _mm_set1_epi8(0x1F));
+      __m128i const special =
+          _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+      // Straight to the first byte to escape, if any.
+      int const found = _mm_movemask_epi8(_mm_or_si128(control, special));
+      p += found == 0 ? 16 : __builtin_ctz(static_cast<unsigned>(found));
+      if (found == 0)
+        continue;
+    }
+#endif
     if (end - p >= 8) {
       std::uint64_t word;
       std::memcpy(&word, p, 8);

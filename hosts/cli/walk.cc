@@ -28,8 +28,15 @@ bool is_maildir(std::string const& folder) {
   return is_folder(join(folder, "cur")) && is_folder(join(folder, "new")) && is_folder(join(folder, "tmp"));
 }
 
-// The names in a folder, without "." and "..", or the errno of the failure.
-int list(std::string const& folder, std::vector<std::string>& names) {
+// One name in a folder and the type readdir gave it (DT_UNKNOWN where the
+// file system does not say).
+struct entry_t {
+  std::string name;
+  unsigned char type;
+};
+
+// The entries of a folder, without "." and "..", or the errno of the failure.
+int list(std::string const& folder, std::vector<entry_t>& entries) {
   DIR* dir = ::opendir(folder.c_str());
   if (!dir)
     return errno;
@@ -37,7 +44,7 @@ int list(std::string const& folder, std::vector<std::string>& names) {
   while (dirent const* entry = ::readdir(dir)) {
     std::string name = entry->d_name;
     if (name != "." && name != "..")
-      names.push_back(std::move(name));
+      entries.push_back({std::move(name), entry->d_type});
     errno = 0;
   }
   int const error = errno;
@@ -47,7 +54,8 @@ int list(std::string const& folder, std::vector<std::string>& names) {
 
 class walker_t {
 public:
-  walker_t(std::vector<source_t>& sources, walk_counts_t& counts) : sources_(sources), counts_(counts) {}
+  walker_t(std::vector<source_t>& sources, walk_counts_t& counts, bool sizes)
+      : sources_(sources), counts_(counts), sizes_(sizes) {}
 
   void walk(std::string const& root) {
     struct stat info;
@@ -65,7 +73,7 @@ private:
   enum class role_t { any, messages_only };
 
   void visit(std::string const& folder) {
-    std::vector<std::string> names;
+    std::vector<entry_t> names;
     if (int const error = list(folder, names)) {
       sources_.push_back({folder, reason(error), 0});
       return;
@@ -76,7 +84,7 @@ private:
     }
     for (char const* messages : {"cur", "new"}) {
       std::string const path = join(folder, messages);
-      std::vector<std::string> files;
+      std::vector<entry_t> files;
       if (int const error = list(path, files))
         sources_.push_back({path, reason(error), 0});
       else
@@ -85,7 +93,7 @@ private:
     // Beside the three folders a Maildir may hold Maildir++ subfolders
     // (hidden) and nested Maildirs (mu, offlineimap); its own files are
     // bookkeeping of the mail program.
-    for (std::string const& name : names) {
+    for (auto const& [name, type] : names) {
       if (name == "cur" || name == "new" || name == "tmp" || is_ignored_name(name))
         continue;
       std::string const path = join(folder, name);
@@ -95,12 +103,22 @@ private:
   }
 
   // Takes the regular files among names and, unless only messages are
-  // wanted, walks the folders.
-  void take(std::string const& folder, std::vector<std::string> const& names, role_t role) {
-    for (std::string const& name : names) {
+  // wanted, walks the folders. A file readdir calls regular is taken without
+  // a stat unless its size is wanted: on a large tree the walk is the part
+  // of the run that no second job can share.
+  void take(std::string const& folder, std::vector<entry_t> const& names, role_t role) {
+    for (auto const& [name, type] : names) {
       if (name[0] == '.' || is_ignored_name(name))
         continue;
       std::string const path = join(folder, name);
+      if (type == DT_REG && !sizes_) {
+        sources_.push_back({path, {}, 0, true});
+        continue;
+      }
+      if (type == DT_FIFO || type == DT_SOCK || type == DT_CHR || type == DT_BLK) {
+        ++counts_.skipped;
+        continue;
+      }
       struct stat info;
       if (::stat(path.c_str(), &info) != 0) {
         // A dangling link: reading it reports why.
@@ -124,6 +142,7 @@ private:
 
   std::vector<source_t>& sources_;
   walk_counts_t& counts_;
+  bool const sizes_;
   std::vector<std::string> pending_;
   std::set<std::pair<dev_t, ino_t>> seen_;
 };
@@ -134,7 +153,7 @@ bool is_ignored_name(std::string const& name) {
   return name.starts_with("dovecot") || name == ".notmuch" || name == ".mu";
 }
 
-void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts) {
+void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts, bool sizes) {
   struct stat info;
   bool const found = path != "-" && ::stat(path.c_str(), &info) == 0;
   if (!found || !S_ISDIR(info.st_mode)) {
@@ -143,7 +162,7 @@ void expand(std::string const& path, std::vector<source_t>& sources, walk_counts
     return;
   }
   std::size_t const first = sources.size();
-  walker_t(sources, counts).walk(path);
+  walker_t(sources, counts, sizes).walk(path);
   std::sort(sources.begin() + static_cast<std::ptrdiff_t>(first), sources.end(),
             [](source_t const& a, source_t const& b) { return a.path < b.path; });
 }

@@ -29,7 +29,7 @@ struct source_t {
   std::string error;
   // The size stat reported, for progress; 0 when unknown.
   std::uint64_t size = 0;
-  // stat found a regular file: the import need not ask again.
+  // stat or readdir found a regular file: the import need not ask again.
   bool regular = false;
 };
 
@@ -40,8 +40,9 @@ struct walk_counts_t {
 
 // Appends the sources path stands for, in byte order of their paths. A path
 // that is not a folder (or cannot be stat'ed) is one source, checked when it
-// is read; "-" is standard input.
-void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts);
+// is read; "-" is standard input. Without sizes, the files of a folder are
+// listed with the size 0.
+void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts, bool sizes = true);
 
 // Names a walk leaves alone wherever they are: the index folders of other
 // mail tools and Dovecot's index and list files.

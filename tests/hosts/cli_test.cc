@@ -10,30 +10,28 @@
 
 namespace {
 
-TEST(output, json_escapes_and_dates) {
+TEST(output, json_paths_dates_and_lists) {
   cli::record_t record{"dir/\xFF.eml", true, {}};
-  record.attributes.set("kMDItemSubject", std::string("quote \" tab \t nul ", 18) + std::string(1, '\0'));
   record.attributes.set("kMDItemContentCreationDate",
                         importer::instant_t(std::chrono::sys_days(std::chrono::year(2003) / 7 / 1)) +
                             std::chrono::seconds(8 * 3600 + 52 * 60 + 37));
   record.attributes.set("kMDItemAuthors", std::vector<std::string>{"A", "B"});
   auto const line = cli::to_json_line(record);
   EXPECT_EQ(line, "{\"path\":\"dir/\xEF\xBF\xBD.eml\",\"imported\":true,\"attributes\":{\"kMDItemAuthors\":[\"A\","
-                  "\"B\"],\"kMDItemContentCreationDate\":\"2003-07-01T08:52:37Z\",\"kMDItemSubject\":"
-                  "\"quote \\\" tab \\t nul \\u0000\"}}\n");
+                  "\"B\"],\"kMDItemContentCreationDate\":\"2003-07-01T08:52:37Z\"}}\n");
   auto const listing = cli::to_listing(record);
   EXPECT_NE(listing.find("kMDItemContentCreationDate       = 2003-07-01 08:52:37 +0000\n"), std::string::npos);
   EXPECT_NE(listing.find("kMDItemAuthors                   = (\n    \"A\",\n    \"B\"\n)\n"), std::string::npos);
 }
 
-// Every ASCII byte and some UTF-8, at every offset within eight bytes,
+// Every ASCII byte and some UTF-8, at every offset within sixteen bytes,
 // escaped as boost::json's serializer escapes it.
 TEST(output, json_strings_match_boost_json) {
   std::string all;
   for (int c = 0; c < 0x80; ++c)
     all += static_cast<char>(c);
   all += "caf\xC3\xA9 \xE6\x97\xA5\xF0\x9F\x98\x80";
-  for (std::size_t offset = 0; offset < 8; ++offset) {
+  for (std::size_t offset = 0; offset < 16; ++offset) {
     for (std::size_t length : {std::size_t(1), std::size_t(9), all.size()}) {
       std::string const text = std::string(offset, 'x') + all.substr(offset % all.size(), length);
       cli::record_t record{"p", true, {}};
