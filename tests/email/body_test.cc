@@ -36,7 +36,6 @@ std::string const qp_message =
 // Which entity yields the text, and the deliberate asymmetries of that choice.
 TEST(walker, selects_the_text) {
   std::pair<std::string, std::string> const cases[] = {
-      {"Subject: x\n\nhello  \nworld\n", "hello\nworld\n"},
       {"Content-Disposition: attachment\n\nA\n", marker},
       {multipart("alternative", {html, plain_a}), marker},     // HTML first: no text, on purpose
       {multipart("mixed", {plain_a, plain_b}, false), "AB\n"}, // no close: the last part runs to the end
@@ -106,16 +105,6 @@ TEST(decode, repairs_the_transfer_encoding) {
     EXPECT_EQ(type + "/" + subtype, c.out_type) << c.encoding;
     EXPECT_EQ(test::problems_of(problems), c.problems) << c.encoding;
   }
-}
-
-TEST(decode_to_canonical_format, reports_ignored_flow_parameters) {
-  std::vector<char> out;
-  quern::error::handler_t problems;
-  for (char const* subtype : {"plain", "html"})
-    email::decode_to_canonical_format(nullptr, nullptr, subtype, *subtype == 'h', true, std::back_inserter(out),
-                                      &problems);
-  EXPECT_EQ(test::problems_of(problems), std::string(email::problem_delsp_without_flowed) + "\n" +
-                                             email::problem_flowed_html + "\n" + email::problem_delsp_html);
 }
 
 } // namespace

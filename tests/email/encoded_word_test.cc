@@ -17,9 +17,7 @@ TEST(decode_header_line, decodes_joins_and_reports) {
   std::tuple<std::string, std::string, std::string> const cases[] = {
       // input, expected, problems
       {"=?utf-8?q?a?= x =?utf-8?q?b?=", "a x b", ""},
-      {"=?utf-8?q?a?= =?iso-8859-1?q?b?=", "ab", ""},
       {"=?utf-8?b?w6?= =?utf-8?b?k=?=", "\xC3\xA9", ""}, // a character split across two words comes out whole
-      {"=?utf-8?q?a_b=5F?=", "a b_", ""},
       {"=?utf-8*en?q?x?= =?utf-8?x?abc?=", "=?utf-8*en?q?x?= =?utf-8?x?abc?=", ""},
       {"=?=?utf-8?q?x?=", "=?x", ""},
       {"=?utf-8?b?a\tb?=", "=?utf-8?b?a\tb?=", ""},

@@ -150,7 +150,6 @@ TEST(html_text, hostile_documents_stay_linear_and_bounded) {
       {"a million nested tags", [] { return "top" + repeat("<div>", 1'000'000) + "deep"; }, "top\n"},
       {"a million unmatched closers", [] { return repeat("<b>", 300) + repeat("</i>", 1'000'000) + "end"; }, "end\n"},
       {"an unterminated 20 MB comment", [] { return "before<!--" + std::string(20 << 20, '-'); }, "before\n"},
-      {"a million comment openers", [] { return "x" + repeat("<!--", 1'000'000); }, "x\n"},
       {"20 MB of '<'", [] { return std::string(20 << 20, '<'); }, std::string(20 << 20, '<') + "\n"},
   };
   for (auto const& c : cases) {
@@ -184,6 +183,7 @@ TEST(attachment_name, reads_every_way_of_naming_a_file) {
       {"attachment; filename=new.pdf", "application/pdf; name=old.pdf", "new.pdf"},
       {"inline", "text/plain; charset=utf-8", ""},
       {"attachment; filename=\"a \\\"quoted\\\" name\"", "", "a \"quoted\" name"},
+      {"attachment; filename=\"a; b.txt\"; size=3", "", "a; b.txt"},
       // RFC 2231: a single extended value, continuations, in any order.
       {"attachment; filename*=utf-8''%E2%82%AC%20rates.txt", "", "\xE2\x82\xAC rates.txt"},
       {"attachment; filename*1*=%20two; filename*0*=utf-8''one; filename*2=\" three\"", "", "one two three"},

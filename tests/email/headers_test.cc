@@ -33,7 +33,6 @@ TEST(scanner, stores_cleaned_values) {
       {"Subject: one\nsubject\n\n", "subject", ""}, // no colon: an empty value
       {"X-Thing: 1\n\n", "x-thing", "<absent>"},
       {"Subject: a\r\n\r\nFrom: body line\r\n", "from", "body line"}, // a CR LF block never ends
-      {"Subject: =?utf-8?q?caf=C3=A9?=\n\n", "subject", "caf\xC3\xA9"},
       {"Content-Type: text/plain;\n name=\"=?utf-8?q?x?=\"\n\n", "content-type", "text/plain; name=\"=?utf-8?q?x?=\""},
       // "date" and "received" hold UTC; "received" is the first readable one before Date.
       {"Date: whenever\nReceived: by b; 1 Jul 2003 10:00 +0000\n\n", "received", "<absent>"},
@@ -57,7 +56,6 @@ TEST(scanner, derives_content_keys) {
       {"Content-Type: text / plain ; charset=\"ISO-8859-1\"\n", "text/plain iso-8859-1 [] 7bit inline"},
       {"Content-Type: multipart/Mixed; boundary=\"AbC\"; charset=x\n", "multipart/mixed us-ascii [AbC] 7bit inline"},
       {"Content-Transfer-Encoding: Quoted- Printable\n", "text/plain us-ascii [] quoted-printable inline"},
-      {"Content-Transfer-Encoding:  \n", "text/plain us-ascii [] 7bit inline"},
   };
   for (auto const& [fields, expected] : cases) {
     auto const m = scan(fields + "\n").first;

@@ -34,7 +34,6 @@ TEST(parse_subparts, splits_into_preamble_parts_and_remainder) {
       {"--b\r\nA\r\n--b--\r\n", false, {"--b\r\nA\r\n--b--\r\n", ""}, no_closing}, // only LF ends a line
       {"--b\nA\n--b--", false, {"", "A", ""}, missing_newline},
       {"--b\nA\n--b", false, {"", "A\n--b", ""}, no_closing}, // a delimiter ending the input exactly is no line
-      {"--b\nA\n--b--  ", false, {"", "A\n--b--  ", ""}, no_closing},
       {"--b\nA\n--bx\n--B\n--b -- \n--b--\n", false, {"", "A\n--bx\n--B\n--b -- ", ""}, ""},
       {"--b\n--b\nA\n--b--\n", false, {"", "--b\nA", ""}, ""}, // a delimiter right after another is content
       {"--b\nA\n--b\nB\n--b\nC\n--b--\n", true, {"", "A", "B\n--b\nC\n--b--\n"}, ""},

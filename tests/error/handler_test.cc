@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "text/format.h"
-
 using quern::error::handler_t;
 using quern::error::record_t;
 
@@ -26,33 +24,4 @@ TEST(handler, outermost_context_wins_and_own_keys_win_over_contexts) {
   EXPECT_EQ(out[1].at("context"), "own");
   EXPECT_EQ(out[2], (record_t{{"description", "c"}, {"context", "outer"}, {"part", "1"}}));
   EXPECT_EQ(out[3], (record_t{{"description", "d"}}));
-}
-
-TEST(handler, get_errors_merges_extra_into_the_last_record_only) {
-  handler_t handler;
-  for (char const* d : {"one", "two", "three"})
-    handler.push_back({{"description", d}});
-  std::vector<record_t> out{{{"description", "already there"}}};
-  handler.get_errors({{"file", "x.eml"}, {"description", "ignored"}}, out);
-  ASSERT_EQ(out.size(), 4u);
-  EXPECT_FALSE(out[0].contains("file"));
-  EXPECT_FALSE(out[2].contains("file"));
-  EXPECT_EQ(out[3], (record_t{{"description", "three"}, {"file", "x.eml"}}));
-  EXPECT_EQ(handler.size(), 3u);
-
-  std::vector<record_t> none;
-  handler_t().get_errors({{"file", "x.eml"}}, none);
-  EXPECT_TRUE(none.empty());
-}
-
-TEST(handler, to_s_renders_in_key_order_without_escaping) {
-  EXPECT_EQ(quern::error::to_s({}), "");
-  EXPECT_EQ(quern::error::to_s({{"description", "Bad thing"}}), "{ description : Bad thing }");
-  EXPECT_EQ(quern::error::to_s({{"b", "2"}, {"a", "1\nx"}}), "{ a : 1\nx }, { b : 2 }");
-}
-
-TEST(format, expands_printf_style) {
-  EXPECT_EQ(text::format("Passed through %zu unexpected characters.", std::size_t{12}),
-            "Passed through 12 unexpected characters.");
-  EXPECT_EQ(text::format("%s", std::string(5000, 'x').c_str()).size(), 5000u);
 }

@@ -105,25 +105,6 @@ TEST(import, full_reading_against_desktop_reading) {
   }
 }
 
-// An empty file, or one that cannot be opened or mapped (a directory), sets
-// nothing; the warning or the failing call's name goes to standard error.
-TEST(import, empty_and_unreadable_files_set_nothing) {
-  temp_file_t const empty("");
-  std::tuple<std::string, std::string, bool> const cases[] = {
-      {empty.path(), "Warning: Trying to map file of length 0 (" + empty.path() + ").\n", true},
-      {"/nonexistent/tidewell.eml", "fopen: ", false},
-      {"/tmp", "mmap: ", false}};
-  for (auto const& [path, message, readable_expected] : cases) {
-    attribute_set_t attributes;
-    bool readable = !readable_expected;
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(importer::import_file(path, attributes, &readable));
-    EXPECT_EQ(testing::internal::GetCapturedStderr().rfind(message, 0), 0u) << path;
-    EXPECT_TRUE(attributes.empty()) << path;
-    EXPECT_EQ(readable, readable_expected) << path;
-  }
-}
-
 TEST(import, only_the_exact_mail_type_is_imported) {
   temp_file_t const file("Subject: x\n\n");
   for (std::string_view type : {"com.apple.mail.email", "public.email-message", "com.apple.mail.email ", ""}) {
@@ -134,15 +115,6 @@ TEST(import, only_the_exact_mail_type_is_imported) {
     EXPECT_EQ(shown(attributes, mail ? attribute::subject : "keep"), mail ? "x" : "me") << type;
     EXPECT_EQ(attributes.size(), mail ? 3u : 1u) << type;
   }
-}
-
-TEST(canonical_date, reads_only_the_canonical_form) {
-  EXPECT_EQ(importer::parse_canonical_date("2003-07-01 08:52:37"), sys_days(2003y / July / 1) + 8h + 52min + 37s);
-  EXPECT_EQ(importer::parse_canonical_date("1970-01-01 00:00:00"), sys_seconds(0s));
-  for (std::string_view bad : {"", "2003-07-01", "2003-07-01T08:52:37", "2003-07-01 08:52:37 ", " 999-01-01 00:00:00",
-                               "2003-02-30 00:00:00", "2003-13-01 00:00:00", "2003-07-01 24:00:00",
-                               "2003-07-01 08:60:00", "2003-07-01 08:52:60", "+003-07-01 08:52:37"})
-    EXPECT_FALSE(importer::parse_canonical_date(bad)) << bad;
 }
 
 // Every sequence of up to four bytes drawn from the edges of the byte

@@ -83,14 +83,8 @@ TEST_F(eight_bit_locale, imports_every_message_as_the_c_locale_does) {
   testing::internal::GetCapturedStderr();
 
   ASSERT_EQ(actual.size(), expected.size());
-  for (auto const& [path, attributes] : expected) {
-    auto const& other = actual.at(path);
-    for (auto const& [name, value] : attributes) {
-      auto const it = other.find(name);
-      EXPECT_TRUE(it != other.end() && it->second == value) << path << " " << name;
-    }
-    EXPECT_EQ(other.size(), attributes.size()) << path;
-  }
+  for (auto const& [path, attributes] : expected)
+    EXPECT_TRUE(actual.at(path) == attributes) << path;
 }
 
 } // namespace

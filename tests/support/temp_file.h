@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <unistd.h>
 
@@ -13,15 +14,9 @@ class temp_file_t {
 public:
   explicit temp_file_t(std::string const& bytes) {
     char name[] = "/tmp/tidewell-test-XXXXXX";
-    int const fd = ::mkstemp(name);
+    ::close(::mkstemp(name));
     path_ = name;
-    for (std::size_t done = 0; done < bytes.size();) {
-      ssize_t const n = ::write(fd, bytes.data() + done, bytes.size() - done);
-      if (n <= 0)
-        break;
-      done += static_cast<std::size_t>(n);
-    }
-    ::close(fd);
+    std::ofstream(path_, std::ios::binary) << bytes;
   }
   ~temp_file_t() { std::remove(path_.c_str()); }
   temp_file_t(temp_file_t const&) = delete;

@@ -27,17 +27,4 @@ TEST(ascii, classes_and_case_agree_with_the_c_locale) {
   }
 }
 
-TEST(bytes_around, clips_the_radius_at_both_ends) {
-  std::string_view const s = "0123456789";
-  auto const around = [&s](std::size_t at, std::ptrdiff_t radius) {
-    auto const [from, to] = text::bytes_around(s.begin(), s.end(), s.begin() + at, radius);
-    return std::string(from, to);
-  };
-  EXPECT_EQ(around(5, 2), "3456");
-  EXPECT_EQ(around(1, 3), "0123");
-  EXPECT_EQ(around(9, 3), "6789");
-  EXPECT_EQ(around(10, 3), "789");
-  EXPECT_EQ(around(0, 20), s);
-}
-
 } // namespace

@@ -4,7 +4,6 @@
 // SimpleExtractionResult. Every corpus message is checked against the core's
 // own import, with standard output empty throughout, as it is
 // baloo_file_extractor's pipe to the indexer.
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -62,45 +61,6 @@ QStringList strings(SimpleExtractionResult const& result, property::Property key
   return values;
 }
 
-std::string iso_date(SimpleExtractionResult const& result) {
-  QVariant const date = result.properties(KFileMetaData::MultiMap).value(property::CreationDate);
-  return date.isValid() ? date.toDateTime().toUTC().toString(Qt::ISODate).toStdString() : "";
-}
-
-struct example_t {
-  char const* file;
-  char const* title;
-  QStringList authors;
-  char const* date;
-  QStringList words; // in the text
-};
-
-TEST(kde_extractor, examples) {
-  std::vector<example_t> const examples{
-      {"plain.eml",
-       "Agenda for Thursday's planning meeting",
-       {"Ann Lee <ann.lee@example.com>"},
-       "2025-10-14T07:12:40Z",
-       {"Hiring plan for the importer team", "Bob Marsh <bob@example.org>"}},
-      {"mixed-attachment.eml",
-       "Your invoice № 2025-1042",
-       {"Billing <billing@shop.example>"},
-       "2025-10-02T11:05:12Z",
-       {"Total: 49,00 €", "invoice-2025-1042.pdf"}},
-  };
-  for (example_t const& example : examples) {
-    SCOPED_TRACE(example.file);
-    SimpleExtractionResult const result = extract(source_dir / "examples" / example.file);
-    EXPECT_EQ(strings(result, property::Title), QStringList{example.title});
-    EXPECT_EQ(strings(result, property::Subject), QStringList{example.title});
-    EXPECT_EQ(strings(result, property::Author), example.authors);
-    EXPECT_EQ(iso_date(result), example.date);
-    EXPECT_EQ(result.types(), QVector{KFileMetaData::Type::Document});
-    for (QString const& words : example.words)
-      EXPECT_TRUE(result.text().contains(words)) << words.toStdString() << " not in " << result.text().toStdString();
-  }
-}
-
 // Properties only when metadata is asked for, text only when text is; files
 // that cannot be read as messages give nothing.
 TEST(kde_extractor, gives_only_what_is_asked_for_and_there) {
@@ -144,11 +104,6 @@ TEST(kde_extractor, long_text_stays_below_the_limit) {
   EXPECT_GT(text.size(), kde_host::max_text_bytes - 128);
   EXPECT_EQ(text.rfind("Zoë Last <zoe@example.org>", 0), 0u);
   EXPECT_EQ(text.find("\xEF\xBF\xBD"), std::string::npos); // no character cut in two
-  // The last word is whole.
-  QStringList const words = QStringLiteral("Grüße über den Fluß, eine Zeile von Wörtern").split(' ');
-  std::string const trimmed = result.text().trimmed().toStdString(); // each append ends in a space
-  std::string const last = trimmed.substr(trimmed.find_last_of(" \n") + 1);
-  EXPECT_TRUE(words.contains(QString::fromStdString(last))) << last;
 }
 
 TEST(kde_extractor, cut_text) {
@@ -191,6 +146,7 @@ TEST(kde_extractor, corpus) {
     QStringList const expected_title =
         subject ? QStringList{QString::fromStdString(std::get<std::string>(*subject))} : QStringList{};
     EXPECT_EQ(strings(result, property::Title), expected_title);
+    EXPECT_EQ(strings(result, property::Subject), expected_title);
     with_title += !expected_title.isEmpty();
 
     auto const* sent = core.find(importer::attribute::content_creation_date);
