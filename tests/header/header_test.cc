@@ -130,6 +130,31 @@ std::string repeat(std::string const& part, int times) {
 
 // Openers without their closers must neither recurse nor rescan the rest of
 // the value for each of them.
+// Library entry points no host path calls: the halves of an address, the URL
+// splitters and the quoting helpers.
+TEST(address_name_and_email_function, halves_url_splitters_and_quoting) {
+  struct {
+    splitter_t split;
+    std::string input, part;
+  } const cases[] = {
+      {header::address_name_function, "Ann <ann@x>", "Ann"},
+      {header::address_email_function, "Ann <ann@x>", "ann@x"},
+      {header::mailto_function, "mailto:ann@x", "ann@x"},
+      {header::protocol_function, "https://h/p", "https"},
+      {header::server_function, "https://host.example/a/b", "host.example"},
+      {header::path_function, "https://host/a/b", "a/b"},
+      {header::path_function, "https://host", "-"},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(apply(c.split, c.input), c.part) << c.input;
+  EXPECT_EQ(header::quote_name_string("Jean-Luc_B Smith"), "Jean-Luc_B Smith");
+  EXPECT_EQ(header::quote_name_string("Smith, \"J\" \\x"), "\"Smith, \\\"J\\\" \\\\x\"");
+  EXPECT_EQ(header::quote_string("a\0b"s, ""), "a\0b"s); // NUL is in every extra set
+  EXPECT_EQ(header::quote_string("caf\xc3\xa9", ""), "\"caf\xc3\xa9\"");
+  EXPECT_EQ(header::percent_encoded_string("a b*%'\x7f\xff~", false), "a%20b%2a%25%27%7f%ff~");
+  EXPECT_EQ(header::percent_encoded_string("a b*%\xff\n", true), "a b*%%ff%0a");
+}
+
 TEST(address_name_and_email_function, hostile_values_stay_linear) {
   for (std::string const& value : {
            repeat("(", 1'000'000),
