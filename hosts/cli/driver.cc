@@ -64,12 +64,18 @@ struct outcome_t {
 
 // Reads all of fd into the start of buffer and sets length; 0 or the errno
 // of the failed read. The buffer's size is only ever raised, so a buffer
-// reused from file to file is not cleared again for every file.
-int read_into(int fd, std::string& buffer, std::size_t expected, std::size_t& length) {
+// reused from file to file is not cleared again for every file. With
+// exactly, the read stops once the expected size is in, as a mapping of the
+// file would: that spares every regular file a second read to meet its end.
+int read_into(int fd, std::string& buffer, std::size_t expected, std::size_t& length, bool exactly = false) {
   if (buffer.size() < expected + 1)
     buffer.resize(expected + 1);
   std::size_t done = 0;
   for (;;) {
+    if (exactly && done == expected) {
+      length = done;
+      return 0;
+    }
     if (done == buffer.size())
       buffer.resize(buffer.size() * 2);
     ssize_t const n = ::read(fd, buffer.data() + done, buffer.size() - done);
@@ -142,7 +148,7 @@ std::string import_path(std::string const& path, bool known_regular, importer::a
       // the rest of the run.
       thread_local std::string buffer;
       std::size_t length = 0;
-      if (int const read_error = read_into(fd, buffer, static_cast<std::size_t>(info.st_size), length))
+      if (int const read_error = read_into(fd, buffer, static_cast<std::size_t>(info.st_size), length, true))
         error = reason(read_error);
       else
         importer::import_bytes(buffer.data(), buffer.data() + length, attributes, options);
@@ -207,7 +213,10 @@ std::string megabytes(double bytes) {
 }
 
 // Runs tasks, on worker threads when there is more than one job, and hands
-// their outcomes to the writer in submission order.
+// their outcomes to the writer in submission order. Workers take tasks in
+// batches: most messages take a few microseconds, and handing them over one
+// at a time cost a wake-up of the writer and of a worker for each, which
+// took as much system time as the imports themselves.
 class scheduler_t {
 public:
   scheduler_t(settings_t const& settings, std::uint64_t total_bytes, std::size_t total_files)
@@ -226,20 +235,19 @@ public:
       write(process(task, settings_));
       return !out_.error();
     }
-    auto slot = std::make_unique<slot_t>();
-    slot->task = std::move(task);
-    {
-      std::lock_guard const lock(mutex_);
-      queue_.push_back(slot.get());
-    }
-    window_.push_back(std::move(slot));
-    work_ready_.notify_one();
-    write_finished(window_.size() >= settings_.jobs * 4);
+    if (!pending_)
+      pending_ = std::make_unique<slot_t>();
+    pending_bytes_ += task.size + task.bytes.size();
+    pending_->tasks.push_back(std::move(task));
+    if (pending_->tasks.size() >= batch_tasks || pending_bytes_ >= batch_bytes)
+      dispatch();
     return !out_.error();
   }
 
   // Writes everything still in flight, then the summary; the exit status.
   int finish(std::size_t skipped) {
+    if (pending_)
+      dispatch();
     while (!window_.empty() && !out_.error())
       write_finished(true);
     stop();
@@ -264,11 +272,30 @@ public:
   }
 
 private:
+  // A batch ends at 16 tasks or 4 MiB of known sizes, and two batches per
+  // job are in flight: at most 64 records are held at once with two jobs.
+  static constexpr std::size_t batch_tasks = 16;
+  static constexpr std::uint64_t batch_bytes = 4 << 20;
+
+  // A batch of tasks and, once a worker is through with it, their outcomes.
   struct slot_t {
-    task_t task;
-    outcome_t outcome;
+    std::vector<task_t> tasks;
+    std::vector<outcome_t> outcomes;
     bool done = false;
   };
+
+  // Hands the pending batch to the workers and writes what is finished,
+  // waiting for the oldest batch when enough are in flight.
+  void dispatch() {
+    {
+      std::lock_guard const lock(mutex_);
+      queue_.push_back(pending_.get());
+    }
+    window_.push_back(std::move(pending_));
+    pending_bytes_ = 0;
+    work_ready_.notify_one();
+    write_finished(window_.size() >= settings_.jobs * 2);
+  }
 
   void work() {
     for (;;) {
@@ -281,19 +308,23 @@ private:
         slot = queue_.front();
         queue_.pop_front();
       }
-      outcome_t outcome = process(slot->task, settings_);
+      std::vector<outcome_t> outcomes;
+      outcomes.reserve(slot->tasks.size());
+      for (task_t& task : slot->tasks) {
+        outcomes.push_back(process(task, settings_));
+        // The bytes of an mbox message are not needed any more.
+        std::string().swap(task.bytes);
+      }
       {
         std::lock_guard const lock(mutex_);
-        slot->outcome = std::move(outcome);
+        slot->outcomes = std::move(outcomes);
         slot->done = true;
-        // The bytes of an mbox message are not needed any more.
-        std::string().swap(slot->task.bytes);
       }
       done_.notify_all();
     }
   }
 
-  // Writes the finished outcomes at the front of the window; with wait, at
+  // Writes the finished batches at the front of the window; with wait, at
   // least the first one, waiting for it if need be.
   void write_finished(bool wait) {
     while (!window_.empty() && !out_.error()) {
@@ -304,7 +335,9 @@ private:
         else if (!window_.front()->done)
           return;
       }
-      write(window_.front()->outcome);
+      for (outcome_t const& outcome : window_.front()->outcomes)
+        if (!out_.error())
+          write(outcome);
       window_.pop_front();
       wait = false;
     }
@@ -377,6 +410,9 @@ private:
 
   std::size_t records_ = 0, imported_ = 0, with_text_ = 0, failed_ = 0;
   std::uint64_t bytes_done_ = 0;
+  // The batch being filled, and the sizes of its tasks.
+  std::unique_ptr<slot_t> pending_;
+  std::uint64_t pending_bytes_ = 0;
 };
 
 // Opens what an mbox or "-" names for reading; -1 with error set when it
