@@ -221,8 +221,10 @@ class scheduler_t {
 public:
   scheduler_t(settings_t const& settings, std::uint64_t total_bytes, std::size_t total_files)
       : settings_(settings), total_bytes_(total_bytes), total_files_(total_files), start_(clock_t_::now()) {
+    // With more than one job, the writer's thread is one of them: it takes a
+    // batch itself rather than wait for one, so exactly `jobs` threads run.
     if (settings_.jobs > 1)
-      for (unsigned i = 0; i < settings_.jobs; ++i)
+      for (unsigned i = 1; i < settings_.jobs; ++i)
         workers_.emplace_back([this] { work(); });
   }
   ~scheduler_t() { stop(); }
@@ -308,32 +310,47 @@ private:
         slot = queue_.front();
         queue_.pop_front();
       }
-      std::vector<outcome_t> outcomes;
-      outcomes.reserve(slot->tasks.size());
-      for (task_t& task : slot->tasks) {
-        outcomes.push_back(process(task, settings_));
-        // The bytes of an mbox message are not needed any more.
-        std::string().swap(task.bytes);
-      }
-      {
-        std::lock_guard const lock(mutex_);
-        slot->outcomes = std::move(outcomes);
-        slot->done = true;
-      }
-      done_.notify_all();
+      run(*slot);
     }
   }
 
+  void run(slot_t& slot) {
+    std::vector<outcome_t> outcomes;
+    outcomes.reserve(slot.tasks.size());
+    for (task_t& task : slot.tasks) {
+      outcomes.push_back(process(task, settings_));
+      // The bytes of an mbox message are not needed any more.
+      std::string().swap(task.bytes);
+    }
+    {
+      std::lock_guard const lock(mutex_);
+      slot.outcomes = std::move(outcomes);
+      slot.done = true;
+    }
+    done_.notify_all();
+  }
+
   // Writes the finished batches at the front of the window; with wait, at
-  // least the first one, waiting for it if need be.
+  // least the first one, running queued batches itself until it is done.
   void write_finished(bool wait) {
     while (!window_.empty() && !out_.error()) {
+      slot_t* own = nullptr;
       {
         std::unique_lock lock(mutex_);
-        if (wait)
-          done_.wait(lock, [this] { return window_.front()->done; });
-        else if (!window_.front()->done)
-          return;
+        if (!window_.front()->done) {
+          if (!wait)
+            return;
+          if (queue_.empty()) {
+            done_.wait(lock, [this] { return window_.front()->done; });
+          } else {
+            own = queue_.front();
+            queue_.pop_front();
+          }
+        }
+      }
+      if (own) {
+        run(*own);
+        continue;
       }
       for (outcome_t const& outcome : window_.front()->outcomes)
         if (!out_.error())
