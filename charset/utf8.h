@@ -74,6 +74,17 @@ inline bool is_well_formed(char const* first, char const* last) {
       ++p;
       continue;
     }
+    // The common shapes first: two bytes from C2, and three bytes whose lead
+    // allows every continuation (not E0 or ED), as most European and CJK
+    // text is written.
+    if (c >= 0xC2 && c <= 0xDF && end - p >= 2 && (p[1] & 0xC0) == 0x80) {
+      p += 2;
+      continue;
+    }
+    if (c >= 0xE1 && c <= 0xEF && c != 0xED && end - p >= 3 && (p[1] & 0xC0) == 0x80 && (p[2] & 0xC0) == 0x80) {
+      p += 3;
+      continue;
+    }
     // The second byte's range is what excludes overlong forms, surrogates
     // and values past U+10FFFF.
     std::ptrdiff_t length;
