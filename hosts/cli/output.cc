@@ -59,12 +59,48 @@ date_parts_t split(importer::instant_t instant) {
           long(time.seconds().count())};
 }
 
+bool needs_escape(unsigned char c) {
+  return c < 0x20 || c == '"' || c == '\\';
+}
+
+// Writes the escape of c at out; returns its length.
+std::size_t write_escape(unsigned char c, char* out) {
+  static constexpr char hex[] = "0123456789abcdef";
+  out[0] = '\\';
+  switch (c) {
+  case '"':
+  case '\\':
+    out[1] = static_cast<char>(c);
+    return 2;
+  case '\b':
+    out[1] = 'b';
+    return 2;
+  case '\f':
+    out[1] = 'f';
+    return 2;
+  case '\n':
+    out[1] = 'n';
+    return 2;
+  case '\r':
+    out[1] = 'r';
+    return 2;
+  case '\t':
+    out[1] = 't';
+    return 2;
+  default:
+    std::memcpy(out + 1, "u00", 3);
+    out[4] = hex[c >> 4];
+    out[5] = hex[c & 15];
+    return 6;
+  }
+}
+
 // Appends text escaped as in a JSON string, with the escapes boost::json writes: the
 // short forms for '"', '\\' and \b \f \n \r \t, \u00XX for the other control
 // characters, every other byte as it is. Sixteen bytes (or eight) at a time
-// are tested for anything to escape, as most text has nothing.
+// are tested for anything to escape, as most text has nothing; a run of bytes
+// to escape (a text of NULs) is written in one go.
 void append_escaped(std::string& out, std::string_view text) {
-  static constexpr char hex[] = "0123456789abcdef";
   constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
   auto const has_byte = [](std::uint64_t word, unsigned char c) {
     std::uint64_t const x = word ^ (ones * c);
@@ -97,40 +133,21 @@ void append_escaped(std::string& out, std::string_view text) {
         continue;
       }
     }
-    auto const c = static_cast<unsigned char>(*p);
-    if (c >= 0x20 && c != '"' && c != '\\') {
+    if (!needs_escape(static_cast<unsigned char>(*p))) {
       ++p;
       continue;
     }
-    char escape[6] = {'\\', static_cast<char>(c), '0', '0', '0', '0'};
-    std::size_t size = 2;
-    switch (c) {
-    case '"':
-    case '\\':
-      break;
-    case '\b':
-      escape[1] = 'b';
-      break;
-    case '\f':
-      escape[1] = 'f';
-      break;
-    case '\n':
-      escape[1] = 'n';
-      break;
-    case '\r':
-      escape[1] = 'r';
-      break;
-    case '\t':
-      escape[1] = 't';
-      break;
-    default:
-      escape[1] = 'u';
-      escape[4] = hex[c >> 4];
-      escape[5] = hex[c & 15];
-      size = 6;
-    }
-    out.append(run, p).append(escape, size);
-    run = ++p;
+    out.append(run, p);
+    char const* stop = p;
+    while (stop != end && needs_escape(static_cast<unsigned char>(*stop)))
+      ++stop;
+    std::size_t const at = out.size();
+    out.resize(at + 6 * static_cast<std::size_t>(stop - p));
+    char* written = out.data() + at;
+    for (; p != stop; ++p)
+      written += write_escape(static_cast<unsigned char>(*p), written);
+    out.resize(static_cast<std::size_t>(written - out.data()));
+    run = p;
   }
   out.append(run, end);
 }
