@@ -10,6 +10,7 @@
 #include "text/ascii.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -23,10 +24,41 @@ bool in_set(char const* set, char c) {
   return std::strchr(set, c) != nullptr;
 }
 
+// A terminator set as two 64-bit masks over ASCII, built once per scan:
+// strchr for every byte cost more than the rest of a long scan. NUL is
+// never a terminator (strchr would find the set's own end).
+class terminator_set_t {
+public:
+  explicit terminator_set_t(char const* terminators) {
+    for (char const* t = terminators; *t; ++t) {
+      auto const c = static_cast<unsigned char>(*t);
+      if (c < 64)
+        low_ |= std::uint64_t{1} << c;
+      else if (c < 128)
+        high_ |= std::uint64_t{1} << (c - 64);
+      else
+        other_ = terminators;
+    }
+  }
+
+  bool contains(char c) const {
+    auto const u = static_cast<unsigned char>(c);
+    if (u < 64)
+      return u != 0 && ((low_ >> u) & 1) != 0;
+    if (u < 128)
+      return ((high_ >> (u - 64)) & 1) != 0;
+    return other_ && in_set(other_, c);
+  }
+
+private:
+  std::uint64_t low_ = 0, high_ = 0;
+  char const* other_ = nullptr; // the set, when it holds bytes above ASCII
+};
+
 // A byte that ends the token: NUL never does.
-bool is_terminator(char const* terminators, char const* p, char const* end) {
+bool is_terminator(terminator_set_t const& terminators, char const* p, char const* end) {
   char const c = *p;
-  if (c == '\0' || !in_set(terminators, c))
+  if (!terminators.contains(c))
     return false;
   if (c == '<' && p + 1 != end && special_check(p, end))
     return false;
@@ -81,10 +113,11 @@ bool special_check(char const* first, char const* end) {
 }
 
 char const* scan_token_stop(char const* start, char const* end, char opener, char const* terminators, bool escapes) {
+  terminator_set_t const set(terminators);
   std::size_t depth = 1;
   char const* p = start;
   while (p != end) {
-    if (is_terminator(terminators, p, end)) {
+    if (is_terminator(set, p, end)) {
       if (depth == 1)
         return p;
       --depth;
