@@ -132,15 +132,26 @@ void derive_word(header_map_t const& map, std::string_view header, derived_key_t
   derived[key] = word.empty() ? std::string(fallback) : std::move(word);
 }
 
-// The derived keys join the map in one merge of two sorted runs: inserted
-// one at a time, each would search the map and move the entries after it,
-// which cost more than deriving them in a message of many small parts. A
-// derived key replaces a field of the same name.
-void insert_derived(header_map_t& map, derived_t& derived) {
-  if (std::none_of(derived.begin(), derived.end(), [](auto const& value) { return value.has_value(); }))
-    return;
-  auto fields = map.extract_sequence();
-  decltype(fields) merged;
+using sequence_t = header_map_t::sequence_type;
+
+// The derived values in front of fields that all sort after them, in the
+// room the map was given.
+sequence_t put_in_front(sequence_t fields, derived_t& derived, std::size_t count) {
+  fields.insert(fields.begin(), count, {});
+  auto slot = fields.begin();
+  for (std::size_t key = 0; key != derived_keys; ++key)
+    if (derived[key]) {
+      slot->first = derived_names[key];
+      slot->second = std::move(*derived[key]);
+      ++slot;
+    }
+  return fields;
+}
+
+// The derived values merged with fields in key order; a derived key
+// replaces a field of the same name.
+sequence_t merge_in(sequence_t fields, derived_t& derived) {
+  sequence_t merged;
   merged.reserve(fields.size() + derived_keys);
   auto field = fields.begin();
   for (std::size_t key = 0; key != derived_keys; ++key) {
@@ -155,7 +166,23 @@ void insert_derived(header_map_t& map, derived_t& derived) {
   }
   for (; field != fields.end(); ++field)
     merged.push_back(std::move(*field));
-  map.adopt_sequence(boost::container::ordered_unique_range, std::move(merged));
+  return merged;
+}
+
+// The derived keys join the map in one pass: inserted one at a time, each
+// would search the map and move the entries after it, which cost more than
+// deriving them in a message of many small parts. Usually every field's
+// name sorts after every derived one ("#" before the letters) and they all
+// go in front.
+void insert_derived(header_map_t& map, derived_t& derived) {
+  auto const count = static_cast<std::size_t>(
+      std::count_if(derived.begin(), derived.end(), [](auto const& value) { return value.has_value(); }));
+  if (count == 0)
+    return;
+  sequence_t fields = map.extract_sequence();
+  bool const after = fields.empty() || std::string_view(fields.front().first) > derived_names.back();
+  map.adopt_sequence(boost::container::ordered_unique_range,
+                     after ? put_in_front(std::move(fields), derived, count) : merge_in(std::move(fields), derived));
 }
 
 } // namespace
@@ -244,9 +271,9 @@ void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t readin
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
                                  quern::error::handler_t* problems) {
   header_map_t map;
-  // Room for every wanted field: a map that grows one entry at a time moves
-  // all of its strings at each step.
-  map.reserve(wanted.size());
+  // Room for every wanted field and derived key: a map that grows one entry
+  // at a time moves all of its strings at each step.
+  map.reserve(wanted.size() + derived_keys);
   std::string name;
   char const* p = first;
   while (p != last) {

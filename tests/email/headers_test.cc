@@ -63,6 +63,17 @@ TEST(scanner, derives_content_keys) {
                   m.at("#encoding") + " " + m.at("#disposition"),
               expected);
   }
+  // Wanted names that sort among or before the derived ones: a field named
+  // like a derived key is replaced by it, and the map stays in key order.
+  test::exact_buffer_t const buffer("!x: 1\n#type: raw\nContent-Type: text/html\n\n");
+  char const* first = buffer.begin();
+  email::header_set_t const wanted{"!x", "#type", "content-type", "content-disposition"};
+  header_map_t const m = email::quick_parse_headers(first, buffer.end(), wanted);
+  std::string keys;
+  for (auto const& [key, value] : m)
+    keys += key + "=" + value + " ";
+  EXPECT_EQ(keys, "!x=1 #boundary= #charset=us-ascii #disposition=inline #subtype=html #type=text "
+                  "content-type=text/html ");
 }
 
 // A prefix of a message gives prefixes of its field values and, once the
