@@ -202,16 +202,22 @@ char const* defined_escapes(std::string_view charset) {
 escape_t classify_escape(char const* escapes, char const* p, char const* last, std::size_t& length) {
   std::size_t const available = static_cast<std::size_t>(last - p) - 1;
   bool truncated = false;
+  // Entries are one to three bytes: compared in place, as library calls
+  // for each cost more than the conversion of text dense with escapes.
   for (char const* entry = escapes; *entry != '\0';) {
-    std::size_t const size = std::strcspn(entry, " ");
-    if (available >= size) {
-      if (std::memcmp(p + 1, entry, size) == 0) {
-        length = size + 1;
-        return escape_t::defined;
-      }
-    } else if (std::memcmp(p + 1, entry, available) == 0) {
-      truncated = true;
+    std::size_t size = 0;
+    while (entry[size] != '\0' && entry[size] != ' ')
+      ++size;
+    std::size_t const compared = std::min(size, available);
+    std::size_t same = 0;
+    while (same != compared && p[1 + same] == entry[same])
+      ++same;
+    if (same == size) {
+      length = size + 1;
+      return escape_t::defined;
     }
+    if (same == compared)
+      truncated = true; // the input ends inside this escape
     entry += size;
     if (*entry == ' ')
       ++entry;
