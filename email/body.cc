@@ -31,19 +31,17 @@ namespace {
 // Comparisons with literals as views: a length test first, no strlen, no call.
 using namespace std::string_view_literals;
 
-// A part's map holds a handful of keys: a look at each, lengths first, costs
-// less than a binary search whose every step compares strings.
-std::string const& entry(header_map_t const& headers, std::string_view key) {
-  static std::string const empty;
-  for (auto const& [name, value] : headers)
-    if (name.size() == key.size() && std::string_view(name) == key)
-      return value;
-  return empty;
+std::string entry(header_map_t const& headers, std::string_view key) {
+  auto const it = headers.find(key);
+  return it == headers.end() ? std::string() : it->second;
 }
 
-header_set_t const& subpart_headers() {
-  static header_set_t const wanted{"content-type", "content-transfer-encoding", "content-disposition"};
-  return wanted;
+// The message's own header block was read into a map by the importer; its
+// parts' blocks are read straight into content fields.
+content_fields_t content_fields(header_map_t const& headers) {
+  return {entry(headers, "#type"),        entry(headers, "#subtype"),           entry(headers, "#charset"),
+          entry(headers, "#boundary"),    entry(headers, "#encoding"),          entry(headers, "#disposition"),
+          entry(headers, "content-type"), entry(headers, "content-disposition")};
 }
 
 bool has_text(std::string const& text) {
@@ -58,17 +56,17 @@ struct context_t {
   quern::error::handler_t* problems = nullptr; // told what the decoders repair
 };
 
-void note_name(header_map_t const& headers, context_t const& context) {
+void note_name(content_fields_t const& headers, context_t const& context) {
   if (!context.names)
     return;
-  if (std::string name = attachment_name(entry(headers, "content-disposition"), entry(headers, "content-type"));
-      !name.empty())
+  if (std::string name = attachment_name(headers.content_disposition, headers.content_type); !name.empty())
     context.names->push_back(std::move(name));
 }
 
-std::vector<byte_range_t> body_parts(char const* begin, char const* end, header_map_t const& headers, bool first_only,
-                                     quern::error::handler_t* problems, delimiter_index_t const* index) {
-  auto ranges = parse_subparts(begin, end, entry(headers, "#boundary"), first_only, problems, index);
+std::vector<byte_range_t> body_parts(char const* begin, char const* end, content_fields_t const& headers,
+                                     bool first_only, quern::error::handler_t* problems,
+                                     delimiter_index_t const* index) {
+  auto ranges = parse_subparts(begin, end, headers.boundary, first_only, problems, index);
   // The first range is the preamble and the last whatever follows the
   // parts; neither is text of the message.
   if (ranges.size() >= 2) {
@@ -139,7 +137,7 @@ public:
 
   std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level) {
     std::string text;
-    bool done = open_entity(begin, end, begin, end, headers, top_level, root_, text);
+    bool done = open_entity(begin, end, begin, end, content_fields(headers), top_level, root_, text);
     for (;;) {
       if (done) {
         if (stack_.empty())
@@ -182,8 +180,7 @@ public:
       }
       // A nested entity: its own header block, then its body.
       auto [first, last] = part;
-      header_map_t part_headers = quick_parse_headers(
-          first, last, subpart_headers(), context.full ? reading_t::full : reading_t::desktop, context.problems);
+      content_fields_t const part_headers = quick_parse_content_fields(first, last);
       done = open_entity(first, last, base_begin, base_end, part_headers, false, context, text);
     }
   }
@@ -209,31 +206,30 @@ private:
   // [base_begin, base_end): a leaf sets its text at once (true); a container
   // becomes a frame whose parts come next (false).
   bool open_entity(char const* begin, char const* end, char const* base_begin, char const* base_end,
-                   header_map_t& headers, bool top_level, context_t const& context, std::string& text) {
+                   content_fields_t const& headers, bool top_level, context_t const& context, std::string& text) {
     text = no_text_marker;
     if (stack_.size() > max_nesting_depth)
       return true;
-    std::string type = entry(headers, "#type");
-    std::string subtype = entry(headers, "#subtype");
+    std::string type = headers.type;
+    std::string subtype = headers.subtype;
     if (type != "multipart"sv)
       note_name(headers, context);
 
     // A text part that cannot be chosen gives no text whatever its bytes;
     // when nobody listens for the problems its decoding would find, it is not
     // decoded. Most base64 in real mail is text attachments (CSV, calendars).
-    bool const inline_part = entry(headers, "#disposition") == "inline"sv;
+    bool const inline_part = headers.disposition == "inline"sv;
     bool const plain_wanted = subtype == "plain"sv && inline_part;
     bool const html_wanted = context.html && subtype == "html"sv && inline_part;
     std::vector<char> buffer;
     if (type == "multipart"sv || type == "message"sv ||
         (type == "text"sv && (plain_wanted || html_wanted || context.problems))) {
-      std::string const& encoding = entry(headers, "#encoding");
+      std::string const& encoding = headers.encoding;
       if (encoding == "base64"sv || encoding == "quoted-printable"sv) {
         // Decoding a container copies nearly all of it, once per level.
         if (type != "text"sv && static_cast<std::size_t>(end - begin) > decode_budget_)
           return true;
-        if (decode(begin, end, top_level, type, subtype, encoding, entry(headers, "#charset"), buffer,
-                   context.problems)) {
+        if (decode(begin, end, top_level, type, subtype, encoding, headers.charset, buffer, context.problems)) {
           begin = buffer.data();
           end = begin + buffer.size();
           if (type != "text"sv) {
@@ -262,12 +258,11 @@ private:
       // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
       // the converter's own choice (the fallback names no charset).
       decode_text(
-          begin, end, buffer, subtype, false, false, entry(headers, "#charset"), [] { return std::string(); },
-          context.problems);
+          begin, end, buffer, subtype, false, false, headers.charset, [] { return std::string(); }, context.problems);
       if (!buffer.empty())
         text.assign(buffer.begin(), buffer.end());
     } else if (type == "text"sv && html_wanted) {
-      text = html_text(begin, end, buffer, entry(headers, "#charset"), context.problems);
+      text = html_text(begin, end, buffer, headers.charset, context.problems);
       if (text.empty())
         text = no_text_marker;
     }
@@ -277,7 +272,7 @@ private:
   // A multipart's parts: all of a mixed one (below 20,000,000 bytes), one
   // alternative, or else the first part.
   void open_multipart(char const* begin, char const* end, char const* base_begin, char const* base_end,
-                      std::vector<char> buffer, header_map_t const& headers, std::string const& subtype,
+                      std::vector<char> buffer, content_fields_t const& headers, std::string const& subtype,
                       context_t const& context) {
     frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
     bool const walk_all = subtype == "mixed"sv && end - begin < 20'000'000;
@@ -308,8 +303,8 @@ private:
                   context_t const& context) {
     if (stack_.size() > max_nesting_depth)
       return true;
-    header_map_t headers = quick_parse_headers(begin, end, subpart_headers(), reading_t::full);
-    if (entry(headers, "#type") != "multipart"sv) {
+    content_fields_t const headers = quick_parse_content_fields(begin, end);
+    if (headers.type != "multipart"sv) {
       note_name(headers, context);
       return true;
     }

@@ -38,10 +38,6 @@ bool is_wanted(char const* first, char const* last, header_set_t const& wanted) 
   return wanted.contains(std::string_view(lowered, length));
 }
 
-void remove_spaces(std::string& s) {
-  std::erase(s, ' ');
-}
-
 // One past the end of the field whose value starts at p: the value runs to
 // an LF, and on past it while the next line starts with SP or TAB.
 char const* field_end(char const* p, char const* last) {
@@ -75,9 +71,17 @@ void store_received(header_map_t& map, std::string const& value, reading_t readi
     map.insert_or_assign("received", std::move(canonical));
 }
 
+// A body part's map holds a handful of entries: a look at each, lengths
+// first, costs less than a binary search whose every step compares strings.
 std::string const* find_value(header_map_t const& map, std::string_view key) {
-  auto const it = map.find(key);
-  return it == map.end() ? nullptr : &it->second;
+  if (map.size() > 8) {
+    auto const it = map.find(key);
+    return it == map.end() ? nullptr : &it->second;
+  }
+  for (auto const& [name, value] : map)
+    if (name.size() == key.size() && std::string_view(name) == key)
+      return &value;
+  return nullptr;
 }
 
 // The derived keys of one block, gathered in key order before they go into
@@ -87,49 +91,59 @@ constexpr std::array<std::string_view, derived_keys> derived_names{"#boundary", 
                                                                    "#encoding", "#subtype", "#type"};
 using derived_t = std::array<std::optional<std::string>, derived_keys>;
 
-void derive_content_type(header_map_t const& map, derived_t& derived) {
-  std::string type = "text", subtype = "plain", charset = "us-ascii", boundary;
-  if (std::string const* value = find_value(map, "content-type")) {
-    auto const semicolon = value->find(';');
-    std::string media = value->substr(0, semicolon);
-    remove_spaces(media);
-    if (auto const slash = media.find('/'); slash != std::string::npos) {
-      lower_in_place(media);
-      type = media.substr(0, slash);
-      subtype = media.substr(slash + 1);
-    }
-    if (semicolon != std::string::npos) {
-      char const* params = value->data() + semicolon;
-      char const* end = value->data() + value->size();
-      if (type == "multipart"sv) {
-        parse_parameter(params, end, "boundary", boundary);
-      } else if (type == "text"sv) {
-        std::string declared;
-        parse_parameter(params, end, "charset", declared);
-        if (!declared.empty()) {
-          charset = std::move(declared);
-          lower_in_place(charset);
-        }
-      }
+// The media type, subtype, charset and boundary of a Content-Type value (or
+// of none), each with its MIME default.
+void derive_content_type(std::string const* value, std::string& type, std::string& subtype, std::string& charset,
+                         std::string& boundary) {
+  type = "text";
+  subtype = "plain";
+  charset = "us-ascii";
+  boundary.clear();
+  if (!value)
+    return;
+  auto const semicolon = value->find(';');
+  // The media type without its spaces, lower-cased in the same pass.
+  std::string media;
+  media.reserve(std::min(semicolon, value->size()));
+  for (char const c : std::string_view(*value).substr(0, semicolon))
+    if (c != ' ')
+      media.push_back(text::to_lower(c));
+  if (auto const slash = media.find('/'); slash != std::string::npos) {
+    type.assign(media, 0, slash);
+    subtype.assign(media, slash + 1);
+  }
+  if (semicolon == std::string::npos)
+    return;
+  char const* params = value->data() + semicolon;
+  char const* end = value->data() + value->size();
+  if (type == "multipart"sv) {
+    parse_parameter(params, end, "boundary", boundary);
+  } else if (type == "text"sv) {
+    std::string declared;
+    parse_parameter(params, end, "charset", declared);
+    if (!declared.empty()) {
+      charset = std::move(declared);
+      lower_in_place(charset);
     }
   }
-  derived[type_key] = std::move(type);
-  derived[subtype_key] = std::move(subtype);
-  derived[charset_key] = std::move(charset);
-  derived[boundary_key] = std::move(boundary);
 }
 
 // Content-Transfer-Encoding and the disposition word: lower case, no spaces,
-// default when nothing is left.
-void derive_word(header_map_t const& map, std::string_view header, derived_key_t key, char const* fallback,
-                 bool stop_at_semicolon, derived_t& derived) {
+// the default when nothing is left.
+std::string derive_word(std::string const* value, char const* fallback, bool stop_at_semicolon) {
   std::string word;
-  if (std::string const* value = find_value(map, header)) {
-    word = stop_at_semicolon ? value->substr(0, value->find(';')) : *value;
-    remove_spaces(word);
-    lower_in_place(word);
+  if (value) {
+    std::string_view written = *value;
+    if (stop_at_semicolon)
+      written = written.substr(0, written.find(';'));
+    word.reserve(written.size());
+    for (char const c : written)
+      if (c != ' ')
+        word.push_back(text::to_lower(c));
   }
-  derived[key] = word.empty() ? std::string(fallback) : std::move(word);
+  if (word.empty())
+    word = fallback;
+  return word;
 }
 
 using sequence_t = header_map_t::sequence_type;
@@ -247,15 +261,30 @@ std::string field_value(std::string const& name, field_t const& field, reading_t
 // The keys derived from the raw fields once the block is read: the content
 // keys, and the Date value replaced by its canonical text (or removed).
 void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t reading, quern::error::handler_t* problems) {
+  // Which of the four fields are wanted, in one pass over the (small) set
+  // rather than a search for each.
+  bool type = false, encoding = false, disposition = false, date = false;
+  for (std::string_view const name : wanted) {
+    type = type || name == "content-type"sv;
+    encoding = encoding || name == "content-transfer-encoding"sv;
+    disposition = disposition || name == "content-disposition"sv;
+    date = date || name == "date"sv;
+  }
   derived_t derived;
-  if (wanted.contains("content-type"))
-    derive_content_type(map, derived);
-  if (wanted.contains("content-transfer-encoding"))
-    derive_word(map, "content-transfer-encoding", encoding_key, "7bit", false, derived);
-  if (wanted.contains("content-disposition"))
-    derive_word(map, "content-disposition", disposition_key, "inline", true, derived);
+  if (type) {
+    std::string media, subtype, charset, boundary;
+    derive_content_type(find_value(map, "content-type"), media, subtype, charset, boundary);
+    derived[type_key] = std::move(media);
+    derived[subtype_key] = std::move(subtype);
+    derived[charset_key] = std::move(charset);
+    derived[boundary_key] = std::move(boundary);
+  }
+  if (encoding)
+    derived[encoding_key] = derive_word(find_value(map, "content-transfer-encoding"), "7bit", false);
+  if (disposition)
+    derived[disposition_key] = derive_word(find_value(map, "content-disposition"), "inline", true);
   insert_derived(map, derived);
-  if (!wanted.contains("date"))
+  if (!date)
     return;
   if (auto it = map.find(std::string_view("date")); it != map.end()) {
     std::string const raw = std::move(it->second);
@@ -301,6 +330,38 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   first = p;
   derive_keys(map, wanted, reading, problems);
   return map;
+}
+
+content_fields_t quick_parse_content_fields(char const*& first, char const* last) {
+  content_fields_t fields;
+  std::string encoding;
+  char const* p = first;
+  while (p != last) {
+    if (*p == '\n') {
+      ++p;
+      break;
+    }
+    field_t field;
+    p = scan_field(p, last, field);
+    auto const name = std::string_view(field.name_first, static_cast<std::size_t>(field.name_last - field.name_first));
+    std::string* value = nullptr;
+    if (text::equals_lower(name, "content-type"sv))
+      value = &fields.content_type;
+    else if (text::equals_lower(name, "content-transfer-encoding"sv))
+      value = &encoding;
+    else if (text::equals_lower(name, "content-disposition"sv))
+      value = &fields.content_disposition;
+    else
+      continue;
+    // The last of several fields of one name wins, as in the map.
+    value->assign(field.value_first, field.value_last);
+    cleanup_header_body(*value);
+  }
+  first = p;
+  derive_content_type(&fields.content_type, fields.type, fields.subtype, fields.charset, fields.boundary);
+  fields.encoding = derive_word(&encoding, "7bit", false);
+  fields.disposition = derive_word(&fields.content_disposition, "inline", true);
+  return fields;
 }
 
 void cleanup_header_body(std::string& value) {

@@ -55,6 +55,21 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
                                  quern::error::handler_t* problems = nullptr);
 
+// What the body walker needs of a body part's header block: the keys derived
+// from its content fields (as quick_parse_headers stores them under "#type",
+// "#subtype", "#charset", "#boundary", "#encoding" and "#disposition") and
+// the two fields file names come from, unfolded.
+struct content_fields_t {
+  std::string type, subtype, charset, boundary, encoding, disposition;
+  std::string content_type, content_disposition;
+};
+
+// Scans a body part's header block as quick_parse_headers does with only the
+// content fields wanted, into fields rather than a map: a message of many
+// small parts would otherwise spend most of its time building maps. On
+// return first is the first byte of the part's body.
+content_fields_t quick_parse_content_fields(char const*& first, char const* last);
+
 // Whether the full reading keeps this (lower-case) field as written.
 bool is_address_field(std::string_view name);
 

@@ -107,6 +107,16 @@ constexpr char to_upper(char c) {
   return has_class(c, ascii_lower) ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
+// Whether s, lower-cased, is lower (which is already in lower case).
+constexpr bool equals_lower(std::string_view s, std::string_view lower) {
+  if (s.size() != lower.size())
+    return false;
+  for (std::size_t i = 0; i != s.size(); ++i)
+    if (to_lower(s[i]) != lower[i])
+      return false;
+  return true;
+}
+
 inline std::string to_lower_copy(std::string_view s) {
   std::string result(s);
   for (char& c : result)

@@ -76,6 +76,42 @@ TEST(scanner, derives_content_keys) {
                   "content-type=text/html ");
 }
 
+// The body walker reads its parts' blocks into content fields; they must say
+// what the map of the same block says, and leave the body in the same place.
+TEST(scanner, content_fields_match_the_map) {
+  std::string const long_name(70, 'c');
+  std::string const blocks[] = {
+      "",
+      "\n",
+      "Content-Type: text/plain\n\nx\n",
+      "CONTENT-TYPE: Multipart/Alternative; boundary=\"b b\"\ncontent-transfer-encoding: BASE64\n\n--b b\n",
+      "Content-Type: text/html\nContent-Type: text/plain; charset=KOI8-R\n\n", // the last wins
+      "Content-Type:\nContent-Disposition: attachment;\n filename=\"a.txt\"\n\n",
+      "Content-Disposition:  Inline ; x=1\nContent-Transfer-Encoding: quoted- printable \n\n",
+      "Content-Type: text/plain\r\n\r\nbody\r\n", // CR LF: the block never ends
+      "Content-Type : text/html\nX-Other: 1\n\tfolded\n\n",
+      long_name + ": x\nContent-Type: message/rfc822\n\n",
+      std::string("Content-Type: text/pl\0ain\n\n", 27),
+      "Content-Type: text/plain", // no LF at all
+  };
+  email::header_set_t const wanted{"content-type", "content-transfer-encoding", "content-disposition"};
+  for (std::string const& block : blocks) {
+    test::exact_buffer_t const buffer(block);
+    char const* map_end = buffer.begin();
+    header_map_t const m = email::quick_parse_headers(map_end, buffer.end(), wanted);
+    char const* fields_end = buffer.begin();
+    email::content_fields_t const f = email::quick_parse_content_fields(fields_end, buffer.end());
+    auto const at = [&](char const* key) { return m.contains(key) ? m.at(key) : std::string(); };
+    std::string const from_map = at("#type") + "/" + at("#subtype") + " " + at("#charset") + " [" + at("#boundary") +
+                                 "] " + at("#encoding") + " " + at("#disposition") + " | " + at("content-type") +
+                                 " | " + at("content-disposition");
+    std::string const from_fields = f.type + "/" + f.subtype + " " + f.charset + " [" + f.boundary + "] " + f.encoding +
+                                    " " + f.disposition + " | " + f.content_type + " | " + f.content_disposition;
+    EXPECT_EQ(from_fields, from_map) << testing::PrintToString(block);
+    EXPECT_EQ(fields_end, map_end) << testing::PrintToString(block);
+  }
+}
+
 // A prefix of a message gives prefixes of its field values and, once the
 // blank line is in, a prefix of its body; no scan reads past its range.
 TEST(scanner, every_prefix_gives_prefixes_of_values_and_body) {
