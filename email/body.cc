@@ -137,7 +137,8 @@ public:
 
   std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level) {
     std::string text;
-    bool done = open_entity(begin, end, begin, end, content_fields(headers), top_level, root_, text);
+    content_fields_t fields = content_fields(headers);
+    bool done = open_entity(begin, end, begin, end, fields, top_level, root_, text);
     for (;;) {
       if (done) {
         if (stack_.empty())
@@ -180,7 +181,7 @@ public:
       }
       // A nested entity: its own header block, then its body.
       auto [first, last] = part;
-      content_fields_t const part_headers = quick_parse_content_fields(first, last);
+      content_fields_t part_headers = quick_parse_content_fields(first, last);
       done = open_entity(first, last, base_begin, base_end, part_headers, false, context, text);
     }
   }
@@ -206,12 +207,13 @@ private:
   // [base_begin, base_end): a leaf sets its text at once (true); a container
   // becomes a frame whose parts come next (false).
   bool open_entity(char const* begin, char const* end, char const* base_begin, char const* base_end,
-                   content_fields_t const& headers, bool top_level, context_t const& context, std::string& text) {
+                   content_fields_t& headers, bool top_level, context_t const& context, std::string& text) {
     text = no_text_marker;
     if (stack_.size() > max_nesting_depth)
       return true;
-    std::string type = headers.type;
-    std::string subtype = headers.subtype;
+    // Decoding may rewrite both (to application/octet-stream).
+    std::string& type = headers.type;
+    std::string& subtype = headers.subtype;
     if (type != "multipart"sv)
       note_name(headers, context);
 

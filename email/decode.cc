@@ -105,18 +105,24 @@ void decode_text(char const* begin, char const* end, std::vector<char>& buffer, 
     begin = buffer.data();
     end = begin + buffer.size();
   }
-  std::vector<char> converted;
+  // The converted text is kept per thread between calls: a message of many
+  // small parts would otherwise allocate it for each. A large one is let go.
+  thread_local std::vector<char> converted;
+  converted.clear();
   converted.reserve(static_cast<std::size_t>(end - begin));
   charset::convert_to_utf8(begin, end, std::back_inserter(converted), charset, fallback, problems);
-  buffer.swap(converted);
-  std::vector<char>().swap(converted); // the decoded bytes: a large body is held twice at most
-  if (buffer.empty())
-    return;
-  std::vector<char> canonical;
-  canonical.reserve(buffer.size());
-  decode_to_canonical_format(buffer.data(), buffer.data() + buffer.size(), subtype, flowed, delsp,
-                             std::back_inserter(canonical), problems);
-  buffer.swap(canonical);
+  // The decoded bytes make room for the canonical text: a large body is held
+  // twice at most.
+  buffer.clear();
+  if (buffer.capacity() < converted.size())
+    std::vector<char>().swap(buffer); // let go before the larger one comes
+  if (!converted.empty()) {
+    buffer.reserve(converted.size());
+    decode_to_canonical_format(converted.data(), converted.data() + converted.size(), subtype, flowed, delsp,
+                               std::back_inserter(buffer), problems);
+  }
+  if (converted.capacity() > (1u << 20))
+    std::vector<char>().swap(converted);
 }
 
 void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed, bool delsp,

@@ -102,15 +102,19 @@ void derive_content_type(std::string const* value, std::string& type, std::strin
   if (!value)
     return;
   auto const semicolon = value->find(';');
-  // The media type without its spaces, lower-cased in the same pass.
-  std::string media;
-  media.reserve(std::min(semicolon, value->size()));
-  for (char const c : std::string_view(*value).substr(0, semicolon))
-    if (c != ' ')
-      media.push_back(text::to_lower(c));
-  if (auto const slash = media.find('/'); slash != std::string::npos) {
-    type.assign(media, 0, slash);
-    subtype.assign(media, slash + 1);
+  // The media type without its spaces, lower-cased, split at its first
+  // slash; without a slash the defaults stand.
+  std::string_view const media = std::string_view(*value).substr(0, semicolon);
+  if (media.find('/') != std::string_view::npos) {
+    type.clear();
+    subtype.clear();
+    std::string* side = &type;
+    for (char const c : media) {
+      if (c == '/' && side == &type)
+        side = &subtype;
+      else if (c != ' ')
+        side->push_back(text::to_lower(c));
+    }
   }
   if (semicolon == std::string::npos)
     return;
