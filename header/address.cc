@@ -71,12 +71,12 @@ public:
     if (base_ || !enabled_)
       return;
     base_ = base;
-    closes_.assign(static_cast<std::size_t>(end - base), false);
+    closes_.assign(static_cast<std::size_t>(end - base), 0);
     std::int64_t lowest = 0; // M(i+1)
     for (char const* p = end; p != base;) {
       --p;
       std::int64_t const d = *p == opener_ ? 1 : *p == closer_ ? -1 : 0;
-      closes_[static_cast<std::size_t>(p - base)] = d + lowest < 0;
+      closes_[static_cast<std::size_t>(p - base)] = d + lowest < 0 ? 1 : 0;
       lowest = std::min<std::int64_t>(0, d + lowest);
     }
   }
@@ -85,7 +85,7 @@ private:
   char opener_, closer_;
   bool enabled_;
   char const* base_ = nullptr;
-  std::vector<bool> closes_;
+  std::vector<unsigned char> closes_; // a byte each: bit access cost more than the memory
 };
 
 // A quoted token with backslash escapes that ran to the end from f proves
@@ -176,6 +176,10 @@ std::vector<match_t> tokenize(char const* range_start, char const* p, char const
       }
     } else if (c == '(') {
       ++p;
+      // Openings known not to close, one after another, are passed over in
+      // one go: each would be read, fail at once and be skipped.
+      while (p != end && *p == '(' && comments.known_to_fail(p, end))
+        ++p;
       if (read_closed(p, range_start, end, '(', ")", false, comments, token)) {
         // A comment that repeats the leading address names it: "a@b (Ann <a@b>)".
         if (!tokens.empty() && pass.depth < max_comment_depth) {
