@@ -55,10 +55,12 @@ using quern::error::handler_t;
 using detail::classify_escape;
 using detail::defined_escapes;
 using detail::descriptor_t;
+using detail::escape_set_t;
 using detail::escape_t;
 using detail::has_japanese_runs;
 using detail::is_utf8_name;
 using detail::open_descriptor;
+using detail::parse_escapes;
 using detail::run_t;
 using detail::shift_of;
 using detail::shift_t;
@@ -309,8 +311,8 @@ struct limit_t {
 class guard_t {
 public:
   explicit guard_t(std::string const& source)
-      : escapes_(defined_escapes(source)), japanese_runs_(escapes_ && has_japanese_runs(source)),
-        stray_(stray_bytes(source)) {}
+      : escapes_(defined_escapes(source)), escape_set_(escapes_ ? parse_escapes(escapes_) : escape_set_t()),
+        japanese_runs_(escapes_ && has_japanese_runs(source)), stray_(stray_bytes(source)) {}
 
   limit_t next(char const* in, char const* last, std::size_t window) {
     if (!escapes_ && !stray_)
@@ -321,7 +323,7 @@ public:
       auto const c = static_cast<unsigned char>(*p);
       if (c == 0x1B && escapes_) {
         std::size_t length = 0;
-        escape_t const kind = classify_escape(escapes_, p, last, length);
+        escape_t const kind = classify_escape(escape_set_, p, last, length);
         if (kind != escape_t::defined)
           return {p, kind == escape_t::undefined ? EILSEQ : EINVAL};
         std::size_t skip = 0;
@@ -348,6 +350,7 @@ public:
 
 private:
   char const* const escapes_;
+  escape_set_t const escape_set_;
   bool const japanese_runs_;
   stray_byte_t const stray_;
   run_t run_ = run_t::single;

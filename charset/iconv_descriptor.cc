@@ -199,18 +199,28 @@ char const* defined_escapes(std::string_view charset) {
   return nullptr;
 }
 
-escape_t classify_escape(char const* escapes, char const* p, char const* last, std::size_t& length) {
+escape_set_t parse_escapes(char const* escapes) {
+  escape_set_t set;
+  for (char const* entry = escapes; *entry != '\0' && set.count != set.sizes.size();) {
+    std::size_t size = 0;
+    for (; entry[size] != '\0' && entry[size] != ' ' && size != set.bytes[0].size(); ++size)
+      set.bytes[set.count][size] = entry[size];
+    set.sizes[set.count++] = static_cast<unsigned char>(size);
+    entry += size;
+    if (*entry == ' ')
+      ++entry;
+  }
+  return set;
+}
+
+escape_t classify_escape(escape_set_t const& escapes, char const* p, char const* last, std::size_t& length) {
   std::size_t const available = static_cast<std::size_t>(last - p) - 1;
   bool truncated = false;
-  // Entries are one to three bytes: compared in place, as library calls
-  // for each cost more than the conversion of text dense with escapes.
-  for (char const* entry = escapes; *entry != '\0';) {
-    std::size_t size = 0;
-    while (entry[size] != '\0' && entry[size] != ' ')
-      ++size;
+  for (std::size_t entry = 0; entry != escapes.count; ++entry) {
+    std::size_t const size = escapes.sizes[entry];
     std::size_t const compared = std::min(size, available);
     std::size_t same = 0;
-    while (same != compared && p[1 + same] == entry[same])
+    while (same != compared && p[1 + same] == escapes.bytes[entry][same])
       ++same;
     if (same == size) {
       length = size + 1;
@@ -218,9 +228,6 @@ escape_t classify_escape(char const* escapes, char const* p, char const* last, s
     }
     if (same == compared)
       truncated = true; // the input ends inside this escape
-    entry += size;
-    if (*entry == ' ')
-      ++entry;
   }
   return truncated ? escape_t::truncated : escape_t::undefined;
 }

@@ -25,6 +25,7 @@
 
 #include <iconv.h>
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -57,9 +58,18 @@ descriptor_t open_descriptor(std::string const& from, std::string const& to);
 // charset is not ISO-2022 based and escapes need no checking.
 char const* defined_escapes(std::string_view charset);
 
+// The entries of such a string, one to three bytes each, ready to compare:
+// text dense with escapes looks each one up.
+struct escape_set_t {
+  std::array<std::array<char, 3>, 16> bytes{};
+  std::array<unsigned char, 16> sizes{};
+  std::size_t count = 0;
+};
+escape_set_t parse_escapes(char const* escapes);
+
 // The outcome of looking at the escape sequence that starts at p.
 enum class escape_t { defined, undefined, truncated };
-escape_t classify_escape(char const* escapes, char const* p, char const* last, std::size_t& length);
+escape_t classify_escape(escape_set_t const& escapes, char const* p, char const* last, std::size_t& length);
 
 // The kind of character set an ISO-2022-JP escape selects, which decides
 // the bytes that may follow it: glibc passes control characters, space and
