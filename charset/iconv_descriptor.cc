@@ -217,6 +217,8 @@ escape_t classify_escape(escape_set_t const& escapes, char const* p, char const*
   std::size_t const available = static_cast<std::size_t>(last - p) - 1;
   bool truncated = false;
   for (std::size_t entry = 0; entry != escapes.count; ++entry) {
+    if (available != 0 && escapes.bytes[entry][0] != p[1])
+      continue; // most entries differ in their first byte
     std::size_t const size = escapes.sizes[entry];
     std::size_t const compared = std::min(size, available);
     std::size_t same = 0;
