@@ -243,6 +243,22 @@ char const* scan_field(char const* p, char const* last, field_t& field) {
   return p;
 }
 
+// Calls visit with each field of the header block at first, up to the empty
+// line or last; leaves first at the body.
+template <typename Visit> void for_each_field(char const*& first, char const* last, Visit visit) {
+  char const* p = first;
+  while (p != last) {
+    if (*p == '\n') {
+      ++p;
+      break;
+    }
+    field_t field;
+    p = scan_field(p, last, field);
+    visit(field);
+  }
+  first = p;
+}
+
 // The stored form of a wanted field's value: content fields and (in the full
 // reading) address fields raw, everything else with its encoded words decoded.
 std::string field_value(std::string const& name, field_t const& field, reading_t reading,
@@ -308,30 +324,22 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   // at a time moves all of its strings at each step.
   map.reserve(wanted.size() + derived_keys);
   std::string name;
-  char const* p = first;
-  while (p != last) {
-    if (*p == '\n') {
-      ++p;
-      break;
-    }
-    field_t field;
-    p = scan_field(p, last, field);
+  for_each_field(first, last, [&](field_t const& field) {
     // Most fields are not wanted: they are looked up lower-cased on the
     // stack and only a wanted name is copied.
     if (!is_wanted(field.name_first, field.name_last, wanted))
-      continue;
+      return;
     name.assign(field.name_first, field.name_last);
     lower_in_place(name);
     bool const received = name == "received"sv;
     if (received && (map.contains("received") || map.contains("date")))
-      continue;
+      return;
     std::string value = field_value(name, field, reading, problems);
     if (received)
       store_received(map, value, reading, problems);
     else
       map.insert_or_assign(name, std::move(value));
-  }
-  first = p;
+  });
   derive_keys(map, wanted, reading, problems);
   return map;
 }
@@ -339,14 +347,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 content_fields_t quick_parse_content_fields(char const*& first, char const* last) {
   content_fields_t fields;
   std::string encoding;
-  char const* p = first;
-  while (p != last) {
-    if (*p == '\n') {
-      ++p;
-      break;
-    }
-    field_t field;
-    p = scan_field(p, last, field);
+  for_each_field(first, last, [&](field_t const& field) {
     auto const name = std::string_view(field.name_first, static_cast<std::size_t>(field.name_last - field.name_first));
     std::string* value = nullptr;
     if (text::equals_lower(name, "content-type"sv))
@@ -356,12 +357,11 @@ content_fields_t quick_parse_content_fields(char const*& first, char const* last
     else if (text::equals_lower(name, "content-disposition"sv))
       value = &fields.content_disposition;
     else
-      continue;
+      return;
     // The last of several fields of one name wins, as in the map.
     value->assign(field.value_first, field.value_last);
     cleanup_header_body(*value);
-  }
-  first = p;
+  });
   derive_content_type(&fields.content_type, fields.type, fields.subtype, fields.charset, fields.boundary);
   fields.encoding = derive_word(&encoding, "7bit", false);
   fields.disposition = derive_word(&fields.content_disposition, "inline", true);
