@@ -20,10 +20,12 @@
 // must not cost a gigabyte.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +42,14 @@ struct rules_t {
   bool full_month_names = false;
   bool numeric_zone_wins = false;
   static constexpr rules_t full() { return {true, true}; }
+};
+
+// A parsed date as the message gave it: the instant, and the offset from UTC
+// of the zone it was written in (+0200 is 120 minutes).
+struct zoned_t {
+  std::chrono::sys_seconds instant;
+  std::chrono::minutes offset{0};
+  bool operator==(zoned_t const&) const = default;
 };
 
 // The most of a date value the parser reads; the rest is ignored.
@@ -84,6 +94,10 @@ public:
   std::string canonical_format() const;
   // The fields as written plus the zone, "YYYY-MM-DD hh:mm:ss +hhmm", or "".
   std::string local_canonical_format() const;
+  // The instant and zone of a parsed date whose UTC year has four digits
+  // (exactly the dates whose canonical text reads back as a date); nothing
+  // otherwise.
+  std::optional<zoned_t> zoned() const;
   // The broken-down time. A parsed date keeps the full year in tm_year; an
   // unparsed one is first filled with the current local time, in the C
   // library's own convention (years since 1900, weekday, DST).
@@ -126,6 +140,7 @@ public:
 
   std::string canonical_format() const { return parser_->canonical_format(); }
   std::string local_canonical_format() const { return parser_->local_canonical_format(); }
+  std::optional<zoned_t> zoned() const { return parser_->zoned(); }
   std::tm* get_time() const { return parser_->get_time(); }
 
 private:

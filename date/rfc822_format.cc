@@ -40,15 +40,32 @@ std::string format_utc(int year, unsigned month, unsigned day, long hour, long m
   return out;
 }
 
+// The instant of fields written in a zone given as a decimal ±HHMM number.
+std::chrono::sys_seconds utc_instant(std::tm const& time, std::int64_t zone) {
+  using namespace std::chrono;
+  year_month const first_month = year{time.tm_year} / January + months{time.tm_mon};
+  return sys_days(first_month / 1) + days{time.tm_mday - 1} + hours{time.tm_hour} + minutes{time.tm_min} +
+         seconds{time.tm_sec} - hours{zone / 100} - minutes{zone % 100};
+}
+
 } // namespace
+
+std::optional<zoned_t> rfc822_date_parser_t::zoned() const {
+  if (!parsed_)
+    return std::nullopt;
+  using namespace std::chrono;
+  sys_seconds const instant = utc_instant(time_, zone_);
+  int const utc_year = int(year_month_day{floor<days>(instant)}.year());
+  if (utc_year < 1000 || utc_year > 9999)
+    return std::nullopt;
+  return zoned_t{instant, hours{zone_ / 100} + minutes{zone_ % 100}};
+}
 
 std::string rfc822_date_parser_t::canonical_format() const {
   if (!parsed_)
     return {};
   using namespace std::chrono;
-  year_month const first_month = year{time_.tm_year} / January + months{time_.tm_mon};
-  sys_seconds const instant = sys_days(first_month / 1) + days{time_.tm_mday - 1} + hours{time_.tm_hour} +
-                              minutes{time_.tm_min} + seconds{time_.tm_sec} - hours{zone_ / 100} - minutes{zone_ % 100};
+  sys_seconds const instant = utc_instant(time_, zone_);
   sys_days const day = floor<days>(instant);
   year_month_day const date{day};
   hh_mm_ss const time{instant - day};

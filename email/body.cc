@@ -39,9 +39,11 @@ std::string entry(header_map_t const& headers, std::string_view key) {
 // The message's own header block was read into a map by the importer; its
 // parts' blocks are read straight into content fields.
 content_fields_t content_fields(header_map_t const& headers) {
-  return {entry(headers, "#type"),        entry(headers, "#subtype"),           entry(headers, "#charset"),
-          entry(headers, "#boundary"),    entry(headers, "#encoding"),          entry(headers, "#disposition"),
-          entry(headers, "content-type"), entry(headers, "content-disposition")};
+  return {entry(headers, "#type"),        entry(headers, "#subtype"),
+          entry(headers, "#charset"),     entry(headers, "#boundary"),
+          entry(headers, "#encoding"),    entry(headers, "#disposition"),
+          entry(headers, "content-type"), entry(headers, "content-disposition"),
+          entry(headers, "content-id")};
 }
 
 bool has_text(std::string const& text) {
@@ -52,15 +54,48 @@ bool has_text(std::string const& text) {
 struct context_t {
   bool full = false;
   bool html = false;                           // take text/html parts' text
-  std::vector<std::string>* names = nullptr;   // file names found so far
+  std::vector<attachment_t>* names = nullptr;  // parts that name a file, so far
   quern::error::handler_t* problems = nullptr; // told what the decoders repair
 };
 
-void note_name(content_fields_t const& headers, context_t const& context) {
+// The size of a part's body once its transfer encoding is undone. The
+// decoded bytes are only counted; their buffer is kept per thread.
+std::uint64_t decoded_size(char const* begin, char const* end, content_fields_t const& headers) {
+  if (headers.encoding == "7bit"sv || headers.encoding == "8bit"sv || headers.encoding == "binary"sv)
+    return static_cast<std::uint64_t>(end - begin);
+  thread_local std::vector<char> buffer;
+  buffer.clear();
+  std::string type = headers.type, subtype = headers.subtype;
+  std::uint64_t const size =
+      decode(begin, end, false, type, subtype, headers.encoding, headers.charset, buffer, nullptr)
+          ? buffer.size()
+          : static_cast<std::uint64_t>(end - begin);
+  if (buffer.capacity() > (1u << 20))
+    std::vector<char>().swap(buffer);
+  return size;
+}
+
+std::string without_angles(std::string const& id) {
+  std::string_view view = id;
+  while (!view.empty() && (view.front() == ' ' || view.front() == '\t'))
+    view.remove_prefix(1);
+  if (view.size() >= 2 && view.front() == '<') {
+    auto const close = view.find('>');
+    if (close != std::string_view::npos)
+      view = view.substr(1, close - 1);
+  }
+  return std::string(view);
+}
+
+// Lists the part whose body is [begin, end) when it names a file.
+void note_name(char const* begin, char const* end, content_fields_t const& headers, context_t const& context) {
   if (!context.names)
     return;
-  if (std::string name = attachment_name(headers.content_disposition, headers.content_type); !name.empty())
-    context.names->push_back(std::move(name));
+  std::string name = attachment_name(headers.content_disposition, headers.content_type);
+  if (name.empty())
+    return;
+  context.names->push_back({std::move(name), headers.type + '/' + headers.subtype, decoded_size(begin, end, headers),
+                            without_angles(headers.content_id), headers.disposition});
 }
 
 std::vector<byte_range_t> body_parts(char const* begin, char const* end, content_fields_t const& headers,
@@ -215,7 +250,7 @@ private:
     std::string& type = headers.type;
     std::string& subtype = headers.subtype;
     if (type != "multipart"sv)
-      note_name(headers, context);
+      note_name(begin, end, headers, context);
 
     // A text part that cannot be chosen gives no text whatever its bytes;
     // when nobody listens for the problems its decoding would find, it is not
@@ -307,7 +342,7 @@ private:
       return true;
     content_fields_t const headers = quick_parse_content_fields(begin, end);
     if (headers.type != "multipart"sv) {
-      note_name(headers, context);
+      note_name(begin, end, headers, context);
       return true;
     }
     frame_t frame({}, base_begin, base_end, context, join_t::names);
@@ -346,11 +381,24 @@ std::string parse_body(char const* begin, char const* end, header_map_t& headers
 
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
                        std::vector<std::string>* attachment_names, quern::error::handler_t* problems) {
+  body_t body = read_body(begin, end, headers, top_level, reading, attachment_names != nullptr, problems);
+  if (attachment_names)
+    for (attachment_t& attachment : body.attachments)
+      attachment_names->push_back(std::move(attachment.file_name));
+  return body.text ? std::move(*body.text) : std::string(no_text_marker);
+}
+
+body_t read_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
+                 bool attachments, quern::error::handler_t* problems) {
+  body_t body;
   context_t context;
   if (reading == reading_t::full)
-    context = {true, true, attachment_names, nullptr};
+    context = {true, true, attachments ? &body.attachments : nullptr, nullptr};
   context.problems = problems;
-  return walker_t(begin, end, context).walk(begin, end, headers, top_level);
+  std::string text = walker_t(begin, end, context).walk(begin, end, headers, top_level);
+  if (has_text(text))
+    body.text = std::move(text);
+  return body;
 }
 
 } // namespace email

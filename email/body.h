@@ -30,6 +30,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,5 +59,28 @@ std::string parse_body(char const* begin, char const* end, header_map_t& headers
 // order the parts appear.
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
                        std::vector<std::string>* attachment_names, quern::error::handler_t* problems = nullptr);
+
+// A part that names a file, as the full reading lists it.
+struct attachment_t {
+  std::string file_name;
+  std::string media_type;  // "type/subtype" as declared, lower case
+  std::uint64_t size = 0;  // after transfer decoding
+  std::string content_id;  // without angle brackets; empty when none
+  std::string disposition; // lower case; "inline" when none is given
+  bool operator==(attachment_t const&) const = default;
+};
+
+// What a walk gives: the text (absent when the message yields none, which is
+// not the same as an empty text) and, when asked for, the parts that name a
+// file, in the order they appear, nested ones included.
+struct body_t {
+  std::optional<std::string> text;
+  std::vector<attachment_t> attachments;
+};
+
+// The walk of parse_body in a chosen reading, with the attachments listed
+// when attachments is true (only the full reading lists them).
+body_t read_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
+                 bool attachments, quern::error::handler_t* problems = nullptr);
 
 } // namespace email

@@ -51,24 +51,34 @@ char const* field_end(char const* p, char const* last) {
   }
 }
 
-// The canonical UTC text of a date, or "" when it cannot be read.
-std::string canonical_date(char const* first, char const* last, reading_t reading, quern::error::handler_t* problems) {
+// The canonical UTC text of a date, or "" when it cannot be read; zoned,
+// when given, receives the date with its zone.
+std::string canonical_date(char const* first, char const* last, reading_t reading, quern::error::handler_t* problems,
+                           std::optional<date::zoned_t>* zoned = nullptr) {
   date::rules_t const rules = reading == reading_t::full ? date::rules_t::full() : date::rules_t();
-  return date::rfc822_date_t(first, last, problems, rules).canonical_format();
+  date::rfc822_date_t const parsed(first, last, problems, rules);
+  if (zoned)
+    *zoned = parsed.zoned();
+  return parsed.canonical_format();
 }
 
-void store_received(header_map_t& map, std::string const& value, reading_t reading, quern::error::handler_t* problems) {
+void store_received(header_map_t& map, std::string const& value, reading_t reading, quern::error::handler_t* problems,
+                    header_dates_t* dates) {
   auto const semicolon = value.rfind(';');
   if (semicolon == std::string::npos)
     return;
   auto const begin =
       std::find_if(value.begin() + static_cast<std::ptrdiff_t>(semicolon) + 1, value.end(), text::is_alnum);
-  std::string canonical =
-      canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading, problems);
+  std::optional<date::zoned_t> zoned;
+  std::string canonical = canonical_date(value.data() + (begin - value.begin()), value.data() + value.size(), reading,
+                                         problems, dates ? &zoned : nullptr);
   // An unreadable date stores nothing, so a later Received field may still
   // supply one.
-  if (!canonical.empty())
+  if (!canonical.empty()) {
     map.insert_or_assign("received", std::move(canonical));
+    if (dates)
+      dates->received = zoned;
+  }
 }
 
 // A body part's map holds a handful of entries: a look at each, lengths
@@ -211,7 +221,8 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 }
 
 bool is_address_field(std::string_view name) {
-  return name == "from"sv || name == "to"sv || name == "cc"sv || name == "bcc"sv;
+  return name == "from"sv || name == "to"sv || name == "cc"sv || name == "bcc"sv || name == "sender"sv ||
+         name == "reply-to"sv;
 }
 
 namespace {
@@ -280,7 +291,8 @@ std::string field_value(std::string const& name, field_t const& field, reading_t
 
 // The keys derived from the raw fields once the block is read: the content
 // keys, and the Date value replaced by its canonical text (or removed).
-void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t reading, quern::error::handler_t* problems) {
+void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t reading, quern::error::handler_t* problems,
+                 header_dates_t* dates) {
   // Which of the four fields are wanted, in one pass over the (small) set
   // rather than a search for each.
   bool type = false, encoding = false, disposition = false, date = false;
@@ -309,7 +321,8 @@ void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t readin
   if (auto it = map.find(std::string_view("date")); it != map.end()) {
     std::string const raw = std::move(it->second);
     map.erase(it);
-    std::string canonical = canonical_date(raw.data(), raw.data() + raw.size(), reading, problems);
+    std::string canonical =
+        canonical_date(raw.data(), raw.data() + raw.size(), reading, problems, dates ? &dates->date : nullptr);
     if (!canonical.empty())
       map.emplace("date", std::move(canonical));
   }
@@ -318,7 +331,7 @@ void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t readin
 } // namespace
 
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
-                                 quern::error::handler_t* problems) {
+                                 quern::error::handler_t* problems, header_dates_t* dates) {
   header_map_t map;
   // Room for every wanted field and derived key: a map that grows one entry
   // at a time moves all of its strings at each step.
@@ -336,11 +349,11 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
       return;
     std::string value = field_value(name, field, reading, problems);
     if (received)
-      store_received(map, value, reading, problems);
+      store_received(map, value, reading, problems, dates);
     else
       map.insert_or_assign(name, std::move(value));
   });
-  derive_keys(map, wanted, reading, problems);
+  derive_keys(map, wanted, reading, problems, dates);
   return map;
 }
 
@@ -356,6 +369,8 @@ content_fields_t quick_parse_content_fields(char const*& first, char const* last
       value = &encoding;
     else if (text::equals_lower(name, "content-disposition"sv))
       value = &fields.content_disposition;
+    else if (text::equals_lower(name, "content-id"sv))
+      value = &fields.content_id;
     else
       return;
     // The last of several fields of one name wins, as in the map.

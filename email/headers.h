@@ -20,12 +20,14 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include <boost/container/flat_map.hpp>
 #include <boost/container/flat_set.hpp>
 
+#include "date/rfc822_date.h"
 #include "email/reading.h"
 #include "error/handler.h"
 
@@ -52,8 +54,14 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 // decoded per mailbox after the list is split, so that a decoded comma or
 // quote cannot change where one mailbox ends. (A field holding raw ISO-2022
 // escapes is still converted whole, since its escapes hold '(' and '$'.)
+// When dates is given it also receives the Date and Received dates as read,
+// with the zones they were written in, so that a caller after typed values
+// need not read the canonical text back.
+struct header_dates_t {
+  std::optional<date::zoned_t> date, received;
+};
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted, reading_t reading,
-                                 quern::error::handler_t* problems = nullptr);
+                                 quern::error::handler_t* problems = nullptr, header_dates_t* dates = nullptr);
 
 // What the body walker needs of a body part's header block: the keys derived
 // from its content fields (as quick_parse_headers stores them under "#type",
@@ -62,6 +70,8 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 struct content_fields_t {
   std::string type, subtype, charset, boundary, encoding, disposition;
   std::string content_type, content_disposition;
+  // Content-ID, unfolded; read only for body parts.
+  std::string content_id;
 };
 
 // Scans a body part's header block as quick_parse_headers does with only the
@@ -70,7 +80,8 @@ struct content_fields_t {
 // return first is the first byte of the part's body.
 content_fields_t quick_parse_content_fields(char const*& first, char const* last);
 
-// Whether the full reading keeps this (lower-case) field as written.
+// Whether the full reading keeps this (lower-case) field as written: the
+// fields that hold mailboxes.
 bool is_address_field(std::string_view name);
 
 // Unfolds line breaks, removes NUL bytes and trims trailing white space.
