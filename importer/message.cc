@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <limits>
 #include <unordered_set>
 
 #include "email/body.h"
@@ -241,18 +242,21 @@ message_t parse_lf(char const* first, char const* last, options_t const& options
   return message;
 }
 
-// Reads fd to its end into bytes; false with errno's error when a read fails.
-bool read_all(int fd, std::string& bytes, std::error_code& error) {
+// Reads fd to its end, or to max_bytes and one more (to tell that there is
+// more), into bytes; false with errno's error when a read fails.
+bool read_all(int fd, std::uint64_t max_bytes, std::string& bytes, std::error_code& error) {
+  std::size_t const limit =
+      static_cast<std::size_t>(std::min<std::uint64_t>(max_bytes, std::numeric_limits<std::size_t>::max() - 1)) + 1;
   struct stat status {};
   std::size_t expected = 0;
   if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0)
     expected = static_cast<std::size_t>(status.st_size);
   // The size is a hint only: the file may grow or shrink while it is read.
-  bytes.resize(std::max<std::size_t>(expected + 1, 64 * 1024));
+  bytes.resize(std::min(limit, std::max<std::size_t>(expected + 1, 64 * 1024)));
   std::size_t length = 0;
-  for (;;) {
+  while (length < limit) {
     if (length == bytes.size())
-      bytes.resize(bytes.size() * 2);
+      bytes.resize(std::min(limit, bytes.size() * 2));
     ssize_t const got = ::read(fd, bytes.data() + length, bytes.size() - length);
     if (got > 0) {
       length += static_cast<std::size_t>(got);
@@ -273,21 +277,28 @@ bool read_all(int fd, std::string& bytes, std::error_code& error) {
 } // namespace
 
 message_t parse(std::string_view bytes, options_t const& options) {
+  bool const cut = bytes.size() > options.max_bytes;
+  if (cut)
+    bytes = bytes.substr(0, static_cast<std::size_t>(options.max_bytes));
   char const* const first = bytes.data();
   char const* const last = first + bytes.size();
+  message_t message;
   if (options.line_ends == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
     std::string lf;
     lf.reserve(bytes.size());
     text::crlf_to_lf(first, last, std::back_inserter(lf));
-    return parse_lf(lf.data(), lf.data() + lf.size(), options);
+    message = parse_lf(lf.data(), lf.data() + lf.size(), options);
+  } else {
+    message = parse_lf(first, last, options);
   }
-  return parse_lf(first, last, options);
+  message.cut = cut;
+  return message;
 }
 
 message_t parse_fd(int fd, options_t const& options, std::error_code& error) {
   error.clear();
   std::string bytes;
-  if (!read_all(fd, bytes, error))
+  if (!read_all(fd, options.max_bytes, bytes, error))
     return {};
   return parse(bytes, options);
 }

@@ -88,6 +88,8 @@ struct message_t {
   std::optional<std::string> text;
   std::vector<attachment_t> attachments;
   std::vector<problem_t> problems; // only when asked for
+  // The input was longer than options_t::max_bytes and only its start was read.
+  bool cut = false;
   bool operator==(message_t const&) const = default;
 };
 
@@ -106,6 +108,10 @@ struct options_t {
   bool attachments = true;
   // Read Message-ID, In-Reply-To and References.
   bool thread_ids = true;
+  // At most this many bytes of the input are read; the rest is left unread
+  // and the message is marked as cut. Headers and the first text come first
+  // in a message, so a cut message still gives them.
+  std::uint64_t max_bytes = UINT64_MAX;
 
   // The desktop-search host's reading, with its LF-only line ends.
   static constexpr options_t desktop() { return {reading_t::desktop, line_ends_t::as_stored}; }
