@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: MIT
+// The typed message: each field read from messages made for it, the two
+// readings side by side, the three entries agreeing with each other, and the
+// desktop reading's typed values against the attribute rows over every
+// message at hand.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "importer/import.h"
+#include "importer/message.h"
+#include "tests/support/messages.h"
+#include "tests/support/temp_file.h"
+
+namespace tidewell {
+void PrintTo(mailbox_t const& m, std::ostream* out) {
+  *out << '{' << m.name << '|' << m.address << '}';
+}
+void PrintTo(attachment_t const& a, std::ostream* out) {
+  *out << '{' << a.file_name << '|' << a.media_type << '|' << a.size << '|' << a.content_id << '|' << a.disposition
+       << '}';
+}
+} // namespace tidewell
+
+namespace {
+
+using tidewell::mailbox_t;
+using namespace std::chrono;
+
+tidewell::message_t full(std::string const& bytes) {
+  return tidewell::parse(bytes);
+}
+
+TEST(message, address_fields_stay_apart) {
+  auto const m = full("From: Ann <ann@x.test>\r\nSender: list@x.test\r\nReply-To: \"Lee, Ann\" <a@y.test>\r\n"
+                      "To: Bob <bob@x.test>, carol@x.test\r\nCc: Team: dan@x.test, Bob <bob@x.test>;\r\n"
+                      "Bcc: undisclosed-recipients:;\r\nTo: =?UTF-8?Q?J=C3=B6rg?= <j@x.test>\r\n\r\nbody\r\n");
+  EXPECT_EQ(m.from, (std::vector<mailbox_t>{{"Ann", "ann@x.test"}}));
+  EXPECT_EQ(m.sender, (std::vector<mailbox_t>{{"", "list@x.test"}}));
+  EXPECT_EQ(m.reply_to, (std::vector<mailbox_t>{{"Lee, Ann", "a@y.test"}}));
+  // The last of repeated To fields, as the header scanner keeps it.
+  EXPECT_EQ(m.to, (std::vector<mailbox_t>{{"Jörg", "j@x.test"}}));
+  // Group names go; a mailbox in both To and Cc is in both lists.
+  EXPECT_EQ(m.cc, (std::vector<mailbox_t>{{"", "dan@x.test"}, {"Bob", "bob@x.test"}}));
+  EXPECT_TRUE(m.bcc.empty());
+}
+
+TEST(message, dates_keep_their_zone) {
+  struct row_t {
+    std::string field;
+    std::optional<sys_seconds> instant;
+    minutes offset;
+  };
+  sys_seconds const base = sys_days(2025y / October / 7) + hours(1) + minutes(30);
+  row_t const rows[] = {
+      {"Tue, 7 Oct 2025 03:30:00 +0200", base, minutes(120)}, {"Mon, 6 Oct 2025 20:00:00 -0530", base, minutes(-330)},
+      {"7 Oct 2025 01:30:00 GMT", base, minutes(0)},          {"Tue, 7 Oct 2025 01:30:00 +0000", base, minutes(0)},
+      {"7 October 2025 02:30:00 +0100", base, minutes(60)}, // whole month names
+      {"no date at all", std::nullopt, minutes(0)},
+  };
+  for (row_t const& row : rows) {
+    auto const m = full("Date: " + row.field + "\n\nx\n");
+    ASSERT_EQ(m.date.has_value(), row.instant.has_value()) << row.field;
+    if (row.instant) {
+      EXPECT_EQ(m.date->instant, *row.instant) << row.field;
+      EXPECT_EQ(m.date->offset, row.offset) << row.field;
+    }
+  }
+  auto const m = full("Received: from a by b; Tue, 7 Oct 2025 10:00:00 +0900\n"
+                      "Received: from c by d; Tue, 7 Oct 2025 00:00:00 +0000\n\nx\n");
+  ASSERT_TRUE(m.received);
+  EXPECT_EQ(m.received->instant, base - minutes(30));
+  EXPECT_EQ(m.received->offset, minutes(540));
+}
+
+TEST(message, thread_identifiers_lose_their_brackets) {
+  struct row_t {
+    std::string fields;
+    std::optional<std::string> id, reply;
+    std::vector<std::string> references;
+  };
+  row_t const rows[] = {
+      {"Message-ID: <a.1@x.test>\n", "a.1@x.test", {}, {}},
+      {"Message-ID:   bare@x.test  \n", "bare@x.test", {}, {}},
+      {"Message-ID: <folded\n @x.test> (a comment)\n", "folded@x.test", {}, {}},
+      {"Message-ID: <>\n", std::nullopt, {}, {}},
+      {"In-Reply-To: <p@x.test> <q@x.test>\nReferences: <r@x.test>\n <p@x.test>\n",
+       std::nullopt,
+       "p@x.test",
+       {"r@x.test", "p@x.test"}},
+      {"In-Reply-To: Your message of Monday <m@x.test>\n", std::nullopt, "m@x.test", {}},
+  };
+  for (row_t const& row : rows) {
+    auto const m = full(row.fields + "\nx\n");
+    EXPECT_EQ(m.message_id, row.id) << row.fields;
+    EXPECT_EQ(m.in_reply_to, row.reply) << row.fields;
+    EXPECT_EQ(m.references, row.references) << row.fields;
+  }
+  tidewell::options_t without;
+  without.thread_ids = false;
+  EXPECT_FALSE(tidewell::parse("Message-ID: <a@b>\n\nx\n", without).message_id);
+}
+
+TEST(message, attachments_with_their_details) {
+  std::string const bytes = "Content-Type: multipart/mixed; boundary=b\n\n--b\n"
+                            "Content-Type: text/plain\n\nHello\n--b\n"
+                            "Content-Type: application/pdf; name=\"a.pdf\"\n"
+                            "Content-Disposition: attachment\nContent-ID: <part1@x.test>\n"
+                            "Content-Transfer-Encoding: base64\n\nJVBERi0xLjQK\nJSVFT0YK\n--b\n"
+                            "Content-Type: text/csv\nContent-Disposition: attachment; filename=t.csv\n"
+                            "Content-Transfer-Encoding: quoted-printable\n\na=3Db,=\nc\n--b\n"
+                            "Content-Type: message/rfc822\n\nSubject: inner\n"
+                            "Content-Type: image/png; name=i.png\n\nPNGDATA\n--b--\n";
+  auto const m = full(bytes);
+  std::vector<tidewell::attachment_t> const expected{
+      {"a.pdf", "application/pdf", 15, "part1@x.test", "attachment"},
+      {"t.csv", "text/csv", 5, "", "attachment"},
+      {"i.png", "image/png", 7, "", "inline"},
+  };
+  EXPECT_EQ(m.attachments, expected);
+  ASSERT_TRUE(m.text);
+  EXPECT_EQ(*m.text, "Hello");
+  tidewell::options_t without;
+  without.attachments = false;
+  EXPECT_TRUE(tidewell::parse(bytes, without).attachments.empty());
+  EXPECT_TRUE(tidewell::parse(bytes, tidewell::options_t::desktop()).attachments.empty());
+}
+
+TEST(message, text_only_where_a_part_gives_it) {
+  EXPECT_FALSE(full("Content-Type: image/png\n\nxx\n").text);
+  EXPECT_FALSE(full("Subject: s\n\n").text);
+  EXPECT_EQ(full("Subject: s\n\n\n").text, std::optional<std::string>("\n"));
+}
+
+TEST(message, readings_differ_as_documented) {
+  std::string const bytes = "To: Bob <b@x.test>, Carol <c@y.test>\r\nSubject: s\r\n"
+                            "Content-Type: text/html\r\n\r\n<p>Hi there</p>\r\n";
+  auto const desktop = tidewell::parse(bytes, tidewell::options_t::desktop());
+  // LF only: the CR LF block never ends, and the last field holds the rest.
+  EXPECT_FALSE(desktop.text);
+  auto const lf = tidewell::options_t{tidewell::reading_t::desktop, tidewell::line_ends_t::crlf_as_lf};
+  auto const desktop_lf = tidewell::parse(bytes, lf);
+  // The whole field is one mailbox: the name runs to the last address.
+  EXPECT_EQ(desktop_lf.to, (std::vector<mailbox_t>{{"Bob <b@x.test>, Carol", "c@y.test"}}));
+  EXPECT_FALSE(desktop_lf.text); // HTML is never read there
+  auto const m = full(bytes);
+  EXPECT_EQ(m.to, (std::vector<mailbox_t>{{"Bob", "b@x.test"}, {"Carol", "c@y.test"}}));
+  EXPECT_EQ(m.text, std::optional<std::string>("Hi there\n"));
+}
+
+TEST(message, a_bound_cuts_the_input) {
+  std::string const bytes = "Subject: s\n\n" + std::string(1000, 'a');
+  tidewell::options_t options;
+  options.max_bytes = 20;
+  auto const m = tidewell::parse(bytes, options);
+  EXPECT_TRUE(m.cut);
+  EXPECT_EQ(m.text, std::optional<std::string>(std::string(8, 'a')));
+  test_support::temp_file_t const file(bytes);
+  std::error_code error;
+  EXPECT_EQ(tidewell::parse_file(file.path().c_str(), options, error), m);
+  EXPECT_FALSE(tidewell::parse(bytes).cut);
+}
+
+TEST(message, files_that_cannot_be_read) {
+  std::error_code error;
+  auto const missing = tidewell::parse_file("/nonexistent/tidewell.eml", {}, error);
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+  EXPECT_EQ(missing, tidewell::message_t{});
+  tidewell::parse_file("/", {}, error);
+  EXPECT_EQ(error, std::errc::is_a_directory);
+  test_support::temp_file_t const empty("");
+  EXPECT_EQ(tidewell::parse_file(empty.path().c_str(), {}, error), tidewell::message_t{});
+  EXPECT_FALSE(error);
+  // A FIFO with no writer gives an empty message at once instead of waiting.
+  std::string const fifo = empty.path() + ".fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_EQ(tidewell::parse_file(fifo.c_str(), {}, error), tidewell::message_t{});
+  ::unlink(fifo.c_str());
+}
+
+std::string read_all(std::string const& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << file.rdbuf();
+  return bytes.str();
+}
+
+template <typename T> T const* get(importer::attribute_set_t const& attributes, std::string_view name) {
+  auto const* value = attributes.find(name);
+  return value ? std::get_if<T>(value) : nullptr;
+}
+
+std::vector<std::string> list(importer::attribute_set_t const& attributes, std::string_view name) {
+  auto const* value = get<std::vector<std::string>>(attributes, name);
+  return value ? *value : std::vector<std::string>();
+}
+
+// The desktop rows' names and addresses of a list of mailboxes: each field's
+// name and address, whichever it has.
+void flatten(std::vector<mailbox_t> const& mailboxes, std::vector<std::string>& names,
+             std::vector<std::string>& addresses) {
+  for (mailbox_t const& mailbox : mailboxes) {
+    if (!mailbox.name.empty())
+      names.push_back(mailbox.name);
+    if (!mailbox.address.empty())
+      addresses.push_back(mailbox.address);
+  }
+}
+
+// Every message at hand: the three entries give the same message, and the
+// desktop reading's typed values are the attribute rows' values.
+TEST(message, entries_agree_and_the_desktop_reading_matches_its_rows) {
+  namespace attribute = importer::attribute;
+  for (std::string const& path : test_support::message_paths()) {
+    std::string const bytes = read_all(path);
+    tidewell::message_t const m = tidewell::parse(bytes);
+    std::error_code error;
+    ASSERT_EQ(tidewell::parse_file(path.c_str(), {}, error), m) << path;
+    int const fd = ::open(path.c_str(), O_RDONLY);
+    ASSERT_EQ(tidewell::parse_fd(fd, {}, error), m) << path;
+    ::close(fd);
+
+    auto const desktop = tidewell::parse(bytes, tidewell::options_t::desktop());
+    importer::attribute_set_t rows;
+    importer::import_bytes(bytes.data(), bytes.data() + bytes.size(), rows);
+    auto const* subject = get<std::string>(rows, attribute::subject);
+    EXPECT_EQ(desktop.subject, subject ? std::optional(*subject) : std::nullopt) << path;
+    auto const* text = get<std::string>(rows, attribute::text_content);
+    EXPECT_EQ(desktop.text, text ? std::optional(*text) : std::nullopt) << path;
+    auto const* date = get<importer::instant_t>(rows, attribute::content_creation_date);
+    EXPECT_EQ(desktop.date ? std::optional(desktop.date->instant) : std::nullopt,
+              date ? std::optional(*date) : std::nullopt)
+        << path;
+    auto const* received = get<importer::instant_t>(rows, attribute::date_received);
+    EXPECT_EQ(desktop.received ? std::optional(desktop.received->instant) : std::nullopt,
+              received ? std::optional(*received) : std::nullopt)
+        << path;
+    std::vector<std::string> names, addresses;
+    flatten(desktop.from, names, addresses);
+    EXPECT_EQ(names, list(rows, attribute::authors)) << path;
+    EXPECT_EQ(addresses, list(rows, attribute::author_email_addresses)) << path;
+    names.clear();
+    addresses.clear();
+    for (auto const* field : {&desktop.to, &desktop.cc, &desktop.bcc})
+      flatten(*field, names, addresses);
+    EXPECT_EQ(names, list(rows, attribute::recipients)) << path;
+    EXPECT_EQ(addresses, list(rows, attribute::recipient_email_addresses)) << path;
+  }
+}
+
+} // namespace
