@@ -20,6 +20,7 @@
 #include <memory>
 #include <vector>
 
+#include "error/diagnostics.h"
 #include "text/ascii.h"
 
 namespace charset::detail {
@@ -38,7 +39,7 @@ constexpr std::size_t max_idle_descriptors = 32;
 
 void close_descriptor(iconv_t cd) {
   if (iconv_close(cd) != 0)
-    std::fputs("Error: Could not deallocate iconv conversion descriptor.\n", stderr);
+    quern::error::warn("Error: Could not deallocate iconv conversion descriptor.\n");
 }
 
 // Lower-case letters and digits only: "ISO_2022-JP" and "iso2022jp" are the

@@ -19,6 +19,7 @@
 #include <string_view>
 
 #include "email/reinterpret_base.h"
+#include "error/diagnostics.h"
 
 namespace email {
 
@@ -49,7 +50,7 @@ template <typename OutputIt> void decode_uuencoded_text(char const* first, char 
   }
 
   if (4 * errors > sextets.size()) {
-    std::fputs("Warning: Giving up on decoding uunencoded text. Too many errors.\n", stderr);
+    quern::error::warn("Warning: Giving up on decoding uunencoded text. Too many errors.\n");
     std::copy(p, last, out);
     return;
   }

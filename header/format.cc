@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "error/diagnostics.h"
 #include "header/address.h"
 #include "header/token.h"
 
@@ -97,6 +98,10 @@ std::pair<std::string, std::string> split_name_and_address(std::string const& te
   case name_format_t::rfc822:
     return split_rfc822(text);
   case name_format_t::display:
+    // The display form cannot be read back. The desktop host stops there;
+    // anyone else gets nothing rather than losing their process.
+    if (!quern::error::desktop_warnings())
+      return {};
     std::fputs("Fatal: Unexpectedly asked to convert name/adress in display format\n", stderr);
     std::abort();
   case name_format_t::angle_split:

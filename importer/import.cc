@@ -8,6 +8,7 @@
 #include <boost/locale/utf.hpp>
 
 #include "charset/utf8.h"
+#include "error/diagnostics.h"
 #include "importer/file_mmap.h"
 #include "text/line_ends.h"
 
@@ -127,6 +128,10 @@ email::header_map_t parse_email_bytes(char const* first, char const* last, email
 
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
                                       options_t const& options) {
+  // The desktop host's warning lines are its own; the full reading is quiet.
+  std::optional<quern::error::desktop_scope_t> desktop_host;
+  if (options.reading == reading_t::desktop)
+    desktop_host.emplace();
   if (effective_line_ends(options) == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(last - first));

@@ -216,6 +216,9 @@ TEST(split_name_and_address, names_survive_a_round_trip) {
   for (std::string const name : {"Smith, Ann", "Ann \"The\" Smith", "A. (B) \\C"})
     round_trip(name, rfc822);
   EXPECT_EQ(header::reformat_name_and_address("\"A, B\" <a@x>", rfc822, name_format_t::display), "A, B <a@x>");
+  // The display form cannot be read back; a library caller gets nothing (the
+  // desktop host's own path stops the process instead).
+  EXPECT_EQ(header::split_name_and_address("A <a@x>", name_format_t::display), (std::pair<std::string, std::string>()));
 }
 
 // ---- public suffixes
