@@ -27,6 +27,9 @@ def main():
         failures.append(f"{len(foreign)} exported symbols outside the library's namespaces, e.g.:\n{demangled}")
     # One entry point of each part users call.
     wanted = {
+        "tidewell::parse": r"_ZN8tidewell5parse",
+        "tidewell::parse_file": r"_ZN8tidewell10parse_file",
+        "tidewell::parse_fd": r"_ZN8tidewell8parse_fd",
         "importer::import_file": r"_ZN8importer11import_file",
         "email::quick_parse_headers": r"_ZN5email19quick_parse_headers",
         "date::rfc822_date_t::rfc822_date_t": r"_ZN4date13rfc822_date_tC",
