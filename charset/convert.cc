@@ -50,7 +50,9 @@ ascii_encodings_t const ascii_encodings;
 
 namespace {
 
+using quern::error::code_t;
 using quern::error::handler_t;
+using quern::error::pattern_of;
 
 using detail::classify_escape;
 using detail::defined_escapes;
@@ -73,17 +75,23 @@ std::string hex_context(std::pair<char const*, char const*> span) {
   return context;
 }
 
-// 8-bit byte at p in a text labelled ASCII (or not labelled at all).
+// 8-bit byte at p in a text labelled ASCII (or not labelled at all). The
+// record's code says what was wrong with the label; its description goes on
+// to say how the text was read.
 void eight_bit_in_ascii(char const* first, char const* last, char const* p, std::string& charset,
                         fallback_charset_t const& fallback, handler_t* problems) {
+  code_t code = code_t::charset_eight_bit_in_ascii;
   std::string description;
   if (problems) {
-    if (charset == "unknown-8bit"sv || charset == "x-unknown"sv)
-      description = text::format(problem_eight_bit_unknown, charset.c_str());
-    else if (charset.empty())
-      description = problem_eight_bit_undeclared;
-    else
-      description = text::format(problem_eight_bit_in_ascii, charset.c_str());
+    if (charset == "unknown-8bit"sv || charset == "x-unknown"sv) {
+      code = code_t::charset_eight_bit_unknown;
+      description = text::format(pattern_of<code_t::charset_eight_bit_unknown>, charset.c_str());
+    } else if (charset.empty()) {
+      code = code_t::charset_eight_bit_undeclared;
+      description = text_of(code);
+    } else {
+      description = text::format(pattern_of<code_t::charset_eight_bit_in_ascii>, charset.c_str());
+    }
   }
   auto const span = text::bytes_around(first, last, p, 20);
   if (utf8::is_valid(first, last)) {
@@ -91,15 +99,16 @@ void eight_bit_in_ascii(char const* first, char const* last, char const* p, std:
     if (problems) {
       std::string context;
       escape_whitespace(span.first, span.second, std::back_inserter(context));
-      problems->push_back({{"description", description + problem_valid_utf8}, {"context", context}});
+      description += text_of(code_t::charset_valid_utf8);
+      problems->push_back(code, {{"description", description}, {"context", context}});
     }
     return;
   }
   charset = fallback();
-  if (problems)
-    problems->push_back(
-        {{"description", description + text::format(problem_fallback, text::to_upper_copy(charset).c_str())},
-         {"context", hex_context(span)}});
+  if (problems) {
+    description += text::format(pattern_of<code_t::charset_fallback>, text::to_upper_copy(charset).c_str());
+    problems->push_back(code, {{"description", description}, {"context", hex_context(span)}});
+  }
 }
 
 // No byte with the high bit set and no ESC. Eight bytes at a time: a word
@@ -142,7 +151,8 @@ std::string rewrite_circled_numbers(char const* first, char const* last, std::st
       result += ")\x1B$B";
       if (problems && !recorded) {
         recorded = true;
-        problems->push_back({{"description", text::format(problem_circled_number, charset.c_str())},
+        problems->push_back(code_t::charset_circled_number,
+                            {{"description", text::format(pattern_of<code_t::charset_circled_number>, charset.c_str())},
                              {"context", hex_context(text::bytes_around(first, last, q, 5))}});
       }
     }
@@ -268,13 +278,11 @@ descriptor_t open_source(std::string& source, std::string const& to_charset, boo
     return descriptor;
   if (!tolerant || to_charset != "UTF-8"sv) {
     if (problems)
-      problems->push_back(
-          {{"description", problem_unknown_charset}, {"from_charset", source}, {"to_charset", to_charset}});
+      problems->push_back(code_t::charset_unknown, {{"from_charset", source}, {"to_charset", to_charset}});
     return descriptor;
   }
   if (problems)
-    problems->push_back(
-        {{"description", problem_unknown_charset_utf8}, {"from_charset", source}, {"to_charset", to_charset}});
+    problems->push_back(code_t::charset_unknown_utf8, {{"from_charset", source}, {"to_charset", to_charset}});
   source = "utf-8";
   return open_descriptor(source, to_charset);
 }
@@ -440,10 +448,11 @@ int convert_through(iconv_t cd, char const*& in, char const* last, std::string c
 
 void report_stop(int error, std::string const& source, char const* first, char const* last, char const* in,
                  handler_t* problems) {
-  std::string description = error == EILSEQ ? problem_invalid_sequence : problem_incomplete_sequence;
+  code_t const code = error == EILSEQ ? code_t::charset_invalid_sequence : code_t::charset_incomplete_sequence;
+  std::string description(text_of(code));
   description += " (iconv / " + source + ")";
   problems->push_back(
-      {{"description", description}, {"context", hex_context(text::bytes_around(first, last, in, 10))}});
+      code, {{"description", description}, {"context", hex_context(text::bytes_around(first, last, in, 10))}});
 }
 
 } // namespace
@@ -503,8 +512,9 @@ void relabel_ascii_text(char const* first, char const* last, std::string& charse
     if (japanese_allowed && last - p > 1 && p[1] == '$') {
       charset = "iso-2022-jp";
       if (problems)
-        problems->push_back({{"description", text::format(problem_escape_in_undeclared, charset.c_str(),
-                                                          text::to_upper_copy(charset).c_str())},
+        problems->push_back(code_t::charset_escape_in_undeclared,
+                            {{"description", text::format(pattern_of<code_t::charset_escape_in_undeclared>,
+                                                          charset.c_str(), text::to_upper_copy(charset).c_str())},
                              {"context", hex_context(text::bytes_around(first, last, p, 20))}});
       return;
     }
@@ -521,7 +531,8 @@ void relabel_utf8_text(char const* first, char const* last, std::string& charset
   if (high > max_valid_8bit_chars && utf8::is_valid(first, last)) {
     charset = "utf-8";
     if (problems)
-      problems->push_back({{"description", text::format(problem_label_ignored, charset.c_str())}});
+      problems->push_back(code_t::charset_label_ignored,
+                          {{"description", text::format(pattern_of<code_t::charset_label_ignored>, charset.c_str())}});
   }
 }
 
@@ -563,7 +574,7 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     return;
   if (charset == "ascii"sv) {
     if (problems)
-      problems->push_back({{"description", problem_ascii_label}, {"context", charset}});
+      problems->push_back(code_t::charset_ascii_label, {{"context", charset}});
     charset = "us-ascii";
   }
   if (ascii_encodings.is_ascii(charset))

@@ -56,30 +56,6 @@ inline constexpr std::uint64_t max_valid_8bit_chars = 10;
 
 using fallback_charset_t = std::function<std::string()>;
 
-// The problems conversion records. Those with %s are text::format patterns:
-// the charset as declared (in quotes) or as assumed (in upper case).
-#define TIDEWELL_QUOTED(s) "\xE2\x80\x9C" s "\xE2\x80\x9D"
-inline constexpr char problem_ascii_label[] = "Non-standard charset is assumed to be 'us-ascii'";
-inline constexpr char problem_eight_bit_unknown[] =
-    "Charset is " TIDEWELL_QUOTED("%s") " and contains 8 bit characters.";
-inline constexpr char problem_eight_bit_undeclared[] = "Non-ASCII detected in string with no charset defined.";
-inline constexpr char problem_eight_bit_in_ascii[] =
-    "Non-ASCII detected in string claimed to be ASCII (" TIDEWELL_QUOTED("%s") ").";
-inline constexpr char problem_valid_utf8[] = " It is valid and assumed to be UTF-8.";
-inline constexpr char problem_fallback[] = " It is not valid UTF-8. Instead %s is assumed.";
-inline constexpr char problem_escape_in_undeclared[] =
-    "Escape character detected in string (charset is " TIDEWELL_QUOTED("%s") "). Instead %s is assumed.";
-inline constexpr char problem_label_ignored[] = "Ignored charset (%s) because the text is non-7bit and valid UTF-8.";
-inline constexpr char problem_circled_number[] =
-    "Non-standard circled number detected in Japanese encoding (charset is " TIDEWELL_QUOTED("%s") ")";
-inline constexpr char problem_unknown_charset[] = "Unknown charset specified for conversion (iconv)";
-inline constexpr char problem_unknown_charset_utf8[] =
-    "Unknown charset specified for conversion (iconv). Trying UTF-8 instead";
-// Followed by " (iconv / charset)".
-inline constexpr char problem_invalid_sequence[] = "Invalid multibyte sequence encountered";
-inline constexpr char problem_incomplete_sequence[] = "Incomplete multibyte sequence encountered";
-#undef TIDEWELL_QUOTED
-
 namespace detail {
 
 void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,

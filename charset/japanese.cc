@@ -79,10 +79,12 @@ void japanese_convert(char const* first, char const* last, sink_t out, std::stri
           std::string context;
           auto const [from, to] = text::bytes_around(first, last, p, 20);
           hex_print(from, to, std::back_inserter(context));
-          problems->push_back(
-              {{"description", text::format(problem_wider_variant, text::to_upper_copy(row->charset).c_str(),
-                                            text::to_upper_copy(charset).c_str())},
-               {"context", context}});
+          using quern::error::code_t;
+          problems->push_back(code_t::charset_wider_variant,
+                              {{"description", text::format(quern::error::pattern_of<code_t::charset_wider_variant>,
+                                                            text::to_upper_copy(row->charset).c_str(),
+                                                            text::to_upper_copy(charset).c_str())},
+                               {"context", context}});
         }
         p = detail::convert(p, last, to_pending, row->charset, "UTF-8", nullptr, problems);
         commit();

@@ -19,11 +19,6 @@
 
 namespace charset {
 
-// Recorded where an escape sequence names a wider variant: a text::format
-// pattern of the variant and the label, both in upper case.
-inline constexpr char problem_wider_variant[] =
-    "Escape sequence indicates the charset is \xE2\x80\x9C%s\xE2\x80\x9D (and not \xE2\x80\x9C%s\xE2\x80\x9D).";
-
 namespace detail {
 void japanese_convert(char const* first, char const* last, sink_t out, std::string charset,
                       quern::error::handler_t* problems);

@@ -25,8 +25,6 @@
 
 namespace charset {
 
-inline constexpr char problem_cesu8[] = "Detected CESU-8 (converting to UTF-8).";
-
 template <typename InputIt, typename OutputIt> OutputIt hex_print(InputIt first, InputIt last, OutputIt out) {
   for (; first != last; ++first) {
     auto const c = static_cast<unsigned char>(*first);
@@ -84,7 +82,7 @@ void surrogates_copy(InputIt first, InputIt last, OutputIt out, quern::error::ha
     if (problems) {
       std::string context;
       hex_print(q, q + 6, std::back_inserter(context));
-      problems->push_back({{"description", problem_cesu8}, {"context", context}});
+      problems->push_back(quern::error::code_t::charset_cesu8, {{"context", context}});
     }
     first = q + 6;
   }

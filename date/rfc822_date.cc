@@ -37,6 +37,7 @@ namespace {
 constexpr std::size_t unknown = 0;
 constexpr std::size_t none = static_cast<std::size_t>(-1);
 
+using quern::error::code_t;
 using text::is_alpha;
 using text::is_digit;
 
@@ -100,13 +101,15 @@ rfc822_date_parser_t::rfc822_date_parser_t(char const* first, char const* last, 
       last_(static_cast<std::size_t>(last - first) > max_date_length ? first + max_date_length : last),
       context_last_(last), problems_(problems), rules_(rules) {}
 
-void rfc822_date_parser_t::note(char const* description, bool low_priority) const {
+void rfc822_date_parser_t::note(code_t code, bool low_priority, char const* description) const {
   if (!problems_)
     return;
-  quern::error::record_t record{{"description", description}, {"context", std::string(first_, context_last_)}};
+  quern::error::record_t record{{"context", std::string(first_, context_last_)}};
+  if (description)
+    record.emplace("description", description);
   if (low_priority)
     record.emplace("#priority", "low");
-  problems_->push_back(record);
+  problems_->push_back(code, record);
 }
 
 // ---- white space and comments -------------------------------------------
@@ -368,7 +371,7 @@ bool rfc822_date_parser_t::parse_month() {
 bool rfc822_date_parser_t::skip_dash() {
   if (cursor_ != last_ && is_char(*cursor_, '-')) {
     ++cursor_;
-    note(problem_dash);
+    note(code_t::date_dash);
   }
   return true;
 }
@@ -384,10 +387,10 @@ bool rfc822_date_parser_t::parse_year() {
   // The value decides, not the number of digits: "7" and "0007" are 2007.
   if (year < 50) {
     year += 2000;
-    note(problem_two_digit_year_20xx, true);
+    note(code_t::date_two_digit_year_20xx, true);
   } else if (year < 100) {
     year += 1900;
-    note(problem_two_digit_year_19xx, true);
+    note(code_t::date_two_digit_year_19xx, true);
   }
   time_.tm_year = year;
   skip_comments();
@@ -463,7 +466,7 @@ bool rfc822_date_parser_t::parse_zone_number(std::int64_t& zone) {
     negative = *cursor_ == '-';
     ++cursor_;
   } else if (is_digit(*cursor_)) {
-    note(problem_unsigned_zone);
+    note(code_t::date_unsigned_zone);
   } else {
     return false;
   }
@@ -472,7 +475,7 @@ bool rfc822_date_parser_t::parse_zone_number(std::int64_t& zone) {
     return false;
   // Minutes are not checked; only a number no zone could have is reported.
   if (number >= 9960)
-    note(problem_zone_bounds);
+    note(code_t::date_zone_bounds);
   zone = negative ? -number : number;
   return true;
 }
@@ -498,26 +501,27 @@ bool rfc822_date_parser_t::parse_zone() {
   cursor_ = std::find_if_not(cursor_, last_, is_name_char);
   std::string_view name(name_first, static_cast<std::size_t>(cursor_ - name_first));
   if (name.size() >= 2 && name.front() == '"' && name.back() == '"') {
-    note(problem_quoted_zone);
+    note(code_t::date_quoted_zone);
     name = name.substr(1, name.size() - 2);
   }
   auto const& t = tables();
   if (auto const it = t.rfc822_zones.find(name); it != t.rfc822_zones.end()) {
     zone_ = it->second;
-    note(problem_zone_name, true);
+    note(code_t::date_zone_name, true);
   } else if (auto const other = t.other_zones.find(name); other != t.other_zones.end()) {
     zone_ = other->second;
     if (problems_) {
       char description[100];
-      std::snprintf(description, sizeof description, problem_other_zone, static_cast<long long>(zone_));
-      note(description);
+      std::snprintf(description, sizeof description, quern::error::pattern_of<code_t::date_other_zone>,
+                    static_cast<long long>(zone_));
+      note(code_t::date_other_zone, false, description);
     }
   } else if (name.size() == 1 && military_zone(name.front(), zone_)) {
-    note(problem_military_zone);
+    note(code_t::date_military_zone);
   } else {
     // Any word in zone position is accepted; one we cannot read means UTC.
     zone_ = 0;
-    note(problem_unknown_zone);
+    note(code_t::date_unknown_zone);
   }
   return true;
 }

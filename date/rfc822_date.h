@@ -119,7 +119,8 @@ private:
   void skip_comments();
   char const* comment_end(char const* open);
   memo_t& memo_at(char const* open);
-  void note(char const* description, bool low_priority = false) const;
+  // Records code; description, when given, is the code's pattern filled in.
+  void note(quern::error::code_t code, bool low_priority = false, char const* description = nullptr) const;
 
   char const* first_;
   char const* cursor_;
@@ -146,20 +147,5 @@ public:
 private:
   std::shared_ptr<rfc822_date_parser_t> parser_;
 };
-
-// The irregularities the parser records. problem_other_zone is a
-// text::format pattern of the zone's offset.
-inline constexpr char problem_dash[] = "Non-standard use of '-' ignored";
-inline constexpr char problem_two_digit_year_20xx[] =
-    "Two-digit years obsoleted in RFC2822 (parsed according to RFC822, but assumed to be 20xx instead of 19xx)";
-inline constexpr char problem_two_digit_year_19xx[] =
-    "Two-digit years obsoleted in RFC2822 (parsed according to RFC822 as 19xx)";
-inline constexpr char problem_unsigned_zone[] = "Non-standard missing +/- in time zone";
-inline constexpr char problem_zone_bounds[] = "Zone number is out of bounds (accepted anyway)";
-inline constexpr char problem_quoted_zone[] = "Non-standard double-quoted zone name";
-inline constexpr char problem_zone_name[] = "Zone names obsoleted in RFC2822 (parsed according to RFC822)";
-inline constexpr char problem_other_zone[] = "Zone name does not exist in RFC822 (assumed to be %+05lld)";
-inline constexpr char problem_military_zone[] = "Military zone names obsoleted in RFC2822 (parsed according to RFC822)";
-inline constexpr char problem_unknown_zone[] = "Non-parsable zone name ignored (assumed UTC)";
 
 } // namespace date

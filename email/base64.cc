@@ -18,6 +18,7 @@
 namespace email {
 namespace {
 
+using quern::error::code_t, quern::error::pattern_of;
 using text::is_blank;
 using text::skip_blanks;
 
@@ -164,7 +165,8 @@ void decode_base_64_append(char const* begin, char const* end, bool line_mode, s
       p = run.end_group(p, line_mode);
   }
   if (problems && run.passed_through != 0)
-    problems->push_back({{"description", text::format(problem_passed_through, run.passed_through)}});
+    problems->push_back(code_t::base64_passed_through,
+                        {{"description", text::format(pattern_of<code_t::base64_passed_through>, run.passed_through)}});
   result.resize(run.written);
 }
 

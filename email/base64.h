@@ -28,9 +28,6 @@
 
 namespace email {
 
-// The problem text for bytes passed through (printf form: the count).
-inline constexpr char problem_passed_through[] = "Passed through %zu unexpected characters during base64 decoding.";
-
 // Classes that decode_base_64_function gives besides the letter values 0-63.
 inline constexpr unsigned char kBase64IllegalCharacter = 64;
 inline constexpr unsigned char kBase64WhitespaceCharacter = 65; // tab, LF, CR, space

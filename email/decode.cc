@@ -31,9 +31,16 @@ bool is_known_encoding(std::string const& e) {
   }
 }
 
-void report(quern::error::handler_t* problems, std::string description) {
-  if (problems)
-    problems->push_back({{"description", std::move(description)}});
+using quern::error::code_t, quern::error::pattern_of;
+
+// description: the code's pattern filled in; empty for a plain text.
+void report(quern::error::handler_t* problems, code_t code, std::string description = {}) {
+  if (!problems)
+    return;
+  if (description.empty())
+    problems->push_back(code, {});
+  else
+    problems->push_back(code, {{"description", std::move(description)}});
 }
 
 } // namespace
@@ -45,19 +52,23 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
   if (!is_known_encoding(enc)) {
     if (auto const blank = enc.find_first_of(" \t"); blank != std::string::npos) {
       enc.erase(blank);
-      report(problems, text::format(problem_multiple_words, encoding.c_str()));
+      report(problems, code_t::encoding_multiple_words,
+             text::format(pattern_of<code_t::encoding_multiple_words>, encoding.c_str()));
     }
     if (!is_known_encoding(enc)) {
       if (enc == charset) {
-        report(problems, text::format(problem_encoding_is_charset, enc.c_str()));
+        report(problems, code_t::encoding_is_charset,
+               text::format(pattern_of<code_t::encoding_is_charset>, enc.c_str()));
         enc = "7bit";
       } else if (type != "multipart"sv && type != "message"sv) {
-        report(problems, text::format(problem_unknown_encoding, enc.c_str()));
+        report(problems, code_t::encoding_unknown, text::format(pattern_of<code_t::encoding_unknown>, enc.c_str()));
         type = "application";
         subtype = "octet-stream";
         enc = "binary";
       } else {
-        report(problems, text::format(problem_unknown_container_encoding, enc.c_str(), type.c_str(), subtype.c_str()));
+        report(problems, code_t::encoding_unknown_in_container,
+               text::format(pattern_of<code_t::encoding_unknown_in_container>, enc.c_str(), type.c_str(),
+                            subtype.c_str()));
         enc = "7bit";
       }
     }
@@ -69,9 +80,11 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
   }
   if (enc == "quoted-printable"sv || enc == "base64"sv) {
     if (type == "message"sv && !top_level) {
-      report(problems, text::format(problem_encoding_allowed_anyway, enc.c_str(), type.c_str()));
+      report(problems, code_t::encoding_allowed_anyway,
+             text::format(pattern_of<code_t::encoding_allowed_anyway>, enc.c_str(), type.c_str()));
     } else if (type == "message"sv || type == "multipart"sv) {
-      report(problems, text::format(problem_encoding_not_allowed, enc.c_str(), type.c_str()));
+      report(problems, code_t::encoding_not_allowed,
+             text::format(pattern_of<code_t::encoding_not_allowed>, enc.c_str(), type.c_str()));
       enc = "7bit";
     }
   }
@@ -91,7 +104,7 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
   }
   if (encoding == "x-uuencode"sv) {
     if (problems)
-      problems->push_back({{"description", problem_uuencode}, {"context", encoding}});
+      problems->push_back(code_t::encoding_uuencode, {{"context", encoding}});
     decode_uuencoded_text(first, last, out);
     return true;
   }
@@ -130,7 +143,7 @@ void decode_to_canonical_format(char const* begin, char const* end, std::string 
   if (subtype == "plain"sv) {
     if (delsp && !flowed) {
       // The text lacks its closing quote; it is kept as it always read.
-      report(problems, problem_delsp_without_flowed);
+      report(problems, code_t::delsp_without_flowed);
       format_deflow(begin, end, out, false, false, false);
     } else {
       format_deflow(begin, end, out, flowed, delsp, false);
@@ -139,9 +152,9 @@ void decode_to_canonical_format(char const* begin, char const* end, std::string 
   }
   if (subtype == "html"sv) {
     if (flowed)
-      report(problems, problem_flowed_html);
+      report(problems, code_t::flowed_in_html);
     if (delsp)
-      report(problems, problem_delsp_html);
+      report(problems, code_t::delsp_in_html);
   }
   std::copy(begin, end, out);
 }

@@ -20,25 +20,6 @@
 
 namespace email {
 
-// Problem texts (printf forms: the encoding, then the type and subtype).
-inline constexpr char problem_multiple_words[] =
-    "Encoding '%s' contains multiple words (ignoring anything but the first word)";
-inline constexpr char problem_encoding_is_charset[] =
-    "Encoding '%s' is unknown, but seems to be the charset of the message (7bit encoding assumed instead)";
-inline constexpr char problem_unknown_encoding[] =
-    "Encoding '%s' is unknown. Now treated as application/octet-stream with a binary encoding";
-inline constexpr char problem_unknown_container_encoding[] =
-    "Encoding '%s' is unknown, but it's a '%s/%s' (7bit encoding assumed instead)";
-inline constexpr char problem_encoding_allowed_anyway[] =
-    "Encoding '%s' not allowed for body parts of type '%s' (allowing it anyway)";
-inline constexpr char problem_encoding_not_allowed[] =
-    "Encoding '%s' not allowed for body parts of type '%s' (7bit assumed)";
-inline constexpr char problem_uuencode[] =
-    "Deprecated Content-Transfer-Encoding (x-uuencode), but Tidewell can handle it.";
-inline constexpr char problem_delsp_without_flowed[] = "Ignoring 'delsp=yes' since 'format!=flowed";
-inline constexpr char problem_flowed_html[] = "Ignoring 'format=flowed' which should not be used for text/html";
-inline constexpr char problem_delsp_html[] = "Ignoring 'delsp=yes' which should not be used for text/html";
-
 // True when out now holds the decoded body; false when the raw bytes are to
 // be used as they are. type and subtype may be rewritten to
 // application/octet-stream.

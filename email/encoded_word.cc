@@ -15,6 +15,7 @@
 namespace email {
 namespace {
 
+using quern::error::code_t;
 using quern::error::handler_t;
 
 bool is_charset_byte(char c) {
@@ -56,10 +57,10 @@ step_t read_charset(char const* first, char const* last, std::string& charset, h
   if (name.empty()) {
     name = "utf8";
     if (problems)
-      problems->push_back({{"description", problem_empty_charset}, {"context", name}});
+      problems->push_back(code_t::encoded_word_empty_charset, {{"context", name}});
   } else if (name.front() == '\'' && name.back() == '\'') {
     if (problems)
-      problems->push_back({{"description", problem_quoted_charset}, {"context", name}});
+      problems->push_back(code_t::encoded_word_quoted_charset, {{"context", name}});
     name = name.size() <= 2 ? std::string() : name.substr(1, name.size() - 2);
   }
   if (!std::all_of(name.begin(), name.end(), is_charset_byte))
@@ -101,7 +102,7 @@ step_t read_text(char const* start, char const* last, encoded_word_t& word, hand
   if (problems) {
     std::string context;
     charset::hex_print(start, end, std::back_inserter(context));
-    problems->push_back({{"description", problem_illegal_in_q_word}, {"context", context}});
+    problems->push_back(code_t::encoded_word_illegal_in_q, {{"context", context}});
   }
   return {end, true};
 }
@@ -181,7 +182,7 @@ std::string decode_word_text(encoded_word_t const& word, quern::error::handler_t
     return decode_base_64(word.text_first, word.text_last, problems, word.charset);
   std::string text(word.text_first, word.text_last);
   if (problems && text.find(' ') != std::string::npos)
-    problems->push_back({{"description", problem_space_in_q_word}, {"context", text}});
+    problems->push_back(code_t::encoded_word_space_in_q, {{"context", text}});
   std::replace(text.begin(), text.end(), '_', ' ');
   std::string decoded;
   decode_quoted_printable(text.begin(), text.end(), std::back_inserter(decoded), problems, false);

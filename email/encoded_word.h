@@ -32,13 +32,6 @@
 
 namespace email {
 
-// The problems recorded while encoded words are found and decoded.
-inline constexpr char problem_empty_charset[] = "Non-existing charset (UTF-8 assumed)";
-inline constexpr char problem_quoted_charset[] = "Single quotes around charset ignored";
-inline constexpr char problem_illegal_in_q_word[] =
-    "Quoted-printable encoded word contains one or more illegal characters";
-inline constexpr char problem_space_in_q_word[] = "Quoted-printable encoded word contains one or more spaces";
-
 struct encoded_word_t {
   char const* first = nullptr;      // the "=" of "=?"
   char const* last = nullptr;       // one past "?="; null when nothing was found

@@ -19,6 +19,7 @@
 namespace email {
 namespace {
 
+using quern::error::code_t;
 using text::is_blank;
 
 // True when [line, end) starts with a delimiter line; sets after and *is_close.
@@ -138,7 +139,7 @@ char const* next_candidate(char const* cursor, char const* end, std::string cons
 // A delimiter line was found: its part ends at range_end.
 char const* found(char const* range_end, bool missing_newline, quern::error::handler_t* problems) {
   if (missing_newline && problems)
-    problems->push_back({{"description", problem_missing_newline}, {"context", "delimiter"}});
+    problems->push_back(code_t::multipart_missing_newline, {{"context", "delimiter"}});
   return range_end;
 }
 
@@ -147,7 +148,7 @@ char const* not_found(char const* end, std::string const& delimiter, char const*
                       quern::error::handler_t* problems) {
   close = false;
   if (problems)
-    problems->push_back({{"description", problem_no_closing_boundary}, {"context", delimiter}});
+    problems->push_back(code_t::multipart_no_closing_boundary, {{"context", delimiter}});
   after = end;
   return end;
 }

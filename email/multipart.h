@@ -26,9 +26,6 @@
 
 namespace email {
 
-inline constexpr char problem_missing_newline[] = "Missing newline after boundary string at end of body part";
-inline constexpr char problem_no_closing_boundary[] = "No closing MIME boundary found";
-
 // [first, last) inside the caller's body.
 using byte_range_t = std::pair<char const*, char const*>;
 

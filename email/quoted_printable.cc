@@ -24,13 +24,18 @@ namespace detail {
 
 void report_quoted_printable_problems(quern::error::handler_t& problems, std::vector<std::string> const& linefeeds,
                                       std::vector<std::string> const& illegal_equals) {
+  using quern::error::code_t, quern::error::pattern_of;
   if (!linefeeds.empty()) {
-    problems.push_back({{"description", text::format(problem_unencoded_linefeeds, linefeeds.size())},
-                        {"context", boost::algorithm::join(linefeeds, "\n")}});
+    problems.push_back(
+        code_t::quoted_printable_unencoded_linefeeds,
+        {{"description", text::format(pattern_of<code_t::quoted_printable_unencoded_linefeeds>, linefeeds.size())},
+         {"context", boost::algorithm::join(linefeeds, "\n")}});
   }
   if (!illegal_equals.empty()) {
-    problems.push_back({{"description", text::format(problem_illegal_equals, illegal_equals.size())},
-                        {"context", boost::algorithm::join(illegal_equals, "\n")}});
+    problems.push_back(
+        code_t::quoted_printable_illegal_equals,
+        {{"description", text::format(pattern_of<code_t::quoted_printable_illegal_equals>, illegal_equals.size())},
+         {"context", boost::algorithm::join(illegal_equals, "\n")}});
   }
 }
 

@@ -31,13 +31,6 @@
 
 namespace email {
 
-// The problems the decoder records: text::format patterns of the number of
-// occurrences.
-inline constexpr char problem_unencoded_linefeeds[] =
-    "Quoted-printable binary body part contains %zu unencoded linefeed(s) (LF). CR characters have been inserted.";
-inline constexpr char problem_illegal_equals[] =
-    "Quoted-printable text contains %zu illegal use(s) of '='. They have been passed through.";
-
 // What hex_to_int answers for a byte that is not a hexadecimal digit.
 inline constexpr unsigned char invalid_hex_digit = 0xFF;
 

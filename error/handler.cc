@@ -3,6 +3,7 @@
 
 #include <cassert>
 #include <cstdio>
+#include <string_view>
 
 namespace quern::error {
 
@@ -16,24 +17,43 @@ void handler_t::pop_context() {
     contexts_.pop_back();
 }
 
-void handler_t::push_back(record_t const& problem) {
+namespace {
+
+// Whether a record's description fits code: a default one must not be a
+// pattern left unfilled; one the caller wrote must begin with the code's text,
+// up to the pattern's first % where the first filled-in part begins.
+[[maybe_unused]] bool fits(std::string_view description, bool defaulted, code_t code) {
+  std::string_view text = text_of(code);
+  std::size_t percent = text.find('%');
+  if (defaulted)
+    return percent == std::string_view::npos;
+  return description.starts_with(text.substr(0, percent));
+}
+
+} // namespace
+
+void handler_t::push_back(code_t code, record_t const& problem) {
   record_t merged = problem;
+  auto [description, added] = merged.try_emplace("description", text_of(code));
+  assert(fits(description->second, added, code));
+  (void)description;
   // map::insert never overwrites, so visiting outermost first lets the
   // record's own keys win, then the outermost context's.
   for (record_t const& context : contexts_)
     merged.insert(context.begin(), context.end());
-  errors_.push_back(std::move(merged));
+  entries_.push_back({code, offset_, std::move(merged)});
 }
 
 void handler_t::get_errors(record_t const& extra, std::vector<record_t>& out) const {
-  out.insert(out.end(), errors_.begin(), errors_.end());
+  for (entry_t const& entry : entries_)
+    out.push_back(entry.record);
   if (!out.empty())
     out.back().insert(extra.begin(), extra.end());
 }
 
 void handler_t::dump() const {
-  for (record_t const& problem : errors_)
-    std::fprintf(stderr, "%s\n", to_s(problem).c_str());
+  for (entry_t const& entry : entries_)
+    std::fprintf(stderr, "%s\n", to_s(entry.record).c_str());
 }
 
 std::string to_s(record_t const& record) {

@@ -11,10 +11,12 @@
 #include "charset/japanese.h"
 #include "charset/surrogates.h"
 #include "importer/import.h"
+#include "tests/support/problems.h"
 #include "text/format.h"
 
 namespace {
 
+using quern::error::code_t, quern::error::pattern_of;
 using quern::error::record_t;
 
 // 亜 (JIS X 0208 0x3021) and 丂 (JIS X 0212 0x3021).
@@ -36,6 +38,7 @@ converted_t to_utf8(std::string const& input, std::string charset, std::string f
   charset::convert_to_utf8(input.data(), input.data() + input.size(), std::back_inserter(result.text), charset,
                            provider, &handler);
   handler.get_errors({}, result.problems);
+  test::expect_descriptions_fit_codes(handler);
   std::vector<char> silent;
   charset::convert_to_utf8(input.begin(), input.end(), std::back_inserter(silent), charset, provider, nullptr);
   EXPECT_EQ(std::string(silent.begin(), silent.end()), result.text);
@@ -58,26 +61,27 @@ std::string printable(std::string const& bytes) {
 using namespace charset;
 
 std::string invalid(std::string const& charset) {
-  return problem_invalid_sequence + (" (iconv / " + charset + ")");
+  return std::string(text_of(code_t::charset_invalid_sequence)) + (" (iconv / " + charset + ")");
 }
 std::string incomplete(std::string const& charset) {
-  return problem_incomplete_sequence + (" (iconv / " + charset + ")");
+  return std::string(text_of(code_t::charset_incomplete_sequence)) + (" (iconv / " + charset + ")");
 }
 std::string not_utf8(std::string const& charset) {
-  return text::format(problem_fallback, charset.c_str());
+  return text::format(pattern_of<code_t::charset_fallback>, charset.c_str());
 }
 std::string upgrade(std::string const& variant) {
-  return text::format(problem_wider_variant, variant.c_str(), "ISO-2022-JP-3");
+  return text::format(pattern_of<code_t::charset_wider_variant>, variant.c_str(), "ISO-2022-JP-3");
 }
 
-std::string const claimed = text::format(problem_eight_bit_in_ascii, "us-ascii");
-std::string const undeclared = problem_eight_bit_undeclared;
-std::string const as_utf8 = problem_valid_utf8;
-std::string const cesu = problem_cesu8;
-std::string const unknown = problem_unknown_charset;
+std::string const claimed = text::format(pattern_of<code_t::charset_eight_bit_in_ascii>, "us-ascii");
+std::string const undeclared(text_of(code_t::charset_eight_bit_undeclared));
+std::string const as_utf8(text_of(code_t::charset_valid_utf8));
+std::string const cesu(text_of(code_t::charset_cesu8));
+std::string const unknown(text_of(code_t::charset_unknown));
 std::string const jp3 = "iso-2022-jp-3";
 std::string const escape = "a\x1B$B0!\x1B(B";
-std::string const escape_found = text::format(problem_escape_in_undeclared, "iso-2022-jp", "ISO-2022-JP");
+std::string const escape_found =
+    text::format(pattern_of<code_t::charset_escape_in_undeclared>, "iso-2022-jp", "ISO-2022-JP");
 std::string const tail(50, '.'); // keeps a few undecodable bytes under a tenth
 
 struct case_t {
@@ -91,24 +95,30 @@ struct case_t {
 TEST(convert_to_utf8, reads_labels_and_bytes) {
   std::vector<case_t> const cases = {
       {"", "x-nonsense", "", {}},
-      {"hello", "ascii", "hello", {problem_ascii_label}},
+      {"hello", "ascii", "hello", {std::string(text_of(code_t::charset_ascii_label))}},
       // 8-bit bytes under an ASCII label: UTF-8 if valid, else the fallback.
       {"caf\xC3\xA9", "us-ascii", "caf\xC3\xA9", {claimed + as_utf8}},
       {"\x93q\x94", "us-ascii", QUOTED("q"), {claimed + not_utf8("WINDOWS-1252")}, "windows-1252"},
       {"caf\xE9", "", "caf\xC3\xA9", {undeclared + not_utf8("ISO-8859-1")}},
-      {"\xC3\xA9", "unknown-8bit", "\xC3\xA9", {text::format(problem_eight_bit_unknown, "unknown-8bit") + as_utf8}},
+      {"\xC3\xA9",
+       "unknown-8bit",
+       "\xC3\xA9",
+       {text::format(pattern_of<code_t::charset_eight_bit_unknown>, "unknown-8bit") + as_utf8}},
       {"\xED\xA0\xBD\xED\xB8\x80", "", "\xF0\x9F\x98\x80", {undeclared + as_utf8, cesu}},
       // Ten high bytes keep a legacy label; eleven of valid UTF-8 override it.
       {times(5, "\xC3\xA9"), "iso-8859-1", times(5, "\xC3\x83\xC2\xA9"), {}},
       {times(4, "\xC3\xA9") + "\xE2\x82\xAC",
        "iso-8859-1",
        times(4, "\xC3\xA9") + "\xE2\x82\xAC",
-       {text::format(problem_label_ignored, "utf-8")}},
+       {text::format(pattern_of<code_t::charset_label_ignored>, "utf-8")}},
       // Renamed labels.
       {"\xE9", "western", "\xC3\xA9", {}},
       // After a strict failure the rest is read tolerantly, or as ISO-8859-1
       // when a tenth or more of it is undecodable.
-      {"\xC3\xA9 \xFF" + tail, "x-made-up", "\xC3\xA9 <U+00FF>" + tail, {unknown, problem_unknown_charset_utf8}},
+      {"\xC3\xA9 \xFF" + tail,
+       "x-made-up",
+       "\xC3\xA9 <U+00FF>" + tail,
+       {unknown, std::string(text_of(code_t::charset_unknown_utf8))}},
       {"\xC3\xA9\xFF" + std::string(19, '.'), "utf-8", "\xC3\xA9<U+00FF>" + std::string(19, '.'), {invalid("utf-8")}},
       {"\xC3\xA9\xFF" + std::string(18, '.'), "utf-8", "\xC3\xA9\xC3\xBF" + std::string(18, '.'), {invalid("utf-8")}},
       {"caf\xC3", "utf-8", "caf\xC3\x83", {incomplete("utf-8"), incomplete("utf-8")}},
@@ -134,7 +144,7 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
       {"\x1B$B-!\x1B(B \x1B$B-*0!\x1B(B",
        "iso-2022-jp",
        "(1) (10)" A_0208,
-       {text::format(problem_circled_number, "iso-2022-jp-3")}},
+       {text::format(pattern_of<code_t::charset_circled_number>, "iso-2022-jp-3")}},
       {"a\x1B$B-50!\x1B(B", "iso-2022-jp", "a0!", {}},
       {"ab\x1B$B-!", "iso-2022-jp", "ab-", {invalid(jp3), incomplete(jp3)}},
       // Bytes a multibyte charset does not use are undecodable, not C1
@@ -154,8 +164,14 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
       {"\x1B$B$3\x10", "iso-2022-jp", "\xE3\x81\x93", {incomplete(jp3), incomplete(jp3)}},
       // glibc would find "iso-8859-1" under this name, and read a flag in the
       // other as a change of strictness; neither is a name.
-      {"caf\xE9 " + tail, "iso-8859-1 ", "caf<U+00E9> " + tail, {unknown, problem_unknown_charset_utf8}},
-      {"caf\xE9 " + tail, "utf-8//IGNORE", "caf<U+00E9> " + tail, {unknown, problem_unknown_charset_utf8}},
+      {"caf\xE9 " + tail,
+       "iso-8859-1 ",
+       "caf<U+00E9> " + tail,
+       {unknown, std::string(text_of(code_t::charset_unknown_utf8))}},
+      {"caf\xE9 " + tail,
+       "utf-8//IGNORE",
+       "caf<U+00E9> " + tail,
+       {unknown, std::string(text_of(code_t::charset_unknown_utf8))}},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(printable(c.input) + " as " + c.charset);

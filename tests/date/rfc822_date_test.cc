@@ -9,9 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/problems.h"
 #include "text/format.h"
 
 namespace {
+
+using quern::error::code_t, quern::error::pattern_of;
 
 using namespace std::string_literals;
 
@@ -20,6 +23,7 @@ using namespace std::string_literals;
 std::vector<std::string> problems_of(quern::error::handler_t const& handler, std::string const& text) {
   std::vector<quern::error::record_t> records;
   handler.get_errors({}, records);
+  test::expect_descriptions_fit_codes(handler);
   std::vector<std::string> out;
   for (auto& record : records) {
     EXPECT_EQ(record["context"], text);
@@ -28,17 +32,17 @@ std::vector<std::string> problems_of(quern::error::handler_t const& handler, std
   return out;
 }
 
-std::string const dash = date::problem_dash;
-std::string const yr20 = date::problem_two_digit_year_20xx + " (low)"s;
-std::string const yr19 = date::problem_two_digit_year_19xx + " (low)"s;
-std::string const named = date::problem_zone_name + " (low)"s;
-std::string const no_sign = date::problem_unsigned_zone;
-std::string const bounds = date::problem_zone_bounds;
-std::string const quoted = date::problem_quoted_zone;
-std::string const mil = date::problem_military_zone;
-std::string const unknown = date::problem_unknown_zone;
+std::string const dash(text_of(code_t::date_dash));
+std::string const yr20 = std::string(text_of(code_t::date_two_digit_year_20xx)) + " (low)"s;
+std::string const yr19 = std::string(text_of(code_t::date_two_digit_year_19xx)) + " (low)"s;
+std::string const named = std::string(text_of(code_t::date_zone_name)) + " (low)"s;
+std::string const no_sign(text_of(code_t::date_unsigned_zone));
+std::string const bounds(text_of(code_t::date_zone_bounds));
+std::string const quoted(text_of(code_t::date_quoted_zone));
+std::string const mil(text_of(code_t::date_military_zone));
+std::string const unknown(text_of(code_t::date_unknown_zone));
 std::string assumed(long long offset) {
-  return text::format(date::problem_other_zone, offset);
+  return text::format(pattern_of<code_t::date_other_zone>, offset);
 }
 
 // The full reading differs where noted: it reads whole month names and lets

@@ -10,6 +10,8 @@
 
 namespace {
 
+using quern::error::code_t, quern::error::pattern_of;
+
 std::string const marker = email::no_text_marker;
 
 // The top-level text of a whole message, as parse_email computes it.
@@ -81,18 +83,20 @@ TEST(decode, repairs_the_transfer_encoding) {
     std::string out_type, problems;
   } const cases[] = {
       {"text", "plain", "base64 foo", true, true, "text/plain",
-       text::format(email::problem_multiple_words, "base64 foo")},
-      {"text", "plain", "utf-8", true, false, "text/plain", text::format(email::problem_encoding_is_charset, "utf-8")},
+       text::format(pattern_of<code_t::encoding_multiple_words>, "base64 foo")},
+      {"text", "plain", "utf-8", true, false, "text/plain",
+       text::format(pattern_of<code_t::encoding_is_charset>, "utf-8")},
       {"image", "png", "x-gzip", true, false, "application/octet-stream",
-       text::format(email::problem_unknown_encoding, "x-gzip")},
+       text::format(pattern_of<code_t::encoding_unknown>, "x-gzip")},
       {"multipart", "mixed", "x-gzip", true, false, "multipart/mixed",
-       text::format(email::problem_unknown_container_encoding, "x-gzip", "multipart", "mixed")},
+       text::format(pattern_of<code_t::encoding_unknown_in_container>, "x-gzip", "multipart", "mixed")},
       {"message", "rfc822", "base64", false, true, "message/rfc822",
-       text::format(email::problem_encoding_allowed_anyway, "base64", "message")},
+       text::format(pattern_of<code_t::encoding_allowed_anyway>, "base64", "message")},
       {"message", "delivery-status", "base64", false, true, "application/octet-stream", ""},
       {"multipart", "mixed", "quoted-printable", false, false, "multipart/mixed",
-       text::format(email::problem_encoding_not_allowed, "quoted-printable", "multipart")},
-      {"text", "plain", "x-uuencode", true, true, "text/plain", std::string(email::problem_uuencode) + " [x-uuencode]"},
+       text::format(pattern_of<code_t::encoding_not_allowed>, "quoted-printable", "multipart")},
+      {"text", "plain", "x-uuencode", true, true, "text/plain",
+       std::string(text_of(code_t::encoding_uuencode)) + " [x-uuencode]"},
   };
   std::string const body = "QUJD\n";
   for (auto const& c : cases) {

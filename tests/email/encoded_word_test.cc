@@ -9,11 +9,14 @@
 
 namespace {
 
+using quern::error::code_t, quern::error::pattern_of;
+
 using namespace email;
 using namespace std::string_literals;
 
 TEST(decode_header_line, decodes_joins_and_reports) {
-  std::string const jis_cut = charset::problem_incomplete_sequence + " (iconv / iso-2022-jp-3) [{1B}$B$3{10}]"s;
+  std::string const jis_cut =
+      std::string(text_of(code_t::charset_incomplete_sequence)) + " (iconv / iso-2022-jp-3) [{1B}$B$3{10}]"s;
   std::tuple<std::string, std::string, std::string> const cases[] = {
       // input, expected, problems
       {"=?utf-8?q?a?= x =?utf-8?q?b?=", "a x b", ""},
@@ -23,12 +26,14 @@ TEST(decode_header_line, decodes_joins_and_reports) {
       {"=?utf-8?b?a\tb?=", "=?utf-8?b?a\tb?=", ""},
       {"Re: =?ISO-8859-1?Q?J=FCrgen?= Wei=DF", "Re: J\xC3\xBCrgen Wei=DF", ""},
       {"=?utf-8?q?x?= M\xFCller", "x M\xC3\xBCller",
-       charset::problem_eight_bit_undeclared + text::format(charset::problem_fallback, "ISO-8859-1") +
+       std::string(text_of(code_t::charset_eight_bit_undeclared)) +
+           text::format(pattern_of<code_t::charset_fallback>, "ISO-8859-1") +
            " [ M{FC}ller]"}, // undeclared 8-bit text: ISO-8859-1
-      {"=??q?abc?=", "abc", problem_empty_charset + " [utf8]"s},
-      {"=?iso-8859-1?q?caf=E9?= =?'UTF-8'?q?=C3=A9?=", "caf\xC3\xA9\xC3\xA9", problem_quoted_charset + " ['utf-8']"s},
-      {"=?utf-8?q?a\tb?=", "a\tb", problem_illegal_in_q_word + " [=?utf-8?q?a\\tb?=]"s},
-      {"=?utf-8?q?a b?=", "a b", problem_space_in_q_word + " [a b]"s},
+      {"=??q?abc?=", "abc", std::string(text_of(code_t::encoded_word_empty_charset)) + " [utf8]"s},
+      {"=?iso-8859-1?q?caf=E9?= =?'UTF-8'?q?=C3=A9?=", "caf\xC3\xA9\xC3\xA9",
+       std::string(text_of(code_t::encoded_word_quoted_charset)) + " ['utf-8']"s},
+      {"=?utf-8?q?a\tb?=", "a\tb", std::string(text_of(code_t::encoded_word_illegal_in_q)) + " [=?utf-8?q?a\\tb?=]"s},
+      {"=?utf-8?q?a b?=", "a b", std::string(text_of(code_t::encoded_word_space_in_q)) + " [a b]"s},
       // A control character cannot end a two-byte run: it is half a character.
       {"=?iso-2022-jp?B?GyRCJDMQ?=", "\xE3\x81\x93", jis_cut + "\n" + jis_cut},
   };

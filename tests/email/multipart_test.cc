@@ -7,8 +7,10 @@
 
 namespace {
 
-std::string const no_closing = email::problem_no_closing_boundary + std::string(" [--b]");
-std::string const missing_newline = email::problem_missing_newline + std::string(" [delimiter]");
+using quern::error::code_t;
+
+std::string const no_closing = std::string(text_of(code_t::multipart_no_closing_boundary)) + " [--b]";
+std::string const missing_newline = std::string(text_of(code_t::multipart_missing_newline)) + " [delimiter]";
 
 using parts_t = std::vector<std::string>;
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "error/handler.h"
+#include "tests/support/problems.h"
 
 namespace test {
 
@@ -22,6 +23,7 @@ struct exact_buffer_t {
 // The problems a handler collected, one a line: each description, followed
 // by its context in brackets when it has one.
 inline std::string problems_of(quern::error::handler_t const& handler) {
+  expect_descriptions_fit_codes(handler);
   std::vector<quern::error::record_t> records;
   handler.get_errors({}, records);
   std::string out;
