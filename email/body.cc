@@ -16,6 +16,7 @@
 #include "email/body.h"
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -158,6 +159,7 @@ struct frame_t {
   char const* base_end;
   context_t context; // what the parts' walks are after
   join_t join = join_t::first;
+  std::size_t origin = 0;          // where the entity is in the message, for problems
   std::vector<byte_range_t> parts; // in walking order
   std::size_t next = 0;
   std::vector<byte_range_t> name_parts; // walked for file names only, after the parts
@@ -168,7 +170,8 @@ struct frame_t {
 class walker_t {
 public:
   walker_t(char const* begin, char const* end, context_t const& context)
-      : root_(context), decode_budget_(2 * static_cast<std::size_t>(end - begin) + (16u << 20)) {}
+      : root_(context), decode_budget_(2 * static_cast<std::size_t>(end - begin) + (16u << 20)), root_begin_(begin),
+        root_end_(end), current_(context.problems ? context.problems->offset() : 0), base_(current_) {}
 
   std::string walk(char const* begin, char const* end, header_map_t& headers, bool top_level) {
     std::string text;
@@ -209,6 +212,13 @@ public:
       char const* const base_begin = frame.base_begin;
       char const* const base_end = frame.base_end;
       context_t const context = frame.context;
+      // A part's problems are placed at the part; a part of a decoded body
+      // has no place in the message, so at the entity it was decoded from.
+      std::less<char const*> const before;
+      current_ = !before(part.first, root_begin_) && !before(root_end_, part.first)
+                     ? base_ + static_cast<std::size_t>(part.first - root_begin_)
+                     : frame.origin;
+      quern::error::offset_scope_t const here(context.problems, current_);
       if (names_only || frame.join == join_t::names) {
         done = open_names(part.first, part.second, base_begin, base_end, context);
         text = no_text_marker;
@@ -287,6 +297,7 @@ private:
       // storage.
       frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
       frame.parts.emplace_back(begin, end);
+      frame.origin = current_;
       stack_.push_back(std::move(frame));
       return false;
     }
@@ -312,6 +323,7 @@ private:
                       std::vector<char> buffer, content_fields_t const& headers, std::string const& subtype,
                       context_t const& context) {
     frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
+    frame.origin = current_;
     bool const walk_all = subtype == "mixed"sv && end - begin < 20'000'000;
     // The full reading looks at every part: for names, and for alternatives.
     frame.parts = body_parts(begin, end, headers, !walk_all && !context.full, context.problems,
@@ -346,6 +358,7 @@ private:
       return true;
     }
     frame_t frame({}, base_begin, base_end, context, join_t::names);
+    frame.origin = current_;
     frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end));
     stack_.push_back(std::move(frame));
     return false;
@@ -368,6 +381,10 @@ private:
   std::vector<frame_t> stack_;
   std::unique_ptr<delimiter_index_t> index_;
   char const* index_base_ = nullptr;
+  char const* root_begin_; // the bytes the walk started on
+  char const* root_end_;
+  std::size_t current_; // the offset of the entity being opened
+  std::size_t base_;    // the offset of root_begin_ in the message
 };
 
 } // namespace

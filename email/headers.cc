@@ -337,6 +337,12 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   // at a time moves all of its strings at each step.
   map.reserve(wanted.size() + derived_keys);
   std::string name;
+  // Problems are placed at their field: the caller's offset is where the
+  // block starts.
+  char const* const block = first;
+  std::size_t const base = problems ? problems->offset() : 0;
+  auto const at = [&](char const* p) { return base + static_cast<std::size_t>(p - block); };
+  std::size_t date_offset = base;
   for_each_field(first, last, [&](field_t const& field) {
     // Most fields are not wanted: they are looked up lower-cased on the
     // stack and only a wanted name is copied.
@@ -347,12 +353,16 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     bool const received = name == "received"sv;
     if (received && (map.contains("received") || map.contains("date")))
       return;
+    quern::error::offset_scope_t const here(problems, at(field.name_first));
+    if (name == "date"sv)
+      date_offset = at(field.name_first);
     std::string value = field_value(name, field, reading, problems);
     if (received)
       store_received(map, value, reading, problems, dates);
     else
       map.insert_or_assign(name, std::move(value));
   });
+  quern::error::offset_scope_t const here(problems, date_offset);
   derive_keys(map, wanted, reading, problems, dates);
   return map;
 }

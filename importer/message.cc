@@ -175,16 +175,14 @@ std::vector<std::string> message_ids(std::string_view value) {
 }
 
 std::vector<problem_t> problems_of(quern::error::handler_t const& handler) {
-  std::vector<quern::error::record_t> records;
-  handler.get_errors({}, records);
   std::vector<problem_t> problems;
-  problems.reserve(records.size());
-  for (auto& record : records) {
-    problem_t problem{quern::error::code_t{}, 0, {}, {}};
-    if (auto it = record.find("description"); it != record.end())
-      problem.text = std::move(it->second);
-    if (auto it = record.find("context"); it != record.end())
-      problem.context = std::move(it->second);
+  problems.reserve(handler.entries().size());
+  for (auto const& entry : handler.entries()) {
+    problem_t problem{entry.code, entry.offset, {}, {}};
+    if (auto it = entry.record.find("description"); it != entry.record.end())
+      problem.text = it->second;
+    if (auto it = entry.record.find("context"); it != entry.record.end())
+      problem.context = it->second;
     problems.push_back(std::move(problem));
   }
   return problems;
@@ -203,7 +201,11 @@ message_t parse_lf(char const* first, char const* last, options_t const& options
   char const* cursor = first;
   email::header_map_t map = email::quick_parse_headers(
       cursor, last, options.thread_ids ? wanted_fields() : wanted_fields_without_ids(), reading, problems, &dates);
-  email::body_t body = email::read_body(cursor, last, map, true, reading, full && options.attachments, problems);
+  email::body_t body;
+  {
+    quern::error::offset_scope_t const at_body(problems, static_cast<std::size_t>(cursor - first));
+    body = email::read_body(cursor, last, map, true, reading, full && options.attachments, problems);
+  }
 
   builder_t const builder(options);
   if (auto const subject = map.find("subject"sv); subject != map.end())
@@ -240,6 +242,21 @@ message_t parse_lf(char const* first, char const* last, options_t const& options
   if (problems)
     message.problems = problems_of(handler);
   return message;
+}
+
+// Problems were placed in the bytes with CR LF read as LF; each CR taken out
+// before a place moves it one byte on in the bytes as given.
+void place_in_original(std::vector<problem_t>& problems, char const* first, char const* last) {
+  std::vector<std::size_t> removed; // where each taken-out CR's LF is, in the LF bytes
+  std::size_t taken = 0;
+  for (char const* p = first; p + 1 < last; ++p)
+    if (p[0] == '\r' && p[1] == '\n') {
+      removed.push_back(static_cast<std::size_t>(p - first) - taken);
+      ++taken;
+    }
+  for (problem_t& problem : problems)
+    problem.offset +=
+        static_cast<std::size_t>(std::lower_bound(removed.begin(), removed.end(), problem.offset) - removed.begin());
 }
 
 // Reads fd to its end, or to max_bytes and one more (to tell that there is
@@ -288,6 +305,8 @@ message_t parse(std::string_view bytes, options_t const& options) {
     lf.reserve(bytes.size());
     text::crlf_to_lf(first, last, std::back_inserter(lf));
     message = parse_lf(lf.data(), lf.data() + lf.size(), options);
+    if (!message.problems.empty())
+      place_in_original(message.problems, first, last);
   } else {
     message = parse_lf(first, last, options);
   }

@@ -154,6 +154,35 @@ TEST(message, readings_differ_as_documented) {
   EXPECT_EQ(m.text, std::optional<std::string>("Hi there\n"));
 }
 
+// Each problem is placed at the field or part it was found in, in the bytes
+// as given (CR LF included), and the message is the same with or without
+// them.
+TEST(message, problems_carry_codes_and_places) {
+  using quern::error::code_t;
+  std::string const head = "Subject: x\r\nDate: 5 Oct 99 10:00 -0000\r\n"
+                           "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
+  std::string const first = "--b\r\n";
+  std::string const part = "Content-Transfer-Encoding: base64\r\n\r\nQUJD!!\r\n";
+  std::string const bytes = head + first + part + "--b--\r\n";
+  tidewell::options_t options;
+  options.problems = true;
+  auto const m = tidewell::parse(bytes, options);
+  std::vector<std::pair<code_t, std::size_t>> places;
+  for (auto const& problem : m.problems)
+    places.emplace_back(problem.code, problem.offset);
+  std::size_t const date = bytes.find("Date:");
+  std::vector<std::pair<code_t, std::size_t>> const expected{
+      {code_t::date_two_digit_year_19xx, date},
+      {code_t::base64_passed_through, head.size() + first.size()},
+  };
+  EXPECT_EQ(places, expected);
+  ASSERT_FALSE(m.problems.empty());
+  EXPECT_EQ(m.problems[0].text, quern::error::text_of(code_t::date_two_digit_year_19xx));
+  auto quiet = m;
+  quiet.problems.clear();
+  EXPECT_EQ(tidewell::parse(bytes), quiet);
+}
+
 TEST(message, a_bound_cuts_the_input) {
   std::string const bytes = "Subject: s\n\n" + std::string(1000, 'a');
   tidewell::options_t options;
