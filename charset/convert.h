@@ -31,6 +31,7 @@
 #include <string>
 #include <string_view>
 
+#include "charset/iconv_convert.h"
 #include "charset/sink.h"
 #include "error/handler.h"
 
@@ -61,13 +62,6 @@ namespace detail {
 void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,
                      fallback_charset_t const& fallback_charset, quern::error::handler_t* problems);
 
-char const* convert(char const* first, char const* last, sink_t out, std::string const& from_charset,
-                    std::string const& to_charset, std::uint64_t* error_count, quern::error::handler_t* problems);
-
-template <typename InputIt> char const* address(InputIt it) {
-  return std::to_address(it);
-}
-
 } // namespace detail
 
 // Appends the UTF-8 form of [first, last), read as charset (lower case; empty
@@ -79,20 +73,6 @@ void convert_to_utf8(InputIt first, InputIt last, OutputIt out, std::string char
                      fallback_charset_t const& fallback_charset, quern::error::handler_t* problems) {
   char const* const begin = detail::address(first);
   detail::convert_to_utf8(begin, begin + (last - first), sink_t(out), std::move(charset), fallback_charset, problems);
-}
-
-// iconv from from_charset to to_charset, appended to out. A null error_count
-// is strict mode: conversion stops at the first undecodable sequence. A
-// counter is tolerant mode: each undecodable byte is written as the text
-// <U+XX> (bytes below 0x80 as themselves) and counted. Returns where the
-// conversion stopped: last when all was converted.
-template <typename InputIt, typename OutputIt>
-InputIt convert(InputIt first, InputIt last, OutputIt out, std::string const& from_charset,
-                std::string const& to_charset, std::uint64_t* error_count, quern::error::handler_t* problems) {
-  char const* const begin = detail::address(first);
-  char const* const stop =
-      detail::convert(begin, begin + (last - first), sink_t(out), from_charset, to_charset, error_count, problems);
-  return first + (stop - begin);
 }
 
 } // namespace charset

@@ -15,7 +15,7 @@
 
 #include <string>
 
-#include "charset/convert.h"
+#include "charset/iconv_convert.h"
 
 namespace charset {
 
