@@ -15,9 +15,9 @@
 #include <CoreServices/CoreServices.h>
 
 #include "hosts/cli/output.h"
+#include "hosts/mac/metadata_importer.h"
+#include "hosts/mac/plugin.h"
 #include "importer/import.h"
-#include "importer/mac/metadata_importer.h"
-#include "importer/mac/plugin.h"
 #include "tests/support/messages.h"
 #include "tests/support/temp_file.h"
 

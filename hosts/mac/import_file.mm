@@ -14,15 +14,15 @@
 // trailing remainder), so only text the core accepts as canonical reaches it.
 // Nothing here raises: a missing string is stored as nil, which removes the
 // attribute, and a list element without a string is skipped.
-#include "importer/mac/import_file.h"
+#include "hosts/mac/import_file.h"
 
 #include <array>
 #include <string>
 #include <vector>
 
+#include "hosts/mac/attribute_keys.h"
+#include "hosts/mac/metadata_importer.h"
 #include "importer/import.h"
-#include "importer/mac/attribute_keys.h"
-#include "importer/mac/metadata_importer.h"
 
 namespace importer::mac {
 namespace {
