@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "importer/import.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <iterator>
@@ -31,31 +32,6 @@ constexpr std::array<attribute_row_t, 10> rows{{
     {attachment_names_key, full_attribute::attachment_names, {}, false, true},
 }};
 constexpr std::size_t desktop_rows = 9;
-
-// Lists in the order their first element arrived; at most four.
-class accumulator_t {
-public:
-  void append(std::string_view attribute, std::string const& element) {
-    // The platform would refuse to make a string of these bytes; the element
-    // is skipped rather than failing the import.
-    if (!is_well_formed_utf8(element))
-      return;
-    list_for(attribute).push_back(element);
-  }
-  void store(attribute_set_t& attributes) {
-    for (auto& [attribute, list] : lists_)
-      attributes.set(attribute, std::move(list));
-  }
-
-private:
-  std::vector<std::string>& list_for(std::string_view attribute) {
-    for (auto& [name, list] : lists_)
-      if (name == attribute)
-        return list;
-    return lists_.emplace_back(attribute, std::vector<std::string>()).second;
-  }
-  std::vector<std::pair<std::string_view, std::vector<std::string>>> lists_;
-};
 
 void store_attributes(email::header_map_t headers, attribute_set_t& attributes, reading_t reading);
 
@@ -169,39 +145,38 @@ namespace {
 
 // The map is this import's own, so the text can be moved out of it.
 void store_attributes(email::header_map_t headers, attribute_set_t& attributes, reading_t reading) {
-  accumulator_t accumulator;
+  attribute_sink_t sink(attributes);
+  if (reading == reading_t::desktop) {
+    apply_rows(headers, sink);
+    return;
+  }
+  // The full reading's walk hands on only well-formed strings and adds the
+  // attachment-names list; the rules for the values are the desktop ones.
+  detail::row_lists_t<attribute_sink_t> lists;
   for_each_row(
       headers, reading,
       [&](attribute_row_t const& row, std::vector<std::string> const& names, std::vector<std::string> const& emails) {
-        for (std::string const& name : names)
-          accumulator.append(row.attribute, name);
-        for (std::string const& email : emails)
-          accumulator.append(row.email_attribute, email);
+        lists.append(sink, row.attribute, names);
+        lists.append(sink, row.email_attribute, emails);
       },
-      [&](attribute_row_t const& row, auto&& value) {
-        bool const valid = is_well_formed_utf8(value);
-        if (is_date_row(row)) {
-          if (auto const instant = valid ? parse_canonical_date(value) : std::nullopt)
-            attributes.set(row.attribute, *instant);
-        } else if (valid && row.attribute == attribute::text_content) {
-          // The text is the one large value, and no other row reads it.
-          attributes.set(row.attribute, std::string(std::move(value)));
-        } else if (valid) {
-          attributes.set(row.attribute, std::string(value));
-        } else {
-          attributes.erase(row.attribute);
-        }
-      },
+      [&](attribute_row_t const& row, auto&& value) { detail::apply_value(sink, row, value); },
       [&](attribute_row_t const& row, std::vector<std::string> const& list) {
-        for (std::string const& element : list)
-          accumulator.append(row.attribute, element);
+        lists.append(sink, row.attribute, list);
       });
-  accumulator.store(attributes);
+  lists.store(sink);
 }
 
 } // namespace
 
 namespace detail {
+
+bool read_by_later_row(attribute_row_t const& row) {
+  auto const at = std::find_if(rows.begin(), rows.end(), [&](attribute_row_t const& own) { return &own == &row; });
+  // A row of some other table: its value is left where it is.
+  if (at == rows.end())
+    return true;
+  return std::any_of(std::next(at), rows.end(), [&](attribute_row_t const& later) { return later.key == row.key; });
+}
 
 std::string well_formed(std::string_view text) {
   if (is_well_formed_utf8(text))

@@ -211,4 +211,115 @@ bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content
 // Reads canonical "yyyy-MM-dd HH:mm:ss" UTC text; anything else is no date.
 std::optional<instant_t> parse_canonical_date(std::string_view text);
 
+namespace detail {
+
+// Whether a row after this one reads the same header-map key (the subject
+// is read twice): its value must stay in the map until then.
+bool read_by_later_row(attribute_row_t const& row);
+
+// Lists keyed by attribute name, in the order their first element arrived.
+// A list exists only once an element of it was made.
+template <typename Sink> class row_lists_t {
+public:
+  void append(Sink& sink, std::string_view attribute, std::vector<std::string> const& elements) {
+    for (std::string const& element : elements) {
+      // An element the platform cannot make is skipped so that no import
+      // fails.
+      if (auto made = sink.make_string(std::string_view(element)))
+        sink.append(list_for(attribute), std::move(made));
+    }
+  }
+  void store(Sink& sink) {
+    for (auto& [attribute, list] : lists_)
+      sink.store(attribute, std::move(list));
+  }
+
+private:
+  typename Sink::list_t& list_for(std::string_view attribute) {
+    for (auto& [name, list] : lists_)
+      if (name == attribute)
+        return list;
+    return lists_.emplace_back(attribute, typename Sink::list_t()).second;
+  }
+  std::vector<std::pair<std::string_view, typename Sink::list_t>> lists_; // at most four
+};
+
+// One single-value row. A string that cannot be made removes what an earlier
+// row stored under the attribute, as the platform stores "nothing" there. A
+// date that cannot be made stores nothing and removes nothing: no earlier row
+// writes a date attribute, and the hosts never removed one.
+template <typename Sink, typename Value> void apply_value(Sink& sink, attribute_row_t const& row, Value& value) {
+  if (is_date_row(row)) {
+    if (auto date = sink.make_date(std::string_view(value)))
+      sink.set(row.attribute, std::move(date));
+    return;
+  }
+  // A value no later row reads is handed over as an rvalue, so that a sink
+  // may take the message text rather than copy it.
+  auto made = read_by_later_row(row) ? sink.make_string(std::string_view(value)) : sink.make_string(std::move(value));
+  if (made)
+    sink.set(row.attribute, std::move(made));
+  else
+    sink.erase(row.attribute);
+}
+
+} // namespace detail
+
+// Applies the desktop reading's rows to a host's attribute store. The walk
+// and its rules are the same for every store; the sink supplies the
+// platform's parts:
+//   sink.make_string(bytes)      a string of the bytes (a std::string_view,
+//                                or a std::string rvalue the sink may take),
+//                                false when the platform cannot make one
+//   sink.make_date(text)         a date from canonical date text, false when
+//                                there is none
+//   sink.set(attribute, made)    stores a string or date; a later row's value
+//                                replaces an earlier one
+//   sink.erase(attribute)        removes what is stored under the attribute
+//   Sink::list_t                 a list, empty as constructed
+//   sink.append(list, made)      adds a string to a list
+//   sink.store(attribute, list)  stores a finished list
+// Rows apply in order. An address row appends each name to the list of its
+// attribute and each e-mail address to that of its email_attribute, so the
+// three recipient rows collect into one list each; the lists are stored after
+// the last row.
+template <typename HeaderMap, typename Sink> void apply_rows(HeaderMap& headers, Sink& sink) {
+  detail::row_lists_t<Sink> lists;
+  for_each_row(
+      headers,
+      [&](attribute_row_t const& row, std::vector<std::string> const& names, std::vector<std::string> const& emails) {
+        lists.append(sink, row.attribute, names);
+        lists.append(sink, row.email_attribute, emails);
+      },
+      [&](attribute_row_t const& row, auto& value) { detail::apply_value(sink, row, value); });
+  lists.store(sink);
+}
+
+// The core's sink: the attribute set, strings only of well-formed UTF-8 (the
+// desktop platform's string constructor refuses anything else) and dates
+// read by parse_canonical_date.
+class attribute_sink_t {
+public:
+  using list_t = std::vector<std::string>;
+
+  explicit attribute_sink_t(attribute_set_t& attributes) : attributes_(attributes) {}
+
+  std::optional<std::string> make_string(std::string_view bytes) const {
+    return is_well_formed_utf8(bytes) ? std::optional<std::string>(bytes) : std::nullopt;
+  }
+  std::optional<std::string> make_string(std::string&& bytes) const {
+    return is_well_formed_utf8(bytes) ? std::optional<std::string>(std::move(bytes)) : std::nullopt;
+  }
+  std::optional<instant_t> make_date(std::string_view text) const { return parse_canonical_date(text); }
+  template <typename Value> void set(std::string_view attribute, std::optional<Value>&& value) {
+    attributes_.set(attribute, std::move(*value));
+  }
+  void erase(std::string_view attribute) { attributes_.erase(attribute); }
+  void append(list_t& list, std::optional<std::string>&& element) { list.push_back(std::move(*element)); }
+  void store(std::string_view attribute, list_t&& list) { attributes_.set(attribute, std::move(list)); }
+
+private:
+  attribute_set_t& attributes_;
+};
+
 } // namespace importer

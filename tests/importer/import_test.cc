@@ -117,6 +117,58 @@ TEST(import, only_the_exact_mail_type_is_imported) {
   }
 }
 
+// The desktop rows over header maps no message yields, into a set that
+// already holds values: a string that cannot be made removes the value, a
+// date never does; list elements that cannot be made are skipped, and no
+// list is made of them alone; the text is taken out of the map, the subject
+// only by the last of its two rows.
+TEST(apply_rows, replaces_removes_and_keeps_as_the_platform_does) {
+  sys_seconds const earlier = sys_days(2001y / 9 / 9);
+  auto const applied = [&](email::header_map_t& headers) {
+    attribute_set_t attributes;
+    for (std::string_view name : {attribute::subject, attribute::display_name, attribute::text_content})
+      attributes.set(name, std::string("old"));
+    attributes.set(attribute::content_creation_date, earlier);
+    importer::attribute_sink_t sink(attributes);
+    importer::apply_rows(headers, sink);
+    return attributes;
+  };
+  auto const date = [](attribute_set_t const& attributes, std::string_view name) {
+    auto const* value = attributes.find(name);
+    return value ? std::optional(*value) : std::nullopt;
+  };
+
+  std::string const text(100, 't');
+  email::header_map_t headers{{"subject", "Caf\xC3\xA9"},
+                              {"#text", text},
+                              {"date", "2024-02-30 00:00:00"},
+                              {"received", "2024-02-29 23:59:59"},
+                              {"from", "\xFF <ann@x>"},
+                              {"to", "Bob <bob@y>"},
+                              {"cc", "carol@z"},
+                              {"bcc", "Dan <d\xFF@z>"}};
+  attribute_set_t attributes = applied(headers);
+  EXPECT_EQ(shown(attributes, attribute::subject), "Caf\xC3\xA9");
+  EXPECT_EQ(shown(attributes, attribute::display_name), "Caf\xC3\xA9");
+  EXPECT_EQ(shown(attributes, attribute::text_content), text);
+  EXPECT_TRUE(headers.at("#text").empty()) << "the text is copied rather than taken";
+  EXPECT_EQ(date(attributes, attribute::content_creation_date), importer::attribute_value_t(earlier));
+  EXPECT_EQ(date(attributes, attribute::date_received),
+            importer::attribute_value_t(sys_days(2024y / 2 / 29) + 23h + 59min + 59s));
+  EXPECT_EQ(shown(attributes, attribute::authors), "<absent>");
+  EXPECT_EQ(shown(attributes, attribute::author_email_addresses), "ann@x");
+  EXPECT_EQ(shown(attributes, attribute::recipients), "Bob|Dan");
+  EXPECT_EQ(shown(attributes, attribute::recipient_email_addresses), "bob@y|carol@z");
+
+  headers = {{"subject", "\xED\xA0\x80"}, {"#text", email::no_text_marker}, {"date", "2024-02-29 23:59:5"}};
+  attributes = applied(headers);
+  EXPECT_EQ(shown(attributes, attribute::subject), "<absent>");
+  EXPECT_EQ(shown(attributes, attribute::display_name), "<absent>");
+  EXPECT_EQ(shown(attributes, attribute::text_content), "old");
+  EXPECT_EQ(date(attributes, attribute::content_creation_date), importer::attribute_value_t(earlier));
+  EXPECT_EQ(attributes.size(), 2u);
+}
+
 // Every sequence of up to four bytes drawn from the edges of the byte
 // ranges, alone and after seven ASCII bytes (so that it straddles the
 // eight-byte ASCII skip), agrees with Boost.Locale's strict decoder.

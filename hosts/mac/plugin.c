@@ -11,13 +11,13 @@
  * counter: the service uses an instance from one thread at a time. The
  * published identifiers are built from their bytes, exactly as the
  * platform's own macros build them. */
-#include "importer/mac/plugin.h"
+#include "hosts/mac/plugin.h"
 
 #include <stdlib.h>
 
 #include <CoreServices/CoreServices.h>
 
-#include "importer/mac/metadata_importer.h"
+#include "hosts/mac/metadata_importer.h"
 
 struct MetadataImporterPluginType {
   MDImporterInterfaceStruct const* interfaceTable;

@@ -12,26 +12,28 @@
 // (the core keeps them as characters), and
 // its date formatter is lenient on some platforms (it reads " 999-..." or a
 // trailing remainder), so only text the core accepts as canonical reaches it.
-// Nothing here raises: a missing string is stored as nil, which removes the
-// attribute, and a list element without a string is skipped.
-#include "importer/mac/import_file.h"
+// The rows are applied by the core's apply_rows, the walk the core's own
+// attribute set is filled by; this file supplies the Foundation objects.
+// Nothing here raises: a missing string removes the attribute, and a list
+// element without a string is skipped.
+#include "hosts/mac/import_file.h"
 
 #include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "hosts/mac/attribute_keys.h"
+#include "hosts/mac/metadata_importer.h"
 #include "importer/import.h"
-#include "importer/mac/attribute_keys.h"
-#include "importer/mac/metadata_importer.h"
 
 namespace importer::mac {
 namespace {
 
 constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
 
-// The attribute key object for an attribute name. Rows that name the same
-// attribute get the very same object, which is what collects To, Cc and Bcc
-// into one list each. The keys are constants that live as long as the process.
+// The attribute key object for an attribute name. The keys are constants
+// that live as long as the process.
 NSString* key_object(std::string_view attribute) {
   static std::array<std::pair<std::string_view, NSString*>, 9> const keys{{
       {attribute::subject, (NSString*)kMDItemSubject},
@@ -53,7 +55,7 @@ NSString* key_object(std::string_view attribute) {
 // The platform's Gregorian calendar is Julian before 15 October 1582, so such
 // early instants read ten or more days apart from the core's proleptic
 // reading; mail does not carry them in practice.
-NSDate* date_from_canonical_text(std::string const& value) {
+NSDate* date_from_canonical_text(std::string_view value) {
   if (!parse_canonical_date(value))
     return nil;
   NSString* text = make_string(value);
@@ -61,6 +63,54 @@ NSDate* date_from_canonical_text(std::string const& value) {
   [text release];
   return date;
 }
+
+// One reference to a Foundation object, released with its owner; so a list
+// or string made before an exception is not leaked.
+template <typename Object> class owned_t {
+public:
+  owned_t() = default;
+  explicit owned_t(Object* object) : object_(object) {}
+  owned_t(owned_t&& other) noexcept : object_(std::exchange(other.object_, nil)) {}
+  owned_t& operator=(owned_t&& other) noexcept {
+    std::swap(object_, other.object_);
+    return *this;
+  }
+  ~owned_t() { [object_ release]; }
+
+  explicit operator bool() const { return object_ != nil; }
+  Object* get() const { return object_; }
+
+private:
+  Object* object_ = nil;
+};
+
+// The rows go into the service's dictionary as Foundation objects, under
+// the platform's key objects.
+class dictionary_sink_t {
+public:
+  using list_t = owned_t<NSMutableArray>;
+
+  explicit dictionary_sink_t(NSMutableDictionary* attributes) : attributes_(attributes) {}
+
+  owned_t<NSString> make_string(std::string_view bytes) const { return owned_t<NSString>(mac::make_string(bytes)); }
+  NSDate* make_date(std::string_view text) const { return date_from_canonical_text(text); }
+  void set(std::string_view attribute, owned_t<NSString>&& text) { set_object(attribute, text.get()); }
+  void set(std::string_view attribute, NSDate* date) { set_object(attribute, date); }
+  void erase(std::string_view attribute) { [attributes_ removeObjectForKey:key_object(attribute)]; }
+  void append(list_t& list, owned_t<NSString>&& element) {
+    if (!list)
+      list = list_t([[NSMutableArray alloc] init]);
+    [list.get() addObject:element.get()];
+  }
+  void store(std::string_view attribute, list_t&& list) { set_object(attribute, list.get()); }
+
+private:
+  void set_object(std::string_view attribute, id object) {
+    [attributes_ setObject:object forKeyedSubscript:key_object(attribute)];
+  }
+
+  NSMutableDictionary* attributes_;
+};
 
 } // namespace
 
@@ -104,49 +154,9 @@ NSDateFormatter* shared_date_formatter() {
   return formatter;
 }
 
-accumulator_t::~accumulator_t() {
-  for (auto const& entry : lists_)
-    [entry.second release];
-}
-
-void accumulator_t::append(NSString* key, std::string_view bytes) {
-  NSString* element = make_string(bytes);
-  if (element == nil)
-    return;
-  auto [found, created] = lists_.try_emplace(key, nil);
-  if (created)
-    found->second = [[NSMutableArray alloc] init];
-  [found->second addObject:element];
-  [element release];
-}
-
-void accumulator_t::store(NSMutableDictionary* attributes) const {
-  for (auto const& [key, list] : lists_)
-    [attributes setObject:list forKeyedSubscript:key];
-}
-
 void store_attributes(email::header_map_t const& headers, NSMutableDictionary* attributes) {
-  accumulator_t accumulator;
-  for_each_row(
-      headers,
-      [&](attribute_row_t const& row, std::vector<std::string> const& names, std::vector<std::string> const& emails) {
-        for (std::string const& name : names)
-          accumulator.append(key_object(row.attribute), name);
-        for (std::string const& email : emails)
-          accumulator.append(key_object(row.email_attribute), email);
-      },
-      [&](attribute_row_t const& row, std::string const& value) {
-        if (is_date_row(row)) {
-          if (NSDate* date = date_from_canonical_text(value))
-            [attributes setObject:date forKeyedSubscript:key_object(row.attribute)];
-          return;
-        }
-        // A nil string removes whatever an earlier row stored here.
-        NSString* text = make_string(value);
-        [attributes setObject:text forKeyedSubscript:key_object(row.attribute)];
-        [text release];
-      });
-  accumulator.store(attributes);
+  dictionary_sink_t sink(attributes);
+  apply_rows(headers, sink);
 }
 
 } // namespace importer::mac

@@ -3,7 +3,7 @@
 // platform's kMDItem constants where the platform headers are absent. The
 // stand-ins hold the constants' own text, so a dictionary written here carries
 // the same keys a Mac would store.
-#include "importer/mac/attribute_keys.h"
+#include "hosts/mac/attribute_keys.h"
 
 #ifndef __APPLE__
 extern "C" {

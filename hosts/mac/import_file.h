@@ -2,17 +2,16 @@
 // The Foundation side of an import: a header map to an attribute dictionary.
 //
 // ImportFileAtPath has the portable core read the message (header map plus
-// body text) and then applies the nine attribute rows itself, with the
-// platform's own objects: strings made from the UTF-8 bytes, keyed-subscript
-// stores (so a later row replaces an earlier value and a missing string
-// removes one), recipient lists collected per key object, and dates read by
-// one shared date formatter. The pieces are declared here so that tests can
+// body text) and then applies the attribute rows through the core's
+// apply_rows with the platform's own objects: strings made from the UTF-8
+// bytes, keyed-subscript stores (so a later row replaces an earlier value and
+// a missing string removes one), recipient lists, and dates read by one
+// shared date formatter. The pieces are declared here so that tests can
 // drive them with header maps the sample messages cannot produce.
 #pragma once
 
 #import <Foundation/Foundation.h>
 
-#include <map>
 #include <string_view>
 
 #include "email/headers.h"
@@ -34,24 +33,5 @@ NSString* make_string(std::string_view bytes);
 // The process-wide formatter for canonical "yyyy-MM-dd HH:mm:ss" UTC text;
 // created on first use, never released.
 NSDateFormatter* shared_date_formatter();
-
-// Lists of names or addresses, one per key object (compared by identity, not
-// by text), created with the first element that is appended.
-class accumulator_t {
-public:
-  accumulator_t() = default;
-  accumulator_t(accumulator_t const&) = delete;
-  accumulator_t& operator=(accumulator_t const&) = delete;
-  ~accumulator_t();
-
-  // Appends the bytes as a string; bytes that are not well-formed UTF-8 are
-  // skipped and create no list.
-  void append(NSString* key, std::string_view bytes);
-  // Stores every list under its key object, in the accumulator's order.
-  void store(NSMutableDictionary* attributes) const;
-
-private:
-  std::map<NSString*, NSMutableArray*> lists_;
-};
 
 } // namespace importer::mac

@@ -15,9 +15,10 @@
 #include <CoreServices/CoreServices.h>
 
 #include "hosts/cli/output.h"
+#include "hosts/mac/import_file.h"
+#include "hosts/mac/metadata_importer.h"
+#include "hosts/mac/plugin.h"
 #include "importer/import.h"
-#include "importer/mac/metadata_importer.h"
-#include "importer/mac/plugin.h"
 #include "tests/support/messages.h"
 #include "tests/support/temp_file.h"
 
@@ -115,6 +116,47 @@ TEST(mac_same_as_core, content_types_made_sample_and_corpus_messages) {
   for (std::size_t i = 0; i < paths.size() && !HasFailure(); ++i)
     expect_same_both_ways(paths[i]);
   testing::internal::GetCapturedStderr();
+}
+
+// The rows over header maps no message yields, into attributes that already
+// hold a subject, a text and a creation date: the dictionary ends as the
+// core's set does, with the same values replaced, removed and kept. The
+// dates are ones the platform's lenient formatter would read.
+TEST(mac_same_as_core, rows_over_made_header_maps) {
+  std::vector<email::header_map_t> const maps{
+      {{"subject", "\xEF\xBB\xBFHi"},
+       {"#text", "x"},
+       {"date", " 999-01-01 00:00:00"},
+       {"received", "2024-02-29 23:59:59x"},
+       {"from", "\xFF <ann@x>"},
+       {"to", "Bob <bob@y>"},
+       {"cc", "Cy <c\xFF@z>"}},
+      {{"subject", "\xED\xA0\x80"}, {"#text", email::no_text_marker}, {"date", "2024-02-29 23:59:59"}, {"bcc", "\xFF"}},
+  };
+  importer::instant_t const earlier(std::chrono::seconds(1000000000));
+  for (email::header_map_t const& headers : maps) {
+    NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+    cli::record_t core{"core", true, {}}, plugin{"plugin", true, {}};
+    NSMutableDictionary* attributes = [NSMutableDictionary dictionary];
+    for (std::string_view name : {importer::attribute::subject, importer::attribute::text_content}) {
+      core.attributes.set(name, std::string("old"));
+      [attributes setObject:@"old" forKey:[NSString stringWithUTF8String:std::string(name).c_str()]];
+    }
+    core.attributes.set(importer::attribute::content_creation_date, earlier);
+    [attributes setObject:[NSDate dateWithTimeIntervalSince1970:1000000000] forKey:@"kMDItemContentCreationDate"];
+
+    importer::attribute_sink_t sink(core.attributes);
+    email::header_map_t copy = headers;
+    importer::apply_rows(copy, sink);
+    importer::mac::store_attributes(headers, attributes);
+    NSArray* keys = [attributes allKeys];
+    for (NSUInteger i = 0; i < [keys count]; ++i)
+      plugin.attributes.set(utf8([keys objectAtIndex:i]), value_of([attributes objectForKey:[keys objectAtIndex:i]]));
+    [pool drain];
+    EXPECT_TRUE(
+        std::equal(core.attributes.begin(), core.attributes.end(), plugin.attributes.begin(), plugin.attributes.end()))
+        << "core:   " << cli::to_json_line(core) << "plugin: " << cli::to_json_line(plugin);
+  }
 }
 
 } // namespace
