@@ -13,9 +13,9 @@ import subprocess
 import sys
 
 READINGS = {
-    "desktop": [],
-    "crlf": ["--crlf"],
-    "full": ["--full"],
+    "desktop": ["--desktop"],
+    "crlf": ["--desktop", "--crlf"],
+    "full": [],
 }
 
 HERE = os.path.dirname(os.path.abspath(__file__))

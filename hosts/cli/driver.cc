@@ -117,31 +117,34 @@ std::string through_importer(std::string const& path, importer::attribute_set_t&
   return result;
 }
 
-// Imports the regular file at path; the reason it could not be read, already
-// reported, or empty. Nothing but a regular file is ever opened (stat says so
-// first, unless the walk that found the path just did), and the open cannot
-// block: a FIFO put in its place after the stat is caught by fstat.
-std::string import_path(std::string const& path, bool known_regular, importer::attribute_set_t& attributes,
-                        importer::options_t const& options) {
+// Reads the regular file at path and hands its bytes to read(first, last);
+// the reason it could not be read, already reported, or empty. Nothing but a
+// regular file is ever opened (stat says so first, unless the walk that found
+// the path just did), and the open cannot block: a FIFO put in its place after
+// the stat is caught by fstat. When the file cannot be opened or is empty,
+// unopened(errno, or 0 for an empty file) stands in for read and gives the
+// reason, already reported.
+template <typename Read, typename Unopened>
+std::string read_path(std::string const& path, bool known_regular, Read&& read, Unopened&& unopened) {
   struct stat info;
   if (!known_regular && ::stat(path.c_str(), &info) != 0)
-    return through_importer(path, attributes, options, errno);
+    return unopened(errno);
   std::string error;
   if (!known_regular && !S_ISREG(info.st_mode)) {
     error = not_regular(info.st_mode);
   } else if (int const fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); fd < 0) {
-    return through_importer(path, attributes, options, errno);
+    return unopened(errno);
   } else {
     if (::fstat(fd, &info) != 0) {
       int const fstat_error = errno;
       ::close(fd);
-      return through_importer(path, attributes, options, fstat_error);
+      return unopened(fstat_error);
     }
     if (!S_ISREG(info.st_mode)) {
       error = not_regular(info.st_mode);
     } else if (info.st_size == 0) {
       ::close(fd);
-      return through_importer(path, attributes, options, 0);
+      return unopened(0);
     } else {
       // One buffer per thread, reused: most messages are small, and a large
       // one should not stay allocated while its record is printed, nor for
@@ -151,7 +154,7 @@ std::string import_path(std::string const& path, bool known_regular, importer::a
       if (int const read_error = read_into(fd, buffer, static_cast<std::size_t>(info.st_size), length, true))
         error = reason(read_error);
       else
-        importer::import_bytes(buffer.data(), buffer.data() + length, attributes, options);
+        read(buffer.data(), buffer.data() + length);
       if (buffer.capacity() > (4u << 20))
         std::string().swap(buffer);
     }
@@ -160,6 +163,47 @@ std::string import_path(std::string const& path, bool known_regular, importer::a
   if (!error.empty())
     report(path, error);
   return error;
+}
+
+// The desktop reading of a task into record.attributes (and problems).
+void read_desktop(task_t const& task, settings_t const& settings, record_t& record) {
+  quern::error::handler_t problems;
+  importer::options_t options = settings.import;
+  if (settings.problems)
+    options.problems = &problems;
+  if (task.in_memory) {
+    importer::import_bytes(task.bytes.data(), task.bytes.data() + task.bytes.size(), record.attributes, options);
+  } else {
+    record.error = read_path(
+        task.path, task.regular,
+        [&](char const* first, char const* last) { importer::import_bytes(first, last, record.attributes, options); },
+        [&](int error) { return through_importer(task.path, record.attributes, options, error); });
+  }
+  if (settings.problems) {
+    record.problems.emplace();
+    problems.get_errors({}, *record.problems);
+  }
+}
+
+// The full reading of a task into record.full.
+void read_full(task_t const& task, settings_t const& settings, record_t& record) {
+  tidewell::message_t& message = *record.full;
+  if (task.in_memory) {
+    message = tidewell::parse(task.bytes, settings.message);
+    return;
+  }
+  record.error = read_path(
+      task.path, task.regular,
+      [&](char const* first, char const* last) {
+        message = tidewell::parse({first, static_cast<std::size_t>(last - first)}, settings.message);
+      },
+      [&](int error) {
+        if (error == 0) // an empty file is an empty message
+          return std::string();
+        std::string const why = reason(error);
+        report(task.path, why);
+        return why;
+      });
 }
 
 void print(record_t const& record, settings_t const& settings, printer_t& printer) {
@@ -174,26 +218,23 @@ outcome_t process(task_t const& task, settings_t const& settings) {
   record_t record(task.path, false, {});
   record.message = task.message;
   record.error = task.error;
+  if (settings.full) {
+    record.full.emplace();
+    record.full_problems = settings.problems;
+  }
   if (!record.error.empty()) {
     report(task.message ? task.path + ":" + std::to_string(task.message) : task.path, record.error);
   } else if (settings.content_type == importer::mail_content_type) {
-    quern::error::handler_t problems;
-    importer::options_t options = settings.import;
-    if (settings.problems)
-      options.problems = &problems;
-    if (task.in_memory)
-      importer::import_bytes(task.bytes.data(), task.bytes.data() + task.bytes.size(), record.attributes, options);
+    if (settings.full)
+      read_full(task, settings, record);
     else
-      record.error = import_path(task.path, task.regular, record.attributes, options);
+      read_desktop(task, settings, record);
     record.imported = record.error.empty();
-    if (settings.problems) {
-      record.problems.emplace();
-      problems.get_errors({}, *record.problems);
-    }
   }
   outcome_t outcome;
   outcome.imported = record.imported;
-  outcome.with_text = record.attributes.find(importer::attribute::text_content) != nullptr;
+  outcome.with_text = record.full ? record.full->text && !record.full->text->empty()
+                                  : record.attributes.find(importer::attribute::text_content) != nullptr;
   outcome.failed = !record.error.empty();
   outcome.size = task.size;
   if (printed_size(record) > printer_t::spill_at) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "importer/import.h"
+#include "importer/message.h"
 
 namespace cli {
 
@@ -23,7 +24,10 @@ struct settings_t {
   // Collect and print the parsers' problem records.
   bool problems = false;
   std::string content_type{importer::mail_content_type};
-  // The reading and line ends; the problem collector is set per task.
+  // The full reading, with options message (the default), or the desktop
+  // host's, with options import, whose problem collector is set per task.
+  bool full = true;
+  tidewell::options_t message;
   importer::options_t import;
   unsigned jobs = 1;
   // Redraw a progress line on standard error.

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // tidewell-import: the command-line host of the importer.
 //
-// Each PATH is imported exactly as the desktop-search host would import it,
-// or, with --crlf, with CR LF line ends read as LF, or, with --full, in the
-// full reading the Linux hosts use, and
-// the resulting attribute set is printed, either as an mdls-style listing
-// or as one JSON object per line. Folders are walked for mail files, mboxes
+// Each PATH is read in the full reading, as the Linux hosts read it, and the
+// typed message is printed; with --desktop (or --crlf) it is imported exactly
+// as the desktop-search host imports it and that host's attribute set is
+// printed instead. Either is printed as an mdls-style listing or as one JSON
+// object per line. Folders are walked for mail files, mboxes
 // are split into their messages, and files are imported on several threads
 // with the output in input order (see driver.h). This file reads the command
 // line; the look-ups that import nothing are answered here too.
@@ -33,32 +33,32 @@
 namespace {
 
 constexpr char usage[] = R"(Usage: tidewell-import [OPTION]... PATH...
-Import e-mail message files as the desktop-search importer does and print
-the attributes it sets. A directory PATH is searched recursively for mail
-files; - reads one message from standard input.
+Import e-mail message files and print what each one holds: the subject,
+every sender and recipient, the dates, the thread identifiers, the text and
+the attachments. A directory PATH is searched recursively for mail files; -
+reads one message from standard input.
 
 Options:
-  --json               print one JSON object per message, one per line:
-                       {"path": ..., "imported": ..., "attributes": {...}}
+  --json               print one JSON object per message, one per line (see
+                       below)
+  --desktop            print what the desktop-search importer sets instead,
+                       exactly as it always has: its attributes, in JSON
+                       {"path": ..., "imported": ..., "attributes": {...}};
+                       a CR is content there, so a file with CR LF line
+                       ends has no end of its headers
+  --crlf               the desktop reading with CR LF line ends read as LF;
+                       on its own it implies --desktop
+  --full               the full reading, which is the default (accepted for
+                       scripts that name it; it overrides --crlf)
   --mbox               read every PATH (and -) as an mbox and import each of
                        its messages: "message": N (from 1) in JSON, PATH:N
                        in the listing
   --problems           also print what the parsers repaired or tolerated in
                        each message ("problems" in JSON, indented "problem:"
-                       lines in the listing); the attributes stay the same
+                       lines in the listing); the rest stays the same
   --content-type UTI   the content type the host announces for every file
                        (default: com.apple.mail.email; any other type is
                        not imported)
-  --crlf               read CR LF line ends as LF before importing (by
-                       default a CR is content, so a file with CR LF line
-                       ends has no end of its headers)
-  --full               import in the full reading, as the Linux hosts do:
-                       CR LF read as LF, every mailbox of an address list
-                       (names and addresses paired, "" where a mailbox has
-                       no name), HTML text where there is no plain text,
-                       whole month names, U+FFFD for ill-formed UTF-8, and
-                       the attachments' file names as
-                       org_tidewell_attachmentNames
   -j, --jobs N         import N files at a time (default: the number of
                        processors); the output is the same for every N
   --quiet              no progress line and no summary on standard error
@@ -76,6 +76,20 @@ Options:
                        its registrable domain and the labels before it
   --help               show this help and exit
   --version            show the version and exit
+
+The JSON record of the full reading, keys in this order:
+  {"schema":1, "path", "message", "imported", "error", "subject", "from",
+   "sender", "reply_to", "to", "cc", "bcc", "date", "received", "message_id",
+   "in_reply_to", "references", "text", "attachments", "problems", "cut"}
+A mailbox is {"name", "address"} ("" for a part the message does not give),
+an attachment {"file_name", "media_type", "size", "content_id",
+"disposition"}. Dates are RFC 3339 in the zone the message gave
+("2025-10-07T03:30:00+02:00"; UTC is +00:00). A field the message lacks is
+null and a list without elements is [], so those keys are always there;
+"message" (an mbox), "error" (unreadable), "problems" (with --problems) and
+"cut" (true, when only the start was read) come only when they apply. The
+listing shows the same fields as "name = value" lines and leaves out what
+the message lacks.
 
 The two look-ups may be repeated; they print one "key: value" line per
 result (one JSON object per look-up with --json) and take no PATH.
@@ -104,6 +118,8 @@ struct options_t {
   cli::settings_t settings;
   bool quiet = false;
   bool summary = false;
+  // The reading options named; the full reading unless one asks otherwise.
+  bool desktop = false, crlf = false, full = false;
   std::vector<std::string> paths;
   std::vector<lookup_t> lookups;
 };
@@ -207,14 +223,17 @@ int main(int argc, char** argv) {
       return std::fflush(stdout) == 0 && !std::ferror(stdout) ? 0 : 1;
     } else if (std::strcmp(arg, "--json") == 0) {
       options.settings.json = true;
+    } else if (std::strcmp(arg, "--desktop") == 0) {
+      options.desktop = true;
     } else if (std::strcmp(arg, "--crlf") == 0) {
-      options.settings.import.line_ends = importer::line_ends_t::crlf_as_lf;
+      options.crlf = true;
     } else if (std::strcmp(arg, "--full") == 0) {
-      options.settings.import.reading = importer::reading_t::full;
+      options.full = true;
     } else if (std::strcmp(arg, "--mbox") == 0) {
       options.settings.mbox = true;
     } else if (std::strcmp(arg, "--problems") == 0) {
       options.settings.problems = true;
+      options.settings.message.problems = true;
     } else if (std::strcmp(arg, "--quiet") == 0) {
       options.quiet = true;
     } else if (std::strcmp(arg, "--summary") == 0) {
@@ -250,6 +269,14 @@ int main(int argc, char** argv) {
       return usage_error("unknown option: ", arg);
     }
   }
+  if (options.full && options.desktop)
+    return usage_error("--full and --desktop cannot be combined", "");
+  // --crlf on its own was, before the full reading became the default, the
+  // desktop reading with CR LF read as LF; scripts that use it get the same.
+  // The full reading always reads CR LF as LF, so --full --crlf is full.
+  options.settings.full = options.full || !(options.desktop || options.crlf);
+  if (options.crlf)
+    options.settings.import.line_ends = importer::line_ends_t::crlf_as_lf;
   if (!options.lookups.empty()) {
     if (!options.paths.empty())
       return usage_error("PATH cannot be combined with a look-up: ", options.paths.front().c_str());

@@ -21,9 +21,9 @@ namespace cli {
 namespace {
 
 // Paths are bytes; JSON wants UTF-8.
-std::string valid_utf8(std::string const& bytes) {
+std::string valid_utf8(std::string_view bytes) {
   if (importer::is_well_formed_utf8(bytes))
-    return bytes;
+    return std::string(bytes);
   using traits = boost::locale::utf::utf_traits<char>;
   std::string out;
   char const* p = bytes.data();
@@ -164,7 +164,258 @@ void append_quoted(printer_t& out, std::string_view text) {
   out.text += '"';
 }
 
+// The same for a value that may hold bytes that are not UTF-8; a text that
+// is well-formed, as nearly every one is, is not copied.
+void append_utf8(printer_t& out, std::string_view text) {
+  if (importer::is_well_formed_utf8(text))
+    append_quoted(out, text);
+  else
+    append_quoted(out, valid_utf8(text));
+}
+
+void append_optional(printer_t& out, std::optional<std::string> const& text) {
+  if (text)
+    append_utf8(out, *text);
+  else
+    out.text += "null";
+}
+
+// Writes the elements of list, comma-separated, each by write_one.
+template <typename List, typename Write> void append_each(printer_t& out, List const& list, Write&& write_one) {
+  bool first = true;
+  for (auto const& element : list) {
+    if (!first)
+      out.text += ',';
+    first = false;
+    write_one(element);
+  }
+}
+
+void append_mailboxes(printer_t& out, std::vector<tidewell::mailbox_t> const& list) {
+  out.text += '[';
+  append_each(out, list, [&](tidewell::mailbox_t const& mailbox) {
+    out.text += "{\"name\":";
+    append_utf8(out, mailbox.name);
+    out.text += ",\"address\":";
+    append_utf8(out, mailbox.address);
+    out.text += '}';
+  });
+  out.text += ']';
+}
+
+void append_date(printer_t& out, std::optional<tidewell::date_t> const& date) {
+  if (date)
+    out.text.append(1, '"').append(rfc3339(*date)).append(1, '"');
+  else
+    out.text += "null";
+}
+
+// The local time of the date in its own zone, and its offset as +HH:MM.
+struct local_t {
+  date_parts_t parts;
+  char sign;
+  long hours, minutes;
+};
+
+local_t local_time(tidewell::date_t const& date) {
+  long const offset = static_cast<long>(date.offset.count());
+  long const magnitude = offset < 0 ? -offset : offset;
+  return {split(date.instant + date.offset), offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60};
+}
+
+// The problem's description, with the context it was found in.
+void append_full_problem(printer_t& out, tidewell::problem_t const& problem) {
+  // TODO(problem codes): once error/problems.h names its codes, write
+  // "code":name_of(problem.code) here, first, and the same name before the
+  // text in the listing.
+  out.text += "{\"text\":";
+  append_utf8(out, problem.text);
+  out.text += ",\"context\":";
+  append_utf8(out, problem.context);
+  out.text += '}';
+}
+
+std::size_t printed_size(tidewell::message_t const& message) {
+  auto const optional = [](std::optional<std::string> const& text) { return text ? text->size() : 0; };
+  std::size_t size = 512 + optional(message.subject) + optional(message.message_id) + optional(message.in_reply_to);
+  if (message.text)
+    size += message.text->size() + message.text->size() / 16;
+  for (auto const* list : {&message.from, &message.sender, &message.reply_to, &message.to, &message.cc, &message.bcc})
+    for (tidewell::mailbox_t const& mailbox : *list)
+      size += mailbox.name.size() + mailbox.address.size() + 24;
+  for (std::string const& id : message.references)
+    size += id.size() + 4;
+  for (tidewell::attachment_t const& attachment : message.attachments)
+    size += attachment.file_name.size() + attachment.media_type.size() + attachment.content_id.size() + 96;
+  for (tidewell::problem_t const& problem : message.problems)
+    size += problem.text.size() + problem.context.size() + 32;
+  return size;
+}
+
+void print_full_json_line(record_t const& record, printer_t& out) {
+  tidewell::message_t const& message = *record.full;
+  std::string& line = out.text;
+  line.reserve(std::min(printed_size(record), printer_t::spill_at * 2));
+  line += "{\"schema\":" + std::to_string(schema_version) + ",\"path\":";
+  append_quoted(out, valid_utf8(record.path));
+  if (record.message != 0)
+    line += ",\"message\":" + std::to_string(record.message);
+  line += record.imported ? ",\"imported\":true" : ",\"imported\":false";
+  if (!record.error.empty()) {
+    line += ",\"error\":";
+    append_quoted(out, valid_utf8(record.error));
+  }
+  line += ",\"subject\":";
+  append_optional(out, message.subject);
+  std::pair<char const*, std::vector<tidewell::mailbox_t> const*> const address_fields[] = {
+      {"from", &message.from}, {"sender", &message.sender}, {"reply_to", &message.reply_to},
+      {"to", &message.to},     {"cc", &message.cc},         {"bcc", &message.bcc}};
+  for (auto const& [key, list] : address_fields) {
+    line.append(",\"").append(key).append("\":");
+    append_mailboxes(out, *list);
+  }
+  line += ",\"date\":";
+  append_date(out, message.date);
+  line += ",\"received\":";
+  append_date(out, message.received);
+  line += ",\"message_id\":";
+  append_optional(out, message.message_id);
+  line += ",\"in_reply_to\":";
+  append_optional(out, message.in_reply_to);
+  line += ",\"references\":[";
+  append_each(out, message.references, [&](std::string const& id) { append_utf8(out, id); });
+  line += "],\"text\":";
+  append_optional(out, message.text);
+  line += ",\"attachments\":[";
+  append_each(out, message.attachments, [&](tidewell::attachment_t const& attachment) {
+    line += "{\"file_name\":";
+    append_utf8(out, attachment.file_name);
+    line += ",\"media_type\":";
+    append_utf8(out, attachment.media_type);
+    line += ",\"size\":" + std::to_string(attachment.size) + ",\"content_id\":";
+    append_utf8(out, attachment.content_id);
+    line += ",\"disposition\":";
+    append_utf8(out, attachment.disposition);
+    line += '}';
+  });
+  line += ']';
+  if (record.full_problems) {
+    line += ",\"problems\":[";
+    append_each(out, message.problems, [&](tidewell::problem_t const& problem) { append_full_problem(out, problem); });
+    line += ']';
+  }
+  if (message.cut)
+    line += ",\"cut\":true";
+  line += "}\n";
+}
+
+// The start of a "name = value" line of the listing.
+void listing_name(std::string& out, char const* name) {
+  char padded[32];
+  std::snprintf(padded, sizeof padded, "%-11s = ", name);
+  out += padded;
+}
+
+// A list in parentheses, one element a line, each written by write_one;
+// nothing for an empty list.
+template <typename List, typename Write>
+void listing_list(printer_t& printer, char const* name, List const& list, Write&& write_one) {
+  if (list.empty())
+    return;
+  listing_name(printer.text, name);
+  printer.text += "(\n";
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    printer.text += "    ";
+    write_one(list[i]);
+    printer.text += i + 1 < list.size() ? ",\n" : "\n";
+  }
+  printer.text += ")\n";
+}
+
+void print_full_listing(record_t const& record, printer_t& printer) {
+  tidewell::message_t const& message = *record.full;
+  std::string& out = printer.text;
+  auto const text_line = [&](char const* name, std::optional<std::string> const& text) {
+    if (!text)
+      return;
+    listing_name(out, name);
+    append_utf8(printer, *text);
+    out += '\n';
+  };
+  auto const date_line = [&](char const* name, std::optional<tidewell::date_t> const& date) {
+    if (!date)
+      return;
+    listing_name(out, name);
+    auto const [d, sign, hours, minutes] = local_time(*date);
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02u %02ld:%02ld:%02ld %c%02ld%02ld\n", d.year, d.month, d.day,
+                  d.hours, d.minutes, d.seconds, sign, hours, minutes);
+    out += buffer;
+  };
+  // "Name" <address>, or either alone.
+  auto const mailbox = [&](tidewell::mailbox_t const& m) {
+    if (!m.name.empty())
+      append_utf8(printer, m.name);
+    if (!m.name.empty() && !m.address.empty())
+      out += ' ';
+    if (!m.address.empty()) {
+      out += '<';
+      append_escaped(out, valid_utf8(m.address));
+      out += '>';
+    }
+  };
+  text_line("subject", message.subject);
+  std::pair<char const*, std::vector<tidewell::mailbox_t> const*> const address_fields[] = {
+      {"from", &message.from}, {"sender", &message.sender}, {"reply_to", &message.reply_to},
+      {"to", &message.to},     {"cc", &message.cc},         {"bcc", &message.bcc}};
+  for (auto const& [name, list] : address_fields)
+    listing_list(printer, name, *list, mailbox);
+  date_line("date", message.date);
+  date_line("received", message.received);
+  text_line("message_id", message.message_id);
+  text_line("in_reply_to", message.in_reply_to);
+  listing_list(printer, "references", message.references, [&](std::string const& id) { append_utf8(printer, id); });
+  text_line("text", message.text);
+  // "name.pdf" application/pdf, 1234 bytes, attachment, <content-id>
+  listing_list(printer, "attachments", message.attachments, [&](tidewell::attachment_t const& a) {
+    append_utf8(printer, a.file_name);
+    out += ' ' + valid_utf8(a.media_type) + ", " + std::to_string(a.size) + " bytes, " + valid_utf8(a.disposition);
+    if (!a.content_id.empty())
+      out += ", <" + valid_utf8(a.content_id) + '>';
+  });
+  if (message.cut)
+    out += "  (cut: only the start of the message was read)\n";
+  bool const nothing = !message.subject && !message.date && !message.received && !message.message_id &&
+                       !message.in_reply_to && !message.text && message.references.empty() &&
+                       message.attachments.empty() &&
+                       std::all_of(std::begin(address_fields), std::end(address_fields),
+                                   [](auto const& field) { return field.second->empty(); });
+  if (nothing)
+    out += "  (nothing read)\n";
+  // The context is quoted, so each problem stays one line.
+  if (record.full_problems) {
+    for (tidewell::problem_t const& problem : message.problems) {
+      std::string text = valid_utf8(problem.text);
+      std::replace(text.begin(), text.end(), '\n', ' ');
+      out += "  problem: " + text;
+      if (!problem.context.empty()) {
+        out += ": ";
+        append_utf8(printer, problem.context);
+      }
+      out += '\n';
+    }
+  }
+}
+
 } // namespace
+
+std::string rfc3339(tidewell::date_t const& date) {
+  auto const [d, sign, hours, minutes] = local_time(date);
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ld%c%02ld:%02ld", d.year, d.month, d.day, d.hours,
+                d.minutes, d.seconds, sign, hours, minutes);
+  return buffer;
+}
 
 std::string iso8601(importer::instant_t instant) {
   auto const d = split(instant);
@@ -190,6 +441,8 @@ std::string iso8601(importer::instant_t instant) {
 }
 
 std::size_t printed_size(record_t const& record) {
+  if (record.full)
+    return record.path.size() + printed_size(*record.full);
   std::size_t size = record.path.size() + 64;
   for (auto const& [name, value] : record.attributes) {
     size += name.size() + 32;
@@ -205,6 +458,8 @@ std::size_t printed_size(record_t const& record) {
 // Written straight into one string: building a JSON document only to
 // serialise it cost more than the import of many messages.
 void print_json_line(record_t const& record, printer_t& out) {
+  if (record.full)
+    return print_full_json_line(record, out);
   // Room for everything unescaped, so that most lines are written into
   // one allocation.
   std::string& line = out.text;
@@ -292,6 +547,8 @@ void print_listing(record_t const& record, printer_t& printer) {
     out += "  (not imported: " + record.error + ")\n";
   else if (!record.imported)
     out += "  (not imported: not an e-mail message type)\n";
+  else if (record.full)
+    print_full_listing(record, printer);
   else if (record.attributes.empty())
     out += "  (no attributes)\n";
   for (auto const& [name, value] : record.attributes) {

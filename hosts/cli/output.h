@@ -3,8 +3,9 @@
 //
 // Every record the tool prints is built here, so the two renderings agree on
 // what a record holds: the path (with the message's number when it came from
-// an mbox), whether it was imported, why it could not be read, its
-// attributes and, when asked for, the problems the parsers reported.
+// an mbox), whether it was imported, why it could not be read, what was read
+// (the typed message of the full reading, or the desktop host's attributes)
+// and, when asked for, the problems the parsers reported.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +18,7 @@
 
 #include "error/handler.h"
 #include "importer/attributes.h"
+#include "importer/message.h"
 
 namespace cli {
 
@@ -32,9 +34,19 @@ struct record_t {
   std::size_t message = 0;
   // Why the path could not be read; empty when it could.
   std::string error;
-  // Present only when problems were asked for (then even when empty).
+  // The desktop reading's problems; present only when problems were asked
+  // for (then even when empty).
   std::optional<std::vector<quern::error::record_t>> problems;
+  // The full reading's message. When it is set the record is printed in the
+  // full reading's schema, and attributes and problems are not used;
+  // full_problems says whether its problems were asked for.
+  std::optional<tidewell::message_t> full;
+  bool full_problems = false;
 };
+
+// The version of the full reading's JSON record. It changes only when a key
+// changes meaning or goes away; new keys may appear within a version.
+inline constexpr int schema_version = 1;
 
 // Where a record is printed. With spill set, the printed text is handed on
 // each time it passes spill_at bytes and then dropped, so a record with a
@@ -64,17 +76,28 @@ std::size_t printed_size(record_t const& record);
 void print_json_line(record_t const& record, printer_t& out);
 void print_listing(record_t const& record, printer_t& out);
 
-// {"path": ..., "message": N, "imported": ..., "error": ..., "attributes":
-// {...}, "problems": [...]} and a line feed; "message", "error" and
-// "problems" only where they apply. Dates are "YYYY-MM-DDTHH:MM:SSZ" strings;
-// bytes that are not UTF-8 become U+FFFD so the line is always valid JSON.
+// The desktop reading: {"path": ..., "message": N, "imported": ...,
+// "error": ..., "attributes": {...}, "problems": [...]}; "message", "error"
+// and "problems" only where they apply, dates as "YYYY-MM-DDTHH:MM:SSZ".
+// The full reading: {"schema": 1, "path": ..., "message": N, "imported": ...,
+// "error": ..., then every field of the message, "problems": [...] and
+// "cut": true}; a field without a value is null and a list is always there,
+// [] when empty, so only "message", "error", "problems" and "cut" come and
+// go. Dates are RFC 3339 in the zone the message gave. Either way a line
+// feed ends the record, and bytes that are not UTF-8 become U+FFFD so the
+// line is always valid JSON.
 std::string to_json_line(record_t const& record);
 
 // The path (PATH:N for an mbox message), then "name = value" lines with lists
 // in parentheses, then the problems as indented lines, then a blank line.
+// The full reading leaves out fields without a value and empty lists.
 std::string to_listing(record_t const& record);
 
 // "YYYY-MM-DDTHH:MM:SSZ".
 std::string iso8601(importer::instant_t instant);
+
+// RFC 3339 in the date's own zone: "2025-10-07T03:30:00+02:00"; a zero
+// offset is "+00:00".
+std::string rfc3339(tidewell::date_t const& date);
 
 } // namespace cli

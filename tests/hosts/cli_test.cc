@@ -24,6 +24,80 @@ TEST(output, json_paths_dates_and_lists) {
   EXPECT_NE(listing.find("kMDItemAuthors                   = (\n    \"A\",\n    \"B\"\n)\n"), std::string::npos);
 }
 
+tidewell::date_t date_at(int y, unsigned m, unsigned d, int hours, int minutes, int offset_minutes) {
+  return {tidewell::instant_t(std::chrono::sys_days(std::chrono::year(y) / m / d)) + std::chrono::hours(hours) +
+              std::chrono::minutes(minutes),
+          std::chrono::minutes(offset_minutes)};
+}
+
+// The full reading's record: every key in its place, null for what the
+// message lacks, [] for an empty list, dates in the sender's zone, and
+// bytes that are not UTF-8 repaired even where the reading leaves them.
+TEST(output, full_record) {
+  cli::record_t record{"m.eml", true, {}};
+  record.full.emplace();
+  tidewell::message_t& m = *record.full;
+  m.subject = "Crew \"rota\"";
+  m.from = {{"Marta K", "marta@example.com"}};
+  m.to = {{"Bob", "bob@example.org"}, {"", "ann@example.com"}};
+  m.cc = {{"Bob", "bob@example.org"}};
+  m.date = date_at(2025, 10, 7, 1, 30, 120);
+  m.references = {"a@x", "b@x"};
+  m.text = "Hello\n";
+  m.attachments = {{"r\xE9.csv", "text/csv", 20, "", "attachment"}};
+  EXPECT_EQ(
+      cli::to_json_line(record),
+      "{\"schema\":1,\"path\":\"m.eml\",\"imported\":true,\"subject\":\"Crew \\\"rota\\\"\",\"from\":[{\"name\":"
+      "\"Marta K\",\"address\":\"marta@example.com\"}],\"sender\":[],\"reply_to\":[],\"to\":[{\"name\":\"Bob\","
+      "\"address\":\"bob@example.org\"},{\"name\":\"\",\"address\":\"ann@example.com\"}],\"cc\":[{\"name\":"
+      "\"Bob\",\"address\":\"bob@example.org\"}],\"bcc\":[],\"date\":\"2025-10-07T03:30:00+02:00\","
+      "\"received\":null,\"message_id\":null,\"in_reply_to\":null,\"references\":[\"a@x\",\"b@x\"],\"text\":"
+      "\"Hello\\n\",\"attachments\":[{\"file_name\":\"r\xEF\xBF\xBD.csv\",\"media_type\":\"text/csv\",\"size\":20,"
+      "\"content_id\":\"\",\"disposition\":\"attachment\"}]}\n");
+  EXPECT_EQ(cli::to_listing(record),
+            "m.eml\n"
+            "subject     = \"Crew \\\"rota\\\"\"\n"
+            "from        = (\n    \"Marta K\" <marta@example.com>\n)\n"
+            "to          = (\n    \"Bob\" <bob@example.org>,\n    <ann@example.com>\n)\n"
+            "cc          = (\n    \"Bob\" <bob@example.org>\n)\n"
+            "date        = 2025-10-07 03:30:00 +0200\n"
+            "references  = (\n    \"a@x\",\n    \"b@x\"\n)\n"
+            "text        = \"Hello\\n\"\n"
+            "attachments = (\n    \"r\xEF\xBF\xBD.csv\" text/csv, 20 bytes, attachment\n)\n\n");
+  // The keys that come and go: the mbox number, the failure, problems, cut.
+  record = {"box", false, {}};
+  record.message = 3;
+  record.error = "Input/output error";
+  record.full.emplace();
+  record.full->cut = true;
+  record.full_problems = true;
+  record.full->problems = {{{}, 0, "No closing MIME boundary found", "--b\n"}};
+  std::string const line = cli::to_json_line(record);
+  std::string const start = "{\"schema\":1,\"path\":\"box\",\"message\":3,\"imported\":false,\"error\":\"Input/output "
+                            "error\",\"subject\":null,";
+  EXPECT_EQ(line.substr(0, start.size()), start);
+  EXPECT_EQ(line.substr(line.find(",\"attachments\"")),
+            ",\"attachments\":[],\"problems\":[{\"text\":\"No closing MIME boundary found\",\"context\":\"--b\\n\"}],"
+            "\"cut\":true}\n");
+}
+
+// The local time and offset of the zone the message gave, across a day's
+// and a year's end; UTC is +00:00, never Z.
+TEST(output, dates_in_the_senders_zone) {
+  struct row_t {
+    tidewell::date_t date;
+    char const* expected;
+  } const rows[] = {
+      {date_at(2025, 10, 7, 1, 30, 120), "2025-10-07T03:30:00+02:00"},
+      {date_at(2025, 10, 7, 1, 30, 0), "2025-10-07T01:30:00+00:00"},
+      {date_at(2025, 10, 7, 1, 30, -120), "2025-10-06T23:30:00-02:00"},
+      {date_at(2024, 12, 31, 20, 0, 330), "2025-01-01T01:30:00+05:30"},
+      {date_at(2025, 3, 1, 3, 0, -210), "2025-02-28T23:30:00-03:30"},
+  };
+  for (auto const& row : rows)
+    EXPECT_EQ(cli::rfc3339(row.date), row.expected);
+}
+
 // Every ASCII byte and some UTF-8, at every offset within sixteen bytes,
 // escaped as boost::json's serializer escapes it.
 TEST(output, json_strings_match_boost_json) {
@@ -50,10 +124,15 @@ TEST(output, large_records_print_in_pieces) {
   std::string text;
   for (int i = 0; text.size() < 3 * cli::printer_t::spill_at; ++i)
     text += std::string("line \"") + std::string(1, '\0') + "\" " + std::to_string(i) + "\n";
-  cli::record_t record{"big.eml", true, {}};
-  record.attributes.set("kMDItemTextContent", text);
-  record.attributes.set("kMDItemAuthors", std::vector<std::string>{text, "B"});
-  for (bool json : {true, false}) {
+  cli::record_t desktop{"big.eml", true, {}};
+  desktop.attributes.set("kMDItemTextContent", text);
+  desktop.attributes.set("kMDItemAuthors", std::vector<std::string>{text, "B"});
+  cli::record_t full{"big.eml", true, {}};
+  full.full.emplace();
+  full.full->text = text;
+  full.full->to = {{text, "b@x"}};
+  for (auto const& [record, json] :
+       {std::pair{desktop, true}, std::pair{desktop, false}, std::pair{full, true}, std::pair{full, false}}) {
     std::string spilled;
     std::size_t largest = 0;
     cli::printer_t printer;

@@ -29,6 +29,11 @@ def records(out):
     return [json.loads(line) for line in out.splitlines()]
 
 
+def fields(record):
+    """What a record says of its message, without where it came from."""
+    return {k: v for k, v in record.items() if k not in ("path", "message")}
+
+
 def write(path, data):
     os.makedirs(os.path.dirname(path), exist_ok=True)
     with open(path, "wb") as f:
@@ -48,22 +53,27 @@ def roots():
 def case_errors(tmp):
     # Usage errors exit 2, help and version 0; an empty file is a message, a
     # file of another content type is not imported.
-    check([run(*a)[0] for a in ([], ["--bogus", "x"], ["--content-type"], ["--help"])] == [2, 2, 2, 0], "statuses")
+    check([run(*a)[0] for a in ([], ["--bogus", "x"], ["--content-type"], ["--full", "--desktop", "x"], ["--help"])]
+          == [2, 2, 2, 2, 0], "statuses")
     check(run("--version")[1].startswith(b"tidewell-import "), "--version")
     write(os.path.join(tmp, "empty.eml"), b"")
     plain = os.path.join(EXAMPLES, "plain.eml")
-    check(run(os.path.join(tmp, "empty.eml"))[0] == 0 and records(run("--json", "--content-type", "public.plain-text",
-          plain)[1]) == [{"path": plain, "imported": False, "attributes": {}}], "empty, and other content types")
+    other = ["--json", "--content-type", "public.plain-text", plain]
+    full = records(run(*other)[1])
+    check(run(os.path.join(tmp, "empty.eml"))[0] == 0 and len(full) == 1 and not full[0]["imported"]
+          and full[0]["subject"] is None and records(run("--desktop", *other)[1])
+          == [{"path": plain, "imported": False, "attributes": {}}], "empty, and other content types")
     # One job: diagnostics come from the workers, in task order only then.
-    status, out, err = run("--json", "-j", "1", "nope1.eml", os.path.join(EXAMPLES, "plain.eml"), "nope2.eml",
-                           cwd=tmp)
-    lines = records(out)
-    check(status == 1, "a missing file exits 1")
+    # The desktop importer writes a line of its own before the tool's.
     missing = "No such file or directory"
-    check([(r["path"], r.get("error"), r["imported"]) for r in lines][0::2] == [("nope1.eml", missing, False),
-          ("nope2.eml", missing, False)] and lines[1]["imported"], "each path keeps its record, saying why")
-    check(err.splitlines() == ["fopen: " + missing, "tidewell-import: nope1.eml: " + missing, "fopen: " + missing,
-                               "tidewell-import: nope2.eml: " + missing], "the importer's line, then the path: " + err)
+    for extra, own in (([], []), (["--desktop"], ["fopen: " + missing])):
+        status, out, err = run("--json", "-j", "1", *extra, "nope1.eml", plain, "nope2.eml", cwd=tmp)
+        lines = records(out)
+        check(status == 1, "a missing file exits 1")
+        check([(r["path"], r.get("error"), r["imported"]) for r in lines][0::2] == [("nope1.eml", missing, False),
+              ("nope2.eml", missing, False)] and lines[1]["imported"], "each path keeps its record, saying why")
+        check(err.splitlines() == own + ["tidewell-import: nope1.eml: " + missing] + own +
+              ["tidewell-import: nope2.eml: " + missing], "%s the path and why: %s" % (extra, err))
     status, out, err = run("examples/plain.eml/x", cwd=SOURCE)
     check(status == 1 and "tidewell-import: examples/plain.eml/x: Not a directory" in err, "ENOTDIR: " + err)
     # Permissions: root reads everything, so as root the tool runs as nobody.
@@ -77,7 +87,7 @@ def case_errors(tmp):
     status, out, err = run("--json", "-j", "1", "walk", cwd=tmp, prefix=as_user)
     check(status == 1 and [r.get("error") for r in records(out)] == [None, "Permission denied", "Permission denied"],
           "unreadable folder and file: %r" % out)
-    check(err.splitlines() == ["tidewell-import: walk/locked: Permission denied", "fopen: Permission denied",
+    check(err.splitlines() == ["tidewell-import: walk/locked: Permission denied",
                                "tidewell-import: walk/secret.eml: Permission denied"], "unreadable: " + err)
 
 
@@ -113,10 +123,14 @@ def case_special_files(tmp):
 
 
 def case_stdin(tmp):
-    for name in sorted(os.listdir(EXAMPLES)) + [None]:  # None: empty input is an empty message
-        status, out, _ = run("--json", "-", stdin=example(name) if name else b"")
-        want = records(run("--json", os.path.join(EXAMPLES, name))[1])[0]["attributes"] if name else {}
-        check(status == 0 and [(r["path"], r["attributes"]) for r in records(out)] == [("-", want)], "- reads %s" % name)
+    write(os.path.join(tmp, "empty.eml"), b"")
+    for reading in ([], ["--desktop"]):
+        for name in sorted(os.listdir(EXAMPLES)) + [None]:  # None: empty input is an empty message
+            status, out, _ = run("--json", *reading, "-", stdin=example(name) if name else b"")
+            path = os.path.join(EXAMPLES, name) if name else os.path.join(tmp, "empty.eml")
+            want = fields(records(run("--json", *reading, path)[1])[0])
+            check(status == 0 and [(r["path"], fields(r)) for r in records(out)] == [("-", want)],
+                  "- reads %s %s" % (name, reading))
 
 
 def mboxrd(messages, separator=b"From - Mon Jan  1 00:00:00 2024\n"):
@@ -135,15 +149,17 @@ def case_mbox(tmp):
               b"Subject: three\r\n\r\nthird\r\n"]
     path = os.path.join(tmp, "box")
     write(path, mboxrd(bodies[:2]) + mboxrd(bodies[2:], b"From someone@example.org Tue Jan  2 10:11:12 2024\n"))
-    status, out, err = run("--json", "--crlf", "--mbox", path)
+    status, out, err = run("--json", "--mbox", path)
     lines = records(out)
     check(status == 0 and [(r["path"], r["message"]) for r in lines] == [(path, 1), (path, 2), (path, 3)],
           "three records numbered from 1: " + out.decode())
     for record, body in zip(lines, bodies):
-        single = records(run("--json", "--crlf", "-", stdin=body)[1])[0]
-        check(record["attributes"] == single["attributes"], "message %d as imported alone" % record["message"])
-    check("From here\n" in lines[0]["attributes"]["kMDItemTextContent"], ">From is unquoted once")
-    status, text, err = run("--mbox", "--crlf", "--summary", path)
+        single = records(run("--json", "-", stdin=body)[1])[0]
+        check(fields(record) == fields(single), "message %d as imported alone" % record["message"])
+    check("From here\n" in lines[0]["text"] and lines[2]["subject"] == "three", ">From unquoted once, CR LF read")
+    desktop = records(run("--json", "--crlf", "--mbox", path)[1])
+    check([r["attributes"].get("kMDItemSubject") for r in desktop] == ["one", "two", "three"], "the desktop reading")
+    status, text, err = run("--mbox", "--summary", path)
     check(text.decode().startswith(path + ":1\n"), "the listing names PATH:N")
     check(err.startswith("3 messages, 3 imported, 3 with text, 0 unreadable, "), "messages are counted: " + err)
     # Streamed: memory grows with the largest message, not with the mbox.
@@ -153,9 +169,9 @@ def case_mbox(tmp):
     write(big, chunk * rounds)
     copies = 1000 * rounds
     split = records(run("--json", "--mbox", big)[1])
-    alone = records(run("--json", os.path.join(EXAMPLES, "mixed-attachment.eml"))[1])[0]["attributes"]
-    check(len(split) == copies and all(r["attributes"] == alone for r in split),
-          "%d of %d messages read across the read chunks" % (sum(r["attributes"] == alone for r in split), copies))
+    alone = fields(records(run("--json", os.path.join(EXAMPLES, "mixed-attachment.eml"))[1])[0])
+    same = sum(fields(r) == alone for r in split)
+    check(len(split) == copies and same == copies, "%d of %d messages read across the read chunks" % (same, copies))
     small, large = peak_rss("--json", "--mbox", "-j", "2", path), peak_rss("--json", "--mbox", "-j", "2", big)
     print("peak RSS: %d KiB for 3 messages, %d KiB for a %d MiB mbox" % (small, large, os.path.getsize(big) >> 20))
     check(large - small < 16 << 10, "memory bounded by the messages, not the mbox")
@@ -194,7 +210,7 @@ def case_maildir(tmp):
 
 
 def case_jobs(tmp):
-    for extra in ([], ["--problems"], ["--crlf"], ["--full"]):
+    for extra in ([], ["--problems"], ["--desktop"], ["--crlf"]):
         one, two, seven = (run("--json", "-j", jobs, *extra, *roots(), timeout=600)[1] for jobs in ("1", "2", "7"))
         check(len(one.splitlines()) > 5 and two == one and seven == one, "-j 2 and -j 7 equal -j 1 %s" % extra)
     check(run("-j", "0", EXAMPLES)[0] == 2 and run("-jx", EXAMPLES)[0] == 2, "bad job counts are usage errors")
@@ -203,7 +219,7 @@ def case_jobs(tmp):
     write(os.path.join(tmp, "big.eml"), b"Subject: big\n\n" + text.encode())
     for jobs in ("1", "2"):
         big = records(run("--json", "-j", jobs, *[os.path.join(tmp, "big.eml")] * 2)[1])
-        check([r["attributes"]["kMDItemTextContent"] for r in big] == [text] * 2, "a 4 MB record with -j " + jobs)
+        check([r["text"] for r in big] == [text] * 2, "a 4 MB record with -j " + jobs)
 
 
 MALFORMED = (b"From: a@example.org\nDate: Thu, 30 Apr 98 11:28:50 EDT\nSubject: =?utf-8?B?bm90IGJhc2U2NA?=\n"
@@ -212,22 +228,26 @@ MALFORMED = (b"From: a@example.org\nDate: Thu, 30 Apr 98 11:28:50 EDT\nSubject: 
 
 
 def case_problems(tmp):
-    for extra in ([], ["--crlf"], ["--full"]):
+    for extra in ([], ["--desktop"], ["--crlf"]):
         plain = records(run("--json", *extra, *roots(), timeout=600)[1])
         linted = records(run("--json", "--problems", *extra, *roots(), timeout=600)[1])
-        differ = [a["path"] for a, b in zip(plain, linted) if a["attributes"] != b["attributes"]]
-        check(len(plain) == len(linted) and not differ, "the same attributes with --problems %s: %s" % (extra, differ[:5]))
+        differ = [a["path"] for a, b in zip(plain, linted) if a != {k: v for k, v in b.items() if k != "problems"}]
+        check(len(plain) == len(linted) and not differ, "the same records with --problems %s: %s" % (extra, differ[:5]))
         check(all(isinstance(r["problems"], list) for r in linted), "every record has a list")
         if len(roots()) > 1:
             check(sum(1 for r in linted if r["problems"]) > 100, "the corpus has problems to report")
-    status, out, _ = run("--json", "--problems", "-", stdin=MALFORMED)
-    problems = records(out)[0]["problems"]
-    texts = [p["description"] for p in problems]
-    check(status == 0 and any("closing MIME boundary" in t for t in texts), "unclosed multipart: %s" % texts)
-    check(any(p.get("#priority") == "low" for p in problems), "obsolete date forms are low priority")
-    check(all(isinstance(v, str) for p in problems for v in p.values()), "records are string maps")
-    _, text, _ = run("--problems", "-", stdin=MALFORMED)
-    check(text.decode().count("\n  problem: { ") == len(problems), "one indented line per problem")
+    # The desktop reading prints its parsers' records as they are, the full
+    # reading each problem's text and context.
+    for extra, key, line in ((["--desktop"], "description", "\n  problem: { "), ([], "text", "\n  problem: ")):
+        status, out, _ = run("--json", "--problems", *extra, "-", stdin=MALFORMED)
+        problems = records(out)[0]["problems"]
+        texts = [p[key] for p in problems]
+        check(status == 0 and any("closing MIME boundary" in t for t in texts), "unclosed multipart: %s" % texts)
+        check(all(isinstance(v, str) for p in problems for v in p.values()), "records are string maps")
+        _, text, _ = run("--problems", *extra, "-", stdin=MALFORMED)
+        check(text.decode().count(line) == len(problems), "one indented line per problem %s" % extra)
+        if extra:
+            check(any(p.get("#priority") == "low" for p in problems), "obsolete date forms are low priority")
 
 
 def case_progress(tmp):
@@ -245,15 +265,54 @@ def case_progress(tmp):
         os.close(main)
         return data.decode(errors="replace")
 
-    # Of the 10 examples, html-only.eml and two others have no plain text.
+    # Every example has text; html-only.eml and two others have no plain
+    # text, which is all the desktop reading reads.
     shown = on_terminal(EXAMPLES)
     check("\r" in shown and " of 10 files, " in shown and " MB/s" in shown, "a progress line: %r" % shown)
-    check("10 files, 10 imported, 7 with text, 0 unreadable, " in shown, "a summary on a terminal: %r" % shown)
+    check("10 files, 10 imported, 10 with text, 0 unreadable, " in shown, "a summary on a terminal: %r" % shown)
+    check("10 files, 10 imported, 7 with text, 0 unreadable, " in on_terminal("--desktop", EXAMPLES), "--desktop")
     check(on_terminal("--quiet", EXAMPLES) == "", "--quiet silences both")
     _, _, err = run("--json", EXAMPLES, "nope.eml")
     check("imported" not in err, "no summary when not a terminal")
     _, _, err = run("--json", "--summary", EXAMPLES, "nope.eml", cwd=tmp)
-    check(err.splitlines()[-1].startswith("11 files, 10 imported, 7 with text, 1 unreadable, "), "--summary: " + err)
+    check(err.splitlines()[-1].startswith("11 files, 10 imported, 10 with text, 1 unreadable, "), "--summary: " + err)
+
+
+CREW = (b'From: Marta Kowalska <marta@example.com>\r\nTo: Bob Marsh <bob@example.org>, ann@example.com\r\n'
+        b'Cc: "Lee, Carol" <carol@example.net>\r\nSubject: Crew rota\r\nDate: Tue, 7 Oct 2025 03:30:00 +0200\r\n'
+        b'Content-Type: text/html; charset=utf-8\r\n\r\n<html><body><p>Shifts are <b>attached</b>.</p></body></html>\r\n')
+
+
+def case_readings(tmp):
+    # With no option, a CR LF file gives its subject, every recipient and
+    # the text of its HTML body, and its date in the sender's zone.
+    path = os.path.join(tmp, "crew.eml")
+    write(path, CREW)
+    status, out, _ = run(path)
+    listing = out.decode()
+    check(status == 0 and 'subject     = "Crew rota"\n' in listing and 'text        = "Shifts are attached.\\n"\n' in listing
+          and 'to          = (\n    "Bob Marsh" <bob@example.org>,\n    <ann@example.com>\n)\n' in listing
+          and 'cc          = (\n    "Lee, Carol" <carol@example.net>\n)\n' in listing, "the listing: " + listing)
+    r = records(run("--json", path)[1])[0]
+    check(r["schema"] == 1 and r["subject"] == "Crew rota" and r["text"] == "Shifts are attached.\n"
+          and [(m["name"], m["address"]) for m in r["to"] + r["cc"]] == [("Bob Marsh", "bob@example.org"),
+          ("", "ann@example.com"), ("Lee, Carol", "carol@example.net")] and r["date"] == "2025-10-07T03:30:00+02:00"
+          and r["received"] is None and r["references"] == [], "the JSON record: %r" % r)
+    # The desktop host's record of the same message with LF line ends, as it
+    # always was: one mailbox per field, no HTML text, UTC dates.
+    lf = os.path.join(tmp, "crew-lf.eml")
+    write(lf, CREW.replace(b"\r\n", b"\n"))
+    desktop = run("--json", "--desktop", "crew-lf.eml", cwd=tmp)[1]
+    check(desktop == b'{"path":"crew-lf.eml","imported":true,"attributes":{"kMDItemAuthorEmailAddresses":['
+          b'"marta@example.com"],"kMDItemAuthors":["Marta Kowalska"],"kMDItemContentCreationDate":"2025-10-07T01:30:00Z"'
+          b',"kMDItemDisplayName":"Crew rota","kMDItemRecipientEmailAddresses":["ann@example.com","carol@example.net"],'
+          b'"kMDItemRecipients":["Bob Marsh <bob@example.org>,","Lee, Carol"],"kMDItemSubject":"Crew rota"}}\n',
+          "the desktop record: %r" % desktop)
+    # --crlf alone is the desktop reading as it always was; with --full it
+    # is the full reading, which reads CR LF anyway.
+    check(run("--json", "--crlf", path)[1] == run("--json", "--desktop", "--crlf", path)[1]
+          and b'"kMDItemSubject":"Crew rota"' in run("--json", "--crlf", path)[1], "--crlf implies --desktop")
+    check(run("--json", "--full", "--crlf", path)[1] == run("--json", path)[1], "--full --crlf is the full reading")
 
 
 def case_run_examples(tmp):

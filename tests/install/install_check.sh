@@ -25,6 +25,6 @@ if ! diff <(sort -u "$build/install_manifest.txt") <(find "$prefix" -type f -o -
   exit 1
 fi
 
-"$prefix/bin/tidewell-import" --json "$source/examples/plain.eml" | grep -q '"kMDItemSubject":"Agenda for Thursday' \
+"$prefix/bin/tidewell-import" --json "$source/examples/plain.eml" | grep -q '"subject":"Agenda for Thursday' \
   || { echo "the installed tidewell-import did not print the subject" >&2; exit 1; }
 env -u LD_LIBRARY_PATH "$source/tests/consumer/check" "$prefix"
