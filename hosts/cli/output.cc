@@ -223,12 +223,14 @@ local_t local_time(tidewell::date_t const& date) {
   return {split(date.instant + date.offset), offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60};
 }
 
-// The problem's description, with the context it was found in.
+// The problem's code, where it is in the message, its description and the
+// context it was found in.
 void append_full_problem(printer_t& out, tidewell::problem_t const& problem) {
-  // TODO(problem codes): once error/problems.h names its codes, write
-  // "code":name_of(problem.code) here, first, and the same name before the
-  // text in the listing.
-  out.text += "{\"text\":";
+  out.text += "{\"code\":\"";
+  out.text += quern::error::name_of(problem.code);
+  out.text += "\",\"offset\":";
+  out.text += std::to_string(problem.offset);
+  out.text += ",\"text\":";
   append_utf8(out, problem.text);
   out.text += ",\"context\":";
   append_utf8(out, problem.context);
@@ -248,7 +250,7 @@ std::size_t printed_size(tidewell::message_t const& message) {
   for (tidewell::attachment_t const& attachment : message.attachments)
     size += attachment.file_name.size() + attachment.media_type.size() + attachment.content_id.size() + 96;
   for (tidewell::problem_t const& problem : message.problems)
-    size += problem.text.size() + problem.context.size() + 32;
+    size += problem.text.size() + problem.context.size() + 80;
   return size;
 }
 
@@ -397,7 +399,9 @@ void print_full_listing(record_t const& record, printer_t& printer) {
     for (tidewell::problem_t const& problem : message.problems) {
       std::string text = valid_utf8(problem.text);
       std::replace(text.begin(), text.end(), '\n', ' ');
-      out += "  problem: " + text;
+      out += "  problem: ";
+      out += quern::error::name_of(problem.code);
+      out += " at " + std::to_string(problem.offset) + ": " + text;
       if (!problem.context.empty()) {
         out += ": ";
         append_utf8(printer, problem.context);

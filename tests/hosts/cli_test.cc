@@ -71,13 +71,15 @@ TEST(output, full_record) {
   record.full.emplace();
   record.full->cut = true;
   record.full_problems = true;
-  record.full->problems = {{{}, 0, "No closing MIME boundary found", "--b\n"}};
+  record.full->problems = {
+      {quern::error::code_t::multipart_no_closing_boundary, 42, "No closing MIME boundary found", "--b\n"}};
   std::string const line = cli::to_json_line(record);
   std::string const start = "{\"schema\":1,\"path\":\"box\",\"message\":3,\"imported\":false,\"error\":\"Input/output "
                             "error\",\"subject\":null,";
   EXPECT_EQ(line.substr(0, start.size()), start);
   EXPECT_EQ(line.substr(line.find(",\"attachments\"")),
-            ",\"attachments\":[],\"problems\":[{\"text\":\"No closing MIME boundary found\",\"context\":\"--b\\n\"}],"
+            ",\"attachments\":[],\"problems\":[{\"code\":\"multipart_no_closing_boundary\",\"offset\":42,\"text\":"
+            "\"No closing MIME boundary found\",\"context\":\"--b\\n\"}],"
             "\"cut\":true}\n");
 }
 

@@ -243,7 +243,9 @@ def case_problems(tmp):
         problems = records(out)[0]["problems"]
         texts = [p[key] for p in problems]
         check(status == 0 and any("closing MIME boundary" in t for t in texts), "unclosed multipart: %s" % texts)
-        check(all(isinstance(v, str) for p in problems for v in p.values()), "records are string maps")
+        check(all(isinstance(v, str) for p in problems for k, v in p.items() if k != "offset"), "records are strings")
+        if not extra:
+            check(all(p["code"] and isinstance(p["offset"], int) for p in problems), "full problems: code, offset")
         _, text, _ = run("--problems", *extra, "-", stdin=MALFORMED)
         check(text.decode().count(line) == len(problems), "one indented line per problem %s" % extra)
         if extra:
