@@ -40,7 +40,10 @@ walked_t walk(std::string const& message, email::reading_t reading) {
   char const* const end = cursor + message.size();
   auto headers = email::quick_parse_headers(cursor, end, importer::wanted_headers(), reading);
   walked_t result;
-  result.text = email::parse_body(cursor, end, headers, true, reading, &result.names);
+  email::body_t body = email::read_body(cursor, end, headers, true, reading, true);
+  result.text = body.text.value_or(email::no_text_marker);
+  for (email::attachment_t& attachment : body.attachments)
+    result.names.push_back(std::move(attachment.file_name));
   return result;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "importer/import.h"
+#include "importer/message.h"
 
 #include <boost/algorithm/string/join.hpp>
 #include <boost/locale/utf.hpp>
@@ -63,8 +64,27 @@ TEST(import, attributes_from_headers_and_body) {
   }
 }
 
-// The same messages in both readings: where they differ, and that the full
-// reading's lists stay parallel and its strings well-formed.
+// The full reading's typed message beside the desktop attributes, as the
+// desktop attribute it stands for: From's names and addresses for the
+// authors, To's, Cc's and Bcc's for the recipients.
+std::string shown(tidewell::message_t const& message, std::string_view name) {
+  using namespace importer::attribute;
+  auto const optional = [](std::optional<std::string> const& value) { return value.value_or("<absent>"); };
+  if (name == subject)
+    return optional(message.subject);
+  if (name == text_content)
+    return optional(message.text);
+  bool const names = name == authors || name == recipients;
+  std::vector<std::string> parts;
+  for (auto const* field : name == authors || name == author_email_addresses
+                               ? std::vector{&message.from}
+                               : std::vector{&message.to, &message.cc, &message.bcc})
+    for (tidewell::mailbox_t const& mailbox : *field)
+      parts.push_back(names ? mailbox.name : mailbox.address);
+  return parts.empty() ? "<absent>" : boost::algorithm::join(parts, "|");
+}
+
+// The same messages in both readings: where they differ.
 TEST(import, full_reading_against_desktop_reading) {
   using namespace importer::attribute;
   std::string const fffd = "\xEF\xBF\xBD";
@@ -77,30 +97,21 @@ TEST(import, full_reading_against_desktop_reading) {
        {{subject, "<absent>", "a" + fffd + "z"}, {text_content, "<absent>", "body " + fffd + " text\n"}}},
       {"From: Ann <ann@x>, =?utf-8?q?B=ED=B0=80?= <b@x>\n\nb\n",
        {{authors, "<absent>", "Ann|B" + fffd}, {author_email_addresses, "b@x", "ann@x|b@x"}}},
-      // Every mailbox, paired; repeated mailboxes once; "" for no name.
-      {"From: Ann <ann@x>\nTo: Bob <bob@y>, carol@z\nCc: Bob <bob@y>, Ann <ann@x>\nBcc: carol@z\n\nbody\n",
+      // Every mailbox, paired, "" for no name; a mailbox repeated within a
+      // field once, but in every field that names it.
+      {"From: Ann <ann@x>\nTo: Bob <bob@y>, carol@z, Bob <bob@y>\nCc: Bob <bob@y>, Ann <ann@x>\nBcc: carol@z\n\nbody\n",
        {{authors, "Ann", "Ann"},
         {author_email_addresses, "ann@x", "ann@x"},
-        {recipients, "Bob <bob@y>,|Bob <bob@y>, Ann", "Bob||Ann"},
-        {recipient_email_addresses, "carol@z|ann@x|carol@z", "bob@y|carol@z|ann@x"}}},
+        {recipients, "Bob|Bob <bob@y>, Ann", "Bob||Bob|Ann|"},
+        {recipient_email_addresses, "bob@y|ann@x|carol@z", "bob@y|carol@z|bob@y|ann@x|carol@z"}}},
       {"To: undisclosed-recipients:;\n\nb\n", {{recipients, "undisclosed-recipients", "<absent>"}}},
   };
   for (auto const& c : cases) {
     auto const desktop = import(c.message);
-    attribute_set_t full;
-    importer::import_bytes(c.message.data(), c.message.data() + c.message.size(), full,
-                           importer::options_t{importer::reading_t::full});
+    auto const full = tidewell::parse(c.message);
     for (auto const& [name, in_desktop, in_full] : c.expected) {
       EXPECT_EQ(shown(desktop, name), in_desktop) << c.message << name;
       EXPECT_EQ(shown(full, name), in_full) << c.message << name;
-    }
-    for (auto const& [names, emails] :
-         {std::pair(authors, author_email_addresses), std::pair(recipients, recipient_email_addresses)}) {
-      auto const count = [&](std::string_view a) {
-        auto const* list = full.find(a) ? std::get_if<std::vector<std::string>>(full.find(a)) : nullptr;
-        return list ? list->size() : 0;
-      };
-      EXPECT_EQ(count(names), count(emails)) << c.message;
     }
   }
 }

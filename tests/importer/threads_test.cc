@@ -12,41 +12,51 @@
 #include <gtest/gtest.h>
 
 #include "importer/import.h"
+#include "importer/message.h"
 #include "tests/support/messages.h"
 
 namespace {
 
-importer::attribute_set_t::map_t record(std::string const& path, importer::options_t const& options) {
+// Each reading's result for one file: the desktop attributes, or the typed
+// message.
+importer::attribute_set_t::map_t desktop(std::string const& path) {
   importer::attribute_set_t attributes;
-  importer::import_file(path, attributes, options);
+  importer::import_file(path, attributes);
   return {attributes.begin(), attributes.end()};
+}
+
+tidewell::message_t full(std::string const& path) {
+  std::error_code error;
+  return tidewell::parse_file(path.c_str(), {}, error);
+}
+
+// Every path read forward on one thread and backward on another at once
+// gives what one thread alone gives.
+template <typename Read> void expect_same_on_two_threads(std::vector<std::string> const& paths, Read read) {
+  using result_t = decltype(read(paths.front()));
+  std::vector<result_t> expected;
+  for (auto const& path : paths)
+    expected.push_back(read(path));
+  std::vector<result_t> forward(paths.size()), backward(paths.size());
+  std::thread first([&] {
+    for (std::size_t i = 0; i < paths.size(); ++i)
+      forward[i] = read(paths[i]);
+  });
+  std::thread second([&] {
+    for (std::size_t i = paths.size(); i-- > 0;)
+      backward[i] = read(paths[i]);
+  });
+  first.join();
+  second.join();
+  for (std::size_t i = 0; i < paths.size(); ++i)
+    EXPECT_TRUE(forward[i] == expected[i] && backward[i] == expected[i]) << paths[i];
 }
 
 TEST(threads, two_threads_import_the_corpus_like_one) {
   std::vector<std::string> const paths = test_support::message_paths();
   ASSERT_FALSE(paths.empty());
-  for (importer::reading_t reading : {importer::reading_t::desktop, importer::reading_t::full}) {
-    importer::options_t options;
-    options.reading = reading;
-    std::vector<importer::attribute_set_t::map_t> expected;
-    for (auto const& path : paths)
-      expected.push_back(record(path, options));
-
-    std::vector<importer::attribute_set_t::map_t> forward(paths.size()), backward(paths.size());
-    std::thread first([&] {
-      for (std::size_t i = 0; i < paths.size(); ++i)
-        forward[i] = record(paths[i], options);
-    });
-    std::thread second([&] {
-      for (std::size_t i = paths.size(); i-- > 0;)
-        backward[i] = record(paths[i], options);
-    });
-    first.join();
-    second.join();
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-      EXPECT_TRUE(forward[i] == expected[i] && backward[i] == expected[i]) << paths[i];
-    }
-  }
+  expect_same_on_two_threads(paths, desktop);
+  expect_same_on_two_threads(paths, full);
 }
 
 } // namespace
