@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The extractor as Baloo runs it: loaded by KFileMetaData's own
 // ExtractorCollection from QT_PLUGIN_PATH and run into a
-// SimpleExtractionResult. Every corpus message is checked against the core's
-// own import, with standard output empty throughout, as it is
-// baloo_file_extractor's pipe to the indexer.
+// SimpleExtractionResult. Every corpus message is checked against what
+// tidewell::parse_file reads from it, with standard output empty throughout,
+// as it is baloo_file_extractor's pipe to the indexer.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -22,7 +22,7 @@
 #include <QTemporaryDir>
 
 #include "hosts/kde/message.h"
-#include "importer/import.h"
+#include "importer/message.h"
 #include "tests/support/messages.h"
 
 namespace {
@@ -139,31 +139,37 @@ TEST(kde_extractor, corpus) {
   for (std::string const& path : paths) {
     SCOPED_TRACE(path);
     SimpleExtractionResult const result = extract(path);
-    importer::attribute_set_t core;
-    importer::import_file(path, core, importer::options_t{.reading = importer::reading_t::full});
+    std::error_code error;
+    tidewell::message_t const core = tidewell::parse_file(path.c_str(), kde_host::read_options(), error);
+    ASSERT_FALSE(error) << error.message();
 
-    auto const* subject = core.find(importer::attribute::subject);
     QStringList const expected_title =
-        subject ? QStringList{QString::fromStdString(std::get<std::string>(*subject))} : QStringList{};
+        core.subject ? QStringList{QString::fromStdString(*core.subject)} : QStringList{};
     EXPECT_EQ(strings(result, property::Title), expected_title);
     EXPECT_EQ(strings(result, property::Subject), expected_title);
     with_title += !expected_title.isEmpty();
 
-    auto const* sent = core.find(importer::attribute::content_creation_date);
+    QStringList const authors = strings(result, property::Author);
+    EXPECT_EQ(authors.size(), core.from.size());
+    for (tidewell::mailbox_t const& mailbox : core.from)
+      EXPECT_TRUE(mailbox.address.empty() || authors.join('\n').contains(QString::fromStdString(mailbox.address)))
+          << mailbox.address;
+
     QVariant const date = result.properties(KFileMetaData::MultiMap).value(property::CreationDate);
-    EXPECT_EQ(date.isValid(), sent != nullptr);
-    if (sent && date.isValid()) {
-      EXPECT_EQ(date.toDateTime().toSecsSinceEpoch(), std::get<importer::instant_t>(*sent).time_since_epoch().count());
+    EXPECT_EQ(date.isValid(), core.date.has_value());
+    if (core.date && date.isValid()) {
+      EXPECT_EQ(date.toDateTime().toSecsSinceEpoch(), core.date->instant.time_since_epoch().count());
     }
 
     std::string const text = result.text().toStdString();
     EXPECT_LT(text.size(), kde_host::max_text_bytes);
-    if (auto const* body = core.find(importer::attribute::text_content)) {
-      std::string const& body_text = std::get<std::string>(*body);
-      std::string_view const opening = kde_host::cut_text(body_text, 200);
+    if (core.text) {
+      std::string_view const opening = kde_host::cut_text(*core.text, 200);
       EXPECT_NE(text.find(opening), std::string::npos);
       with_text += !opening.empty();
     }
+    for (tidewell::attachment_t const& attachment : core.attachments)
+      EXPECT_NE(text.find(attachment.file_name), std::string::npos) << attachment.file_name;
   }
 
   std::fflush(stdout);
