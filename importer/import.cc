@@ -6,8 +6,6 @@
 #include <charconv>
 #include <iterator>
 
-#include <boost/locale/utf.hpp>
-
 #include "charset/utf8.h"
 #include "error/diagnostics.h"
 #include "importer/file_mmap.h"
@@ -178,36 +176,12 @@ bool read_by_later_row(attribute_row_t const& row) {
   return std::any_of(std::next(at), rows.end(), [&](attribute_row_t const& later) { return later.key == row.key; });
 }
 
-std::string well_formed(std::string_view text) {
-  if (is_well_formed_utf8(text))
-    return std::string(text);
-  using traits = boost::locale::utf::utf_traits<char>;
-  std::string out;
-  out.reserve(text.size() + 16);
-  char const* p = text.data();
-  char const* const end = p + text.size();
-  while (p != end) {
-    char const* const start = p;
-    auto const code_point = traits::decode(p, end);
-    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
-      out += "\xEF\xBF\xBD";
-      // Resynchronise at the next byte that can start a character.
-      p = start + 1;
-      while (p != end && (static_cast<unsigned char>(*p) & 0xC0) == 0x80)
-        ++p;
-    } else {
-      out.append(start, p);
-    }
-  }
-  return out;
-}
-
 void mailbox_rows_t::read(attribute_row_t const& row, std::string const& value, std::vector<std::string>& names,
                           std::vector<std::string>& emails) {
   std::vector<std::string> all_names, all_emails;
   parse_mailboxes(value, all_names, all_emails);
   for (std::size_t i = 0; i < all_emails.size(); ++i) {
-    std::string name = well_formed(all_names[i]), email = well_formed(all_emails[i]);
+    std::string name = text::repair(all_names[i]), email = text::repair(all_emails[i]);
     // NUL cannot occur in a header value, so it separates the three fields.
     std::string key = std::string(row.attribute);
     key.append(1, '\0').append(name).append(1, '\0').append(email);
@@ -223,7 +197,7 @@ std::vector<std::string> split_lines(std::string const& text) {
   std::size_t start = 0;
   for (;;) {
     auto const lf = text.find('\n', start);
-    lines.push_back(well_formed(std::string_view(text).substr(start, lf - start)));
+    lines.push_back(text::repair(std::string_view(text).substr(start, lf - start)));
     if (lf == std::string::npos)
       break;
     start = lf + 1;

@@ -30,6 +30,7 @@
 #include "error/handler.h"
 #include "importer/addresses.h"
 #include "importer/attributes.h"
+#include "text/utf8.h"
 
 namespace importer {
 
@@ -70,9 +71,6 @@ inline constexpr std::string_view attachment_names_key = "#attachments";
 bool is_well_formed_utf8(std::string_view text);
 
 namespace detail {
-
-// The text with every ill-formed UTF-8 sequence replaced by U+FFFD.
-std::string well_formed(std::string_view text);
 
 // The full reading's view of the address rows: mailboxes paired, decoded and
 // made well-formed, each (name, address) pair of one attribute listed once.
@@ -139,7 +137,7 @@ void for_each_row(HeaderMap& headers, reading_t reading, AddressFn&& on_address,
     } else if (is_well_formed_utf8(found->second)) {
       on_value(row, found->second);
     } else {
-      on_value(row, detail::well_formed(found->second));
+      on_value(row, text::repair(found->second));
     }
   }
 }

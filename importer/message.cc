@@ -26,6 +26,7 @@
 #include "importer/addresses.h"
 #include "importer/import.h"
 #include "text/line_ends.h"
+#include "text/utf8.h"
 
 namespace tidewell {
 namespace {
@@ -76,7 +77,7 @@ public:
       return value;
     if (options_.reading == reading_t::desktop)
       return std::nullopt;
-    return importer::detail::well_formed(value);
+    return text::repair(value);
   }
 
   std::vector<mailbox_t> mailboxes(std::string const* field) const {

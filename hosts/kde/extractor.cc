@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/kde/extractor.h"
 
+#include <system_error>
+
 #include <QFile>
 
 #include "hosts/kde/message.h"
-#include "importer/import.h"
+#include "importer/message.h"
 
 namespace kde_host {
 
@@ -16,14 +18,12 @@ QStringList extractor_t::mimetypes() const {
 
 void extractor_t::extract(KFileMetaData::ExtractionResult* result) {
   try {
-    std::optional<std::string> const bytes =
-        read_file_prefix(QFile::encodeName(result->inputUrl()).constData(), max_message_bytes);
-    if (!bytes)
+    std::error_code error;
+    tidewell::message_t const message =
+        tidewell::parse_file(QFile::encodeName(result->inputUrl()).constData(), read_options(), error);
+    if (error)
       return;
-    importer::attribute_set_t attributes;
-    importer::import_bytes(bytes->data(), bytes->data() + bytes->size(), attributes,
-                           importer::options_t{.reading = importer::reading_t::full});
-    fill(attributes, *result);
+    fill(message, *result);
   } catch (...) {
     // Out of memory is all that can get here; the file keeps whatever was
     // handed over before, and the indexer goes on with the next one.

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 // One message file handed to KFileMetaData, for KDE's file search (Baloo).
 //
-// The core imports the message in its full reading into an attribute set, and
-// fill() turns that set into what an ExtractionResult takes. KFileMetaData has
+// The core reads the message in its full reading into a tidewell::message_t,
+// and fill() turns that into what an ExtractionResult takes. KFileMetaData has
 // no vocabulary for mail, so a message becomes a document in the terms it
 // has: the subject is the Title (shown by Dolphin) and the Subject, each
-// sender one Author entry ("Name <address>", or whichever of the two the
-// message gives), the Date header the CreationDate. Baloo indexes Title and
+// From mailbox one Author entry ("Name <address>", or whichever of the two
+// the mailbox has), the Date header the CreationDate. Baloo indexes Title and
 // Author as plain words as well as under their property names, so a search
 // for a sender's name or address finds the message without "author:".
 //
 // Recipients and attachment names have no property, and the received date
-// has none either: recipients and attachment names go into the text (before
-// the body, so a long body never pushes them out), the received date is left
-// out. Properties are only given when the result asks for metadata and text
-// only when it asks for plain text; the type, Document, always.
+// has none either: recipients (To, Cc, then Bcc, a mailbox named in two of
+// them once) and attachment names go into the text (before the body, so a
+// long body never pushes them out), the received date is left out. Properties are only given when the result asks for
+// metadata and text only when it asks for plain text; the type, Document, always.
 //
 // Baloo leaves text files of 10 MiB or more out of its index as too big to
 // handle, so the text given here stays below that in all, cut at a space near
@@ -25,28 +25,32 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
-#include <string>
+#include <cstdint>
 #include <string_view>
 
 #include <KFileMetaData/ExtractionResult>
 
-#include "importer/attributes.h"
+#include "importer/message.h"
 
 namespace kde_host {
 
 // Beyond this, the rest of a file is not read.
-inline constexpr std::size_t max_message_bytes = std::size_t(64) << 20;
+inline constexpr std::uint64_t max_message_bytes = std::uint64_t(64) << 20;
 
 // All the text handed to one result stays below this many UTF-8 bytes.
 inline constexpr std::size_t max_text_bytes = std::size_t(10) << 20;
 
-// The first max_bytes bytes of the regular file at path, or nothing when it
-// is not a regular file or cannot be read.
-std::optional<std::string> read_file_prefix(char const* path, std::size_t max_bytes);
+// How a message file is read: the full reading, without the thread
+// identifiers nothing here uses, and at most max_message_bytes of it.
+constexpr tidewell::options_t read_options() {
+  tidewell::options_t options;
+  options.thread_ids = false;
+  options.max_bytes = max_message_bytes;
+  return options;
+}
 
-// Hands attributes to result as described above.
-void fill(importer::attribute_set_t const& attributes, KFileMetaData::ExtractionResult& result);
+// Hands message to result as described above.
+void fill(tidewell::message_t const& message, KFileMetaData::ExtractionResult& result);
 
 // The longest prefix of text of at most max_bytes bytes that does not end
 // inside a UTF-8 character, shortened to end before a space when one lies

@@ -4,31 +4,27 @@
 // tracker-extract loads the module for files of type message/rfc822 and calls
 // tracker_extract_get_metadata on its single extraction thread, inside its
 // seccomp sandbox, with a 30-second deadline per file after which it kills
-// the whole process. So the module only reads: it maps the file read-only,
-// starts no thread, writes nothing and opens nothing else. The time and
-// memory one file can take are bounded by reading at most max_input_bytes of
-// it; headers and the first text part come first in a message, so a huge
-// file still gives its subject, contacts, dates and opening text. No C++
-// exception may cross into tracker-extract's C frames, so the entry catches
-// everything and reports a failed extraction instead.
+// the whole process. So the module only reads: it reads the file (with
+// read(2), never a mapping: a file truncated while mapped would kill
+// tracker-extract with SIGBUS), starts no thread, writes nothing and opens
+// nothing else. The time and memory one file can take are bounded by
+// reading at most max_message_bytes of it (see resource.h). No C++ exception
+// may cross into tracker-extract's C frames, so the entry catches everything
+// and reports a failed extraction instead.
 //
 // The resource is named the way Tracker's own modules name theirs, by the
 // file's content identifier (filesystem and inode), which survives renames;
 // tracker-extract renames it to the file's URI for its command-line output
 // and to the file miner's own identifier when it stores the result.
-#include <algorithm>
 #include <exception>
 #include <string>
+#include <system_error>
 
-#include "hosts/tracker/message.h"
 #include "hosts/tracker/resource.h"
 #include "hosts/tracker/tracker_extract_api.h"
-#include "importer/file_mmap.h"
+#include "importer/message.h"
 
 namespace {
-
-// Beyond this, the rest of a file is not read.
-constexpr std::size_t max_input_bytes = std::size_t(64) << 20;
 
 std::size_t max_text_bytes() {
   if (!tracker_main_get_config || !tracker_config_get_max_bytes)
@@ -60,20 +56,18 @@ std::string content_identifier(GFile* file) {
 
 gboolean extract(TrackerExtractInfo* info, GError** error) {
   GFile* file = tracker_extract_info_get_file(info);
-  gchar* path = g_file_get_path(file);
+  g_autofree gchar* path = g_file_get_path(file);
   if (!path) {
     g_set_error(error, G_IO_ERROR, G_IO_ERROR_NOT_SUPPORTED, "Only local files can be read");
     return FALSE;
   }
-  importer::file_mmap_t const mapping(path);
-  g_free(path);
-  if (!mapping.readable()) {
-    g_set_error(error, G_IO_ERROR, G_IO_ERROR_FAILED, "Could not read the message file");
+  std::error_code read_error;
+  tidewell::message_t const message = tidewell::parse_file(path, tracker_host::read_options(), read_error);
+  if (read_error) {
+    g_set_error(error, G_IO_ERROR, g_io_error_from_errno(read_error.value()), "Could not read the message file: %s",
+                read_error.message().c_str());
     return FALSE;
   }
-  char const* first = mapping.data();
-  char const* last = first ? first + std::min(mapping.size(), max_input_bytes) : first;
-  tracker_host::message_t const message = tracker_host::read_message(first, last);
 
   std::string const identifier = content_identifier(file);
   TrackerResource* resource = tracker_host::to_resource(message, identifier.c_str(), max_text_bytes());

@@ -11,11 +11,13 @@
 // dates would claim an edit or an access, or belong to the file, which the
 // file miner describes.
 //
-// The sender is the nco:creator and every recipient an nco:contributor: each
-// an nco:Contact, one per mailbox, with its display name as nco:fullname when
-// it has one and its address as an nco:EmailAddress. nco:emailAddress is inverse-functional, so one address
-// must always be the same resource; it is named by its mailto: IRI, which
-// also lets every message from one person share it. Characters that cannot
+// Each From mailbox is an nco:creator and each To, Cc and Bcc mailbox (in
+// that order, a mailbox named in two of them once) an nco:contributor: each
+// an nco:Contact with its display name as nco:fullname when it has one and
+// its address as an nco:EmailAddress; a mailbox without an address gives no
+// contact. nco:emailAddress is inverse-functional, so one address must
+// always be the same resource; it is named by its mailto: IRI, which also
+// lets every message from one person share it. Characters that cannot
 // stand in an IRI are percent-encoded, "%" included, so distinct addresses
 // keep distinct names.
 //
@@ -28,14 +30,32 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include <libtracker-sparql/tracker-sparql.h>
 
-#include "hosts/tracker/message.h"
+#include "importer/message.h"
 
 namespace tracker_host {
+
+// Beyond this, the rest of a message file is not read.
+inline constexpr std::uint64_t max_message_bytes = std::uint64_t(64) << 20;
+
+// How a message file is read: the full reading, made for hosts like this one
+// (CR LF line ends read as LF, every mailbox of a list with its own name,
+// HTML text where there is no plain text, attachments, U+FFFD where a value
+// is not well-formed UTF-8), without the thread identifiers nothing here
+// stores, and bounded so that one huge file cannot take the extractor's time
+// and memory. Headers and the first text come first in a message, so a cut
+// one still gives its subject, contacts, dates and opening text.
+constexpr tidewell::options_t read_options() {
+  tidewell::options_t options;
+  options.thread_ids = false;
+  options.max_bytes = max_message_bytes;
+  return options;
+}
 
 // The rdf:type given to every message.
 inline constexpr char document_type[] = "nfo:TextDocument";
@@ -45,13 +65,9 @@ inline constexpr std::size_t default_max_text_bytes = 1048576;
 
 // A new resource named identifier (null for a blank node) describing message,
 // with at most max_text_bytes bytes of text. The caller owns the reference.
-TrackerResource* to_resource(message_t const& message, char const* identifier, std::size_t max_text_bytes);
+TrackerResource* to_resource(tidewell::message_t const& message, char const* identifier, std::size_t max_text_bytes);
 
 // "mailto:" and the address, with bytes an IRI cannot hold percent-encoded.
 std::string mailto_iri(std::string_view address);
-
-// The longest prefix of well-formed UTF-8 text that fits max_bytes and does
-// not end inside a character.
-std::string_view utf8_prefix(std::string_view text, std::size_t max_bytes);
 
 } // namespace tracker_host
