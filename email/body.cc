@@ -396,15 +396,6 @@ std::string parse_body(char const* begin, char const* end, header_map_t& headers
   return walker_t(begin, end, context).walk(begin, end, headers, top_level);
 }
 
-std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
-                       std::vector<std::string>* attachment_names, quern::error::handler_t* problems) {
-  body_t body = read_body(begin, end, headers, top_level, reading, attachment_names != nullptr, problems);
-  if (attachment_names)
-    for (attachment_t& attachment : body.attachments)
-      attachment_names->push_back(std::move(attachment.file_name));
-  return body.text ? std::move(*body.text) : std::string(no_text_marker);
-}
-
 body_t read_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
                  bool attachments, quern::error::handler_t* problems) {
   body_t body;

@@ -16,11 +16,11 @@
 // html-only message, an inline html part of a mixed message), the HTML's
 // text is taken. Every alternative is looked at: the first one that gives
 // plain text wins, and only when none does, the first that gives HTML text.
-// And the file name of every part that has one is listed, wherever it sits
+// And every part that names a file is listed as an attachment, wherever it sits
 // in the structure, including parts whose text is not wanted.
 //
 // Nesting is bounded: an entity nested deeper than max_nesting_depth levels
-// of multiparts and enclosed messages yields no text (and no file names).
+// of multiparts and enclosed messages yields no text (and no attachments).
 // That is deeper than any mail program nests, and the walk costs neither
 // stack nor time per level beyond the level's own work, so a hostile file of
 // a million nested parts is read in linear time on a small stack. Enclosed
@@ -53,12 +53,6 @@ inline constexpr std::size_t max_nesting_depth = 1024;
 // the way describe what they repaired there; the text is the same either way.
 std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level,
                        quern::error::handler_t* problems = nullptr);
-
-// The same walk in a chosen reading. In the full reading attachment_names,
-// when given, receives the file name of every part that names one, in the
-// order the parts appear.
-std::string parse_body(char const* begin, char const* end, header_map_t& headers, bool top_level, reading_t reading,
-                       std::vector<std::string>* attachment_names, quern::error::handler_t* problems = nullptr);
 
 // A part that names a file, as the full reading lists it.
 struct attachment_t {

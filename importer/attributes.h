@@ -58,10 +58,4 @@ inline constexpr std::string_view recipients = "kMDItemRecipients";
 inline constexpr std::string_view recipient_email_addresses = "kMDItemRecipientEmailAddresses";
 } // namespace attribute
 
-// Attributes only the full reading writes (never the desktop host's).
-namespace full_attribute {
-// The file names of the attachments, in the order found.
-inline constexpr std::string_view attachment_names = "org_tidewell_attachmentNames";
-} // namespace full_attribute
-
 } // namespace importer

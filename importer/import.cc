@@ -16,7 +16,7 @@ namespace {
 
 // Processed in this order; a later row replaces an earlier value under the
 // same attribute, and the three recipient rows share their attributes.
-constexpr std::array<attribute_row_t, 10> rows{{
+constexpr std::array<attribute_row_t, 9> rows{{
     {"subject", attribute::subject, {}, false},
     {"subject", attribute::display_name, {}, false},
     {"#text", attribute::text_content, {}, false},
@@ -26,12 +26,7 @@ constexpr std::array<attribute_row_t, 10> rows{{
     {"to", attribute::recipients, attribute::recipient_email_addresses, true},
     {"cc", attribute::recipients, attribute::recipient_email_addresses, true},
     {"bcc", attribute::recipients, attribute::recipient_email_addresses, true},
-    // The full reading's own.
-    {attachment_names_key, full_attribute::attachment_names, {}, false, true},
 }};
-constexpr std::size_t desktop_rows = 9;
-
-void store_attributes(email::header_map_t headers, attribute_set_t& attributes, reading_t reading);
 
 bool read_number(std::string_view text, std::size_t at, std::size_t digits, int& value) {
   char const* first = text.data() + at;
@@ -67,24 +62,16 @@ email::header_map_t parse_lf_bytes(char const* first, char const* last, email::h
   if (first == last)
     return result;
   char const* cursor = first;
-  result = email::quick_parse_headers(cursor, last, wanted, options.reading, options.problems);
-  std::vector<std::string> names;
-  std::string text = email::parse_body(cursor, last, result, true, options.reading, &names, options.problems);
+  result = email::quick_parse_headers(cursor, last, wanted, options.problems);
+  std::string text = email::parse_body(cursor, last, result, true, options.problems);
   result.insert_or_assign("#text", std::move(text));
-  if (!names.empty()) {
-    std::string joined;
-    for (std::string const& name : names)
-      joined.append(name).push_back('\n');
-    joined.pop_back();
-    result.insert_or_assign(std::string(attachment_names_key), std::move(joined));
-  }
   return result;
 }
 
 } // namespace
 
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable,
-                                line_ends_t line_ends, quern::error::handler_t* problems) {
+                                options_t const& options) {
   file_mmap_t const file(path);
   if (readable)
     *readable = file.readable();
@@ -92,35 +79,20 @@ email::header_map_t parse_email(std::string const& path, email::header_set_t con
   // a non-zero size; such a file is read as empty.
   if (file.size() == 0 || !file.data())
     return {};
-  return parse_email_bytes(file.data(), file.data() + file.size(), wanted, line_ends, problems);
-}
-
-email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
-                                      line_ends_t line_ends, quern::error::handler_t* problems) {
-  return parse_email_bytes(first, last, wanted, options_t{reading_t::desktop, line_ends, problems});
+  return parse_email_bytes(file.data(), file.data() + file.size(), wanted, options);
 }
 
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
                                       options_t const& options) {
-  // The desktop host's warning lines are its own; the full reading is quiet.
-  std::optional<quern::error::desktop_scope_t> desktop_host;
-  if (options.reading == reading_t::desktop)
-    desktop_host.emplace();
-  if (effective_line_ends(options) == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
+  // The desktop host's warning lines are its own, and this is its path.
+  quern::error::desktop_scope_t const desktop_host;
+  if (options.line_ends == line_ends_t::crlf_as_lf && text::has_crlf(first, last)) {
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(last - first));
     text::crlf_to_lf(first, last, std::back_inserter(bytes));
     return parse_lf_bytes(bytes.data(), bytes.data() + bytes.size(), wanted, options);
   }
   return parse_lf_bytes(first, last, wanted, options);
-}
-
-bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable, line_ends_t line_ends) {
-  return import_file(path, attributes, options_t{reading_t::desktop, line_ends, nullptr}, readable);
-}
-
-bool import_bytes(char const* first, char const* last, attribute_set_t& attributes) {
-  return import_bytes(first, last, attributes, options_t{});
 }
 
 bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options, bool* readable) {
@@ -135,36 +107,12 @@ bool import_file(std::string const& path, attribute_set_t& attributes, options_t
 }
 
 bool import_bytes(char const* first, char const* last, attribute_set_t& attributes, options_t const& options) {
-  store_attributes(parse_email_bytes(first, last, wanted_headers(), options), attributes, options.reading);
+  // The map is this import's own, so the text can be moved out of it.
+  email::header_map_t headers = parse_email_bytes(first, last, wanted_headers(), options);
+  attribute_sink_t sink(attributes);
+  apply_rows(headers, sink);
   return true;
 }
-
-namespace {
-
-// The map is this import's own, so the text can be moved out of it.
-void store_attributes(email::header_map_t headers, attribute_set_t& attributes, reading_t reading) {
-  attribute_sink_t sink(attributes);
-  if (reading == reading_t::desktop) {
-    apply_rows(headers, sink);
-    return;
-  }
-  // The full reading's walk hands on only well-formed strings and adds the
-  // attachment-names list; the rules for the values are the desktop ones.
-  detail::row_lists_t<attribute_sink_t> lists;
-  for_each_row(
-      headers, reading,
-      [&](attribute_row_t const& row, std::vector<std::string> const& names, std::vector<std::string> const& emails) {
-        lists.append(sink, row.attribute, names);
-        lists.append(sink, row.email_attribute, emails);
-      },
-      [&](attribute_row_t const& row, auto&& value) { detail::apply_value(sink, row, value); },
-      [&](attribute_row_t const& row, std::vector<std::string> const& list) {
-        lists.append(sink, row.attribute, list);
-      });
-  lists.store(sink);
-}
-
-} // namespace
 
 namespace detail {
 
@@ -176,43 +124,10 @@ bool read_by_later_row(attribute_row_t const& row) {
   return std::any_of(std::next(at), rows.end(), [&](attribute_row_t const& later) { return later.key == row.key; });
 }
 
-void mailbox_rows_t::read(attribute_row_t const& row, std::string const& value, std::vector<std::string>& names,
-                          std::vector<std::string>& emails) {
-  std::vector<std::string> all_names, all_emails;
-  parse_mailboxes(value, all_names, all_emails);
-  for (std::size_t i = 0; i < all_emails.size(); ++i) {
-    std::string name = text::repair(all_names[i]), email = text::repair(all_emails[i]);
-    // NUL cannot occur in a header value, so it separates the three fields.
-    std::string key = std::string(row.attribute);
-    key.append(1, '\0').append(name).append(1, '\0').append(email);
-    if (!seen_.insert(std::move(key)).second)
-      continue;
-    names.push_back(std::move(name));
-    emails.push_back(std::move(email));
-  }
-}
-
-std::vector<std::string> split_lines(std::string const& text) {
-  std::vector<std::string> lines;
-  std::size_t start = 0;
-  for (;;) {
-    auto const lf = text.find('\n', start);
-    lines.push_back(text::repair(std::string_view(text).substr(start, lf - start)));
-    if (lf == std::string::npos)
-      break;
-    start = lf + 1;
-  }
-  return lines;
-}
-
 } // namespace detail
 
 std::span<attribute_row_t const> attribute_rows() {
-  return std::span(rows).first(desktop_rows);
-}
-
-std::span<attribute_row_t const> attribute_rows(reading_t reading) {
-  return reading == reading_t::full ? std::span<attribute_row_t const>(rows) : attribute_rows();
+  return rows;
 }
 
 bool get_metadata_for_file(attribute_set_t& attributes, std::string_view content_type, std::string const& path) {

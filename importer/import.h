@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
-// The import driver: one message file to an attribute set.
+// The desktop-search host's import: one message file to its attribute set.
+//
+// This is the desktop reading's own path, kept byte for byte for the macOS
+// plug-in and the command line's --desktop; every other host and library
+// caller reads the typed message of importer/message.h instead.
 //
 // parse_email maps the file, scans its header block for the wanted fields and
 // reduces the body to text ("#text"); parse_email_bytes does the same for a
 // message already in memory. Either can read CR LF line ends as LF, which
-// the desktop host never does but the Linux hosts offer. import_file then copies a fixed
+// the desktop host never does but the command line offers. import_file then copies a fixed
 // selection of that header map into the attribute set, row by row: subject
 // (also the display name), text, the two dates, and the address fields. The
 // To, Cc and Bcc rows share their attributes, so their results collect into
@@ -21,71 +25,34 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "email/body.h"
 #include "email/headers.h"
-#include "email/reading.h"
 #include "error/handler.h"
 #include "importer/addresses.h"
 #include "importer/attributes.h"
-#include "text/utf8.h"
 
 namespace importer {
 
 inline constexpr std::string_view mail_content_type = "com.apple.mail.email";
 
-// Which rules the import follows (see email/reading.h). desktop is the
-// desktop-search host's reading, kept byte for byte. full is for the Linux
-// hosts: CR LF read as LF, every mailbox of a list (names and addresses
-// paired, an empty name where a mailbox has none, a mailbox repeated within
-// the message listed once), HTML text where no plain text is found,
-// attachment names, whole month names and explicit zones, and U+FFFD for
-// ill-formed UTF-8 instead of dropping the value.
-using reading_t = email::reading_t;
-
 // One row of the attribute mapping: the header-map key it reads and the
-// attribute(s) it fills; address rows fill a names and an e-mails attribute,
-// list rows a list of strings.
+// attribute(s) it fills; address rows fill a names and an e-mails attribute.
 struct attribute_row_t {
   std::string_view key;
   std::string_view attribute;
   std::string_view email_attribute;
   bool is_address;
-  bool is_list = false;
 };
 
-// The rows of a reading in processing order: subject (twice: subject and
-// display name), text, date, received, from, to, cc, bcc; the full reading
-// adds the attachment names. The three recipient rows share their
-// attributes, so their results collect into one list.
+// The rows in processing order: subject (twice: subject and display name),
+// text, date, received, from, to, cc, bcc. The three recipient rows share
+// their attributes, so their results collect into one list.
 std::span<attribute_row_t const> attribute_rows();
-std::span<attribute_row_t const> attribute_rows(reading_t reading);
-
-// Header-map key of the attachment names the full reading finds: the names
-// joined by LF (a name never holds a control character).
-inline constexpr std::string_view attachment_names_key = "#attachments";
 
 // Well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
 bool is_well_formed_utf8(std::string_view text);
-
-namespace detail {
-
-// The full reading's view of the address rows: mailboxes paired, decoded and
-// made well-formed, each (name, address) pair of one attribute listed once.
-class mailbox_rows_t {
-public:
-  void read(attribute_row_t const& row, std::string const& value, std::vector<std::string>& names,
-            std::vector<std::string>& emails);
-
-private:
-  std::unordered_set<std::string> seen_; // attribute, name and address
-};
-
-std::vector<std::string> split_lines(std::string const& text);
-
-} // namespace detail
 
 // Walks the rows over a header map, in order. An address row hands the
 // names and e-mail addresses of its field to on_address(row, names, emails);
@@ -111,37 +78,6 @@ void for_each_row(HeaderMap& headers, AddressFn&& on_address, ValueFn&& on_value
   }
 }
 
-// The same walk in a chosen reading. In the full reading every string handed
-// on is well-formed UTF-8; on_address gets parallel lists (one entry per
-// mailbox, an empty name where there is none), and the attachment-names row
-// goes to on_list(row, names).
-template <typename HeaderMap, typename AddressFn, typename ValueFn, typename ListFn>
-void for_each_row(HeaderMap& headers, reading_t reading, AddressFn&& on_address, ValueFn&& on_value, ListFn&& on_list) {
-  if (reading == reading_t::desktop) {
-    for_each_row(headers, on_address, on_value);
-    return;
-  }
-  detail::mailbox_rows_t mailboxes;
-  for (attribute_row_t const& row : attribute_rows(reading)) {
-    auto const found = headers.find(row.key);
-    if (found == headers.end())
-      continue;
-    if (row.is_address) {
-      std::vector<std::string> names, emails;
-      mailboxes.read(row, found->second, names, emails);
-      on_address(row, names, emails);
-    } else if (row.is_list) {
-      on_list(row, detail::split_lines(found->second));
-    } else if (found->second == email::no_text_marker) {
-      continue;
-    } else if (is_well_formed_utf8(found->second)) {
-      on_value(row, found->second);
-    } else {
-      on_value(row, text::repair(found->second));
-    }
-  }
-}
-
 // Whether a row's value is canonical date text rather than a string.
 inline bool is_date_row(attribute_row_t const& row) {
   return row.key == "date" || row.key == "received";
@@ -157,50 +93,30 @@ email::header_set_t const& wanted_headers();
 enum class line_ends_t { as_stored, crlf_as_lf };
 
 struct options_t {
-  reading_t reading = reading_t::desktop;
-  // The full reading always reads CR LF as LF, whatever this says.
   line_ends_t line_ends = line_ends_t::as_stored;
   // When given, every parser on the way describes what it repaired here.
   // Listening never changes the attributes.
   quern::error::handler_t* problems = nullptr;
 };
 
-inline line_ends_t effective_line_ends(options_t const& options) {
-  return options.reading == reading_t::full ? line_ends_t::crlf_as_lf : options.line_ends;
-}
-
 // The header map of the message at path plus its body text under "#text";
 // empty when the file is empty or cannot be read. When readable is given it
 // tells whether the file could be opened and read (an empty file can).
-// When problems is given, the parsers describe what they repaired there.
 email::header_map_t parse_email(std::string const& path, email::header_set_t const& wanted, bool* readable = nullptr,
-                                line_ends_t line_ends = line_ends_t::as_stored,
-                                quern::error::handler_t* problems = nullptr);
+                                options_t const& options = {});
 
 // The header map of the message held in [first, last), exactly as
 // parse_email gives it for a file of these bytes; empty for an empty range.
 email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
-                                      line_ends_t line_ends = line_ends_t::as_stored,
-                                      quern::error::handler_t* problems = nullptr);
-
-// The header map of the message held in [first, last) in the reading and line
-// ends the options ask for; the full reading adds the attachment names under
-// attachment_names_key.
-email::header_map_t parse_email_bytes(char const* first, char const* last, email::header_set_t const& wanted,
-                                      options_t const& options);
+                                      options_t const& options = {});
 
 // Fills attributes from the message at path. Always true.
-bool import_file(std::string const& path, attribute_set_t& attributes, bool* readable = nullptr,
-                 line_ends_t line_ends = line_ends_t::as_stored);
+bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options = {},
+                 bool* readable = nullptr);
 
 // Fills attributes from the message held in [first, last), as import_file
 // does for a file of these bytes. Always true.
-bool import_bytes(char const* first, char const* last, attribute_set_t& attributes);
-
-// The same two imports in a chosen reading.
-bool import_file(std::string const& path, attribute_set_t& attributes, options_t const& options,
-                 bool* readable = nullptr);
-bool import_bytes(char const* first, char const* last, attribute_set_t& attributes, options_t const& options);
+bool import_bytes(char const* first, char const* last, attribute_set_t& attributes, options_t const& options = {});
 
 // The host entry: only mail_content_type is imported; any other type returns
 // false and leaves attributes untouched.
