@@ -254,11 +254,11 @@ std::size_t printed_size(tidewell::message_t const& message) {
   return size;
 }
 
-void print_full_json_line(record_t const& record, printer_t& out) {
-  tidewell::message_t const& message = *record.full;
+// What every record starts with, in both readings: where it came from,
+// whether it was imported and, when it could not be read, why.
+void append_record_head(record_t const& record, printer_t& out) {
   std::string& line = out.text;
-  line.reserve(std::min(printed_size(record), printer_t::spill_at * 2));
-  line += "{\"schema\":" + std::to_string(schema_version) + ",\"path\":";
+  line += "\"path\":";
   append_quoted(out, valid_utf8(record.path));
   if (record.message != 0)
     line += ",\"message\":" + std::to_string(record.message);
@@ -267,6 +267,14 @@ void print_full_json_line(record_t const& record, printer_t& out) {
     line += ",\"error\":";
     append_quoted(out, valid_utf8(record.error));
   }
+}
+
+void print_full_json_line(record_t const& record, printer_t& out) {
+  tidewell::message_t const& message = *record.full;
+  std::string& line = out.text;
+  line.reserve(std::min(printed_size(record), printer_t::spill_at * 2));
+  line += "{\"schema\":" + std::to_string(schema_version) + ",";
+  append_record_head(record, out);
   line += ",\"subject\":";
   append_optional(out, message.subject);
   std::pair<char const*, std::vector<tidewell::mailbox_t> const*> const address_fields[] = {
@@ -468,15 +476,8 @@ void print_json_line(record_t const& record, printer_t& out) {
   // one allocation.
   std::string& line = out.text;
   line.reserve(std::min(printed_size(record), printer_t::spill_at * 2));
-  line += "{\"path\":";
-  append_quoted(out, valid_utf8(record.path));
-  if (record.message != 0)
-    line += ",\"message\":" + std::to_string(record.message);
-  line += record.imported ? ",\"imported\":true" : ",\"imported\":false";
-  if (!record.error.empty()) {
-    line += ",\"error\":";
-    append_quoted(out, valid_utf8(record.error));
-  }
+  line += "{";
+  append_record_head(record, out);
   line += ",\"attributes\":{";
   bool first = true;
   for (auto const& [name, value] : record.attributes) {
