@@ -6,11 +6,15 @@
 // line that starts with "From " was quoted by the writer as ">From " so it
 // could not pass for a separator; mboxrd quotes ">From " as ">>From " too,
 // so taking one ">" off every such line gives the message back exactly. Not
-// every writer quotes, so a line counts as a separator only if it looks like
-// an envelope line: "From -" (Thunderbird, Evolution), or "From" followed by
-// a word and a date that holds a time and a year. "From time to time" stays
-// in the message. The empty line before a separator (and at the very end) is
-// the mbox's, not the message's.
+// every writer quotes, so a line counts as a separator only if it has an
+// envelope line's shape: "From ", a sender (an address, MAILER-DAEMON, "-" as
+// Thunderbird and Evolution write it) and a date in an order real writers
+// use, asctime's "Thu Oct  2 14:03:09 2025" (a zone after the time or the
+// year allowed, the weekday left out allowed) or RFC 2822's "Thu, 2 Oct 2025
+// 14:03:09 +0200". The date needs a month, a time and a four-digit year, so
+// "From 9:00 to 17:00 on 12 May 2025", "From -5 to +3" and "From time to
+// time" stay in the message. The empty line before a separator (and at the
+// very end) is the mbox's, not the message's.
 //
 // Text before the first separator is a message too, so a single message
 // file read as an mbox is that one message. The file is read in chunks and

@@ -5,7 +5,6 @@
 #include <boost/json.hpp>
 #include <gtest/gtest.h>
 
-#include "hosts/cli/mbox.h"
 #include "hosts/cli/output.h"
 
 namespace {
@@ -163,26 +162,6 @@ TEST(output, listing_of_message_error_and_problems) {
   EXPECT_EQ(cli::to_listing(record),
             "m.eml\n  (no attributes)\n  problem: { context : --a\n    --b }, { description : No "
             "closing MIME boundary found }\n\n");
-}
-
-// Separators are the lines a delivery agent writes; lines of a message that
-// only begin with "From " are not, even in an mbox whose writer did not
-// quote them.
-TEST(mbox, envelope_lines) {
-  struct row_t {
-    char const* line;
-    bool separator;
-  } const rows[] = {
-      {"From MAILER-DAEMON Thu Jan  1 00:00:00 1970\r\n", true},
-      {"From someone@example.org Tue Jan 2 10:11:12 2024", true},
-      {"From 1700000000000000000@xxx Mon Jan 01 00:00:00 +0000 2024\n", true},
-      {"From someone@example.org wrote:\n", false},
-      {"From: someone@example.org\n", false},
-      {">From - Mon Jan  1 00:00:00 2024\n", false},
-      {"From  Mon Jan  1 00:00:00 2024\n", false},
-  };
-  for (auto const& row : rows)
-    EXPECT_EQ(cli::is_envelope_line(row.line), row.separator) << row.line;
 }
 
 } // namespace
