@@ -64,6 +64,7 @@ struct outcome_t {
   bool with_text = false;
   bool failed = false;
   bool folder = false;
+  bool cut = false;
   std::uint64_t size = 0;
 };
 
@@ -208,10 +209,17 @@ std::string read_path(std::string const& path, bool known_regular, std::size_t l
       std::size_t const size = static_cast<std::size_t>(std::min<std::uint64_t>(info.st_size, limit));
       big_turn_t const turn(size);
       std::size_t length = 0;
-      if (int const read_error = read_into(fd, buffer, size, size, length))
-        error = reason(read_error);
-      else
-        read(buffer.data(), buffer.data() + length);
+      try {
+        if (int const read_error = read_into(fd, buffer, size, size, length))
+          error = reason(read_error);
+        else
+          read(buffer.data(), buffer.data() + length);
+      } catch (...) {
+        // Out of memory, most likely: let the buffer go before the next file.
+        std::string().swap(buffer);
+        ::close(fd);
+        throw;
+      }
       if (buffer.capacity() > (4u << 20))
         std::string().swap(buffer);
     }
@@ -288,6 +296,7 @@ outcome_t finish_record(record_t record, task_t const& task, settings_t const& s
                                   : record.attributes.find(importer::attribute::text_content) != nullptr;
   outcome.failed = !record.error.empty();
   outcome.folder = task.folder;
+  outcome.cut = record.cut || (record.full && record.full->cut);
   outcome.size = task.size;
   if (printed_size(record) > printer_t::spill_at) {
     outcome.record = std::make_unique<record_t>(std::move(record));
@@ -315,6 +324,12 @@ outcome_t build(task_t const& task, settings_t const& settings) {
     else
       read_desktop(task, settings, record);
     record.imported = record.error.empty();
+    // Imported, but not whole: a script should learn of it from the exit
+    // status, as it would of a file it could not read.
+    if (record.cut || (record.full && record.full->cut))
+      report(task.message ? task.path + ":" + std::to_string(task.message) : task.path,
+             "cut: only the first " + std::to_string(settings.max_message_size) +
+                 " bytes were read (--max-message-size)");
   }
   return finish_record(std::move(record), task, settings);
 }
@@ -404,6 +419,8 @@ public:
       std::snprintf(line, sizeof line, "%zu %s, %zu imported, %zu with text, %zu unreadable", records_,
                     settings_.mbox ? "messages" : "files", imported_, with_text_, failed_);
       std::string text = line;
+      if (cut_)
+        text += ", " + std::to_string(cut_) + " cut";
       if (folders_)
         text += ", " + std::to_string(folders_) + " unreadable folders";
       if (skipped)
@@ -414,7 +431,7 @@ public:
     }
     if (int const signal = stop_signal())
       return 128 + signal;
-    return failed_ || folders_ || out_.error() ? 1 : 0;
+    return failed_ || cut_ || folders_ || out_.error() ? 1 : 0;
   }
 
 private:
@@ -526,6 +543,7 @@ private:
       imported_ += outcome.imported;
       with_text_ += outcome.with_text;
       failed_ += outcome.failed;
+      cut_ += outcome.cut;
     }
     bytes_done_ += outcome.size;
     if (settings_.progress)
@@ -579,7 +597,7 @@ private:
   // Submitted and not yet written, in order; only the main thread changes it.
   std::deque<std::unique_ptr<slot_t>> window_;
 
-  std::size_t records_ = 0, imported_ = 0, with_text_ = 0, failed_ = 0, folders_ = 0;
+  std::size_t records_ = 0, imported_ = 0, with_text_ = 0, failed_ = 0, cut_ = 0, folders_ = 0;
   std::uint64_t bytes_done_ = 0;
   // The batch being filled, and the sizes of its tasks.
   std::unique_ptr<slot_t> pending_;
