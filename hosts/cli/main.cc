@@ -122,8 +122,8 @@ printed as it would have been, and the exit status is 130 (SIGINT) or 143
 Exit status: 0 when every file could be read and all output written, 1
 when not (each failure is reported as "tidewell-import: PATH: reason", and
 its JSON record has an "error" key; so is a folder that cannot be read and
-a message that needs more memory than there is), 2 for a usage error. A cut
-message is not a failure.
+a message that needs more memory than there is) or a message was cut, 2 for
+a usage error, 130 or 143 after SIGINT or SIGTERM.
 )";
 
 struct lookup_t {
