@@ -307,8 +307,10 @@ private:
       // the converter's own choice (the fallback names no charset).
       decode_text(
           begin, end, buffer, subtype, false, false, headers.charset, [] { return std::string(); }, context.problems);
+      // From the pointer, not the iterators: assigning from vector iterators
+      // builds a temporary string first, a third copy of a large text.
       if (!buffer.empty())
-        text.assign(buffer.begin(), buffer.end());
+        text.assign(buffer.data(), buffer.size());
     } else if (type == "text"sv && html_wanted) {
       text = html_text(begin, end, buffer, headers.charset, context.problems);
       if (text.empty())

@@ -1,13 +1,24 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/cli/console.h"
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <mutex>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace cli {
 namespace {
+
+// Lock-free, so the handler may store to it.
+std::atomic<int> stop_requested{0};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+void on_stop_signal(int signal) {
+  stop_requested.store(signal, std::memory_order_relaxed);
+}
 
 std::mutex stderr_lock;
 bool progress_shown = false;
@@ -54,6 +65,30 @@ void clear_progress() {
   std::lock_guard const lock(stderr_lock);
   wipe_locked();
   std::fflush(stderr);
+}
+
+void catch_stop_signals() {
+  struct sigaction action {};
+  action.sa_handler = on_stop_signal;
+  sigemptyset(&action.sa_mask);
+  // No SA_RESTART: a read of a terminal or an idle pipe must come back
+  // (with EINTR) for the run to see the flag. SA_RESETHAND: the second
+  // signal has its default effect.
+  action.sa_flags = SA_RESETHAND;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+void block_stop_signals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+int stop_signal() {
+  return stop_requested.load(std::memory_order_relaxed);
 }
 
 bool stdout_t::write(std::string_view bytes) {

@@ -16,6 +16,19 @@
 
 namespace cli {
 
+// SIGINT and SIGTERM stop a run cleanly rather than kill it mid-line: the
+// first one only sets a flag, which the run checks between records, so that
+// it takes no new work, writes no record after the one being written,
+// flushes what is whole, prints its summary and exits with 128 + the
+// signal's number. A second one ends the process at once. Threads started
+// afterwards should call block_stop_signals, so that a signal reaches the
+// main thread and interrupts a read of standard input.
+void catch_stop_signals();
+void block_stop_signals();
+
+// The signal that asked the run to stop; 0 while none has.
+int stop_signal();
+
 // Runs print (which may write to stderr through stdio or perror) with the
 // progress line wiped and no other diagnostic or redraw in between.
 void with_stderr(std::function<void()> const& print);

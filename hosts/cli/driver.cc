@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <deque>
 #include <fcntl.h>
+#include <limits>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
@@ -50,6 +52,8 @@ struct task_t {
   std::uint64_t size = 0;
   // The walk's stat found a regular file there.
   bool regular = false;
+  // A folder the walk could not list (error says why).
+  bool folder = false;
 };
 
 struct outcome_t {
@@ -59,42 +63,92 @@ struct outcome_t {
   bool imported = false;
   bool with_text = false;
   bool failed = false;
+  bool folder = false;
+  bool cut = false;
   std::uint64_t size = 0;
 };
 
-// Reads all of fd into the start of buffer and sets length; 0 or the errno
-// of the failed read. The buffer's size is only ever raised, so a buffer
-// reused from file to file is not cleared again for every file. With
-// exactly, the read stops once the expected size is in, as a mapping of the
-// file would: that spares every regular file a second read to meet its end.
-int read_into(int fd, std::string& buffer, std::size_t expected, std::size_t& length, bool exactly = false) {
-  if (buffer.size() < expected + 1)
-    buffer.resize(expected + 1);
+// Large messages take most of their memory while they are imported: the
+// bytes, the decoded text and a copy or two on the way. So only one is
+// imported at a time: a job that takes a message of more than big_message
+// bytes (as stat or the mbox gave it, and at most the limit) waits until no
+// other job imports one. Smaller messages go on alongside, and the output is
+// the same as ever. What a run holds is then about one large import plus the
+// records waiting to be written, not one large import per job.
+constexpr std::uint64_t big_message = 16 << 20;
+
+class big_turn_t {
+public:
+  explicit big_turn_t(std::uint64_t size) : held_(size > big_message) {
+    if (!held_)
+      return;
+    std::unique_lock lock(mutex_);
+    free_.wait(lock, [] { return !busy_; });
+    busy_ = true;
+  }
+  ~big_turn_t() {
+    if (!held_)
+      return;
+    {
+      std::lock_guard const lock(mutex_);
+      busy_ = false;
+    }
+    free_.notify_one();
+  }
+  big_turn_t(big_turn_t const&) = delete;
+  big_turn_t& operator=(big_turn_t const&) = delete;
+
+private:
+  bool const held_;
+  static inline std::mutex mutex_;
+  static inline std::condition_variable free_;
+  static inline bool busy_ = false;
+};
+
+// The bytes of a message to keep: the limit and one more, which tells that
+// there was more.
+std::size_t bytes_to_keep(settings_t const& settings) {
+  return static_cast<std::size_t>(
+             std::min<std::uint64_t>(settings.max_message_size, std::numeric_limits<std::size_t>::max() - 1)) +
+         1;
+}
+
+// Reads fd into the start of buffer until its end or until limit bytes are
+// in, and sets length; 0 or the errno of the failed read. The buffer's size
+// is only ever raised, so a buffer reused from file to file is not cleared
+// again for every file; it starts at expected (what stat said, or a guess)
+// and never grows past limit. A regular file is read to the size stat gave,
+// as a mapping of it would be: that spares it a second read to meet its end.
+// A read interrupted by a stop signal ends the read with EINTR.
+int read_into(int fd, std::string& buffer, std::size_t expected, std::size_t limit, std::size_t& length) {
+  if (buffer.size() < std::min(expected, limit))
+    buffer.resize(std::min(expected, limit));
   std::size_t done = 0;
   for (;;) {
-    if (exactly && done == expected) {
+    if (done == limit) {
       length = done;
       return 0;
     }
     if (done == buffer.size())
-      buffer.resize(buffer.size() * 2);
-    ssize_t const n = ::read(fd, buffer.data() + done, buffer.size() - done);
+      buffer.resize(std::min(limit, std::max<std::size_t>(buffer.size() * 2, 1 << 16)));
+    ssize_t const n = ::read(fd, buffer.data() + done, std::min(buffer.size(), limit) - done);
     if (n > 0) {
       done += static_cast<std::size_t>(n);
     } else if (n == 0) {
       length = done;
       return 0;
-    } else if (errno != EINTR) {
+    } else if (errno != EINTR || stop_signal()) {
       return errno;
     }
   }
 }
 
-// Reads all of fd into buffer; 0 or the errno of the failed read.
-int read_all(int fd, std::string& buffer, std::size_t expected) {
+// Reads fd into buffer, to its end or to limit bytes; 0 or the errno of the
+// failed read.
+int read_all(int fd, std::string& buffer, std::size_t limit) {
   buffer.clear();
   std::size_t length = 0;
-  int const error = read_into(fd, buffer, expected, length);
+  int const error = read_into(fd, buffer, 1 << 16, limit, length);
   if (error == 0)
     buffer.resize(length);
   return error;
@@ -117,7 +171,8 @@ std::string through_importer(std::string const& path, importer::attribute_set_t&
   return result;
 }
 
-// Reads the regular file at path and hands its bytes to read(first, last);
+// Reads the regular file at path (at most limit bytes of it) and hands its
+// bytes to read(first, last);
 // the reason it could not be read, already reported, or empty. Nothing but a
 // regular file is ever opened (stat says so first, unless the walk that found
 // the path just did), and the open cannot block: a FIFO put in its place after
@@ -125,7 +180,8 @@ std::string through_importer(std::string const& path, importer::attribute_set_t&
 // unopened(errno, or 0 for an empty file) stands in for read and gives the
 // reason, already reported.
 template <typename Read, typename Unopened>
-std::string read_path(std::string const& path, bool known_regular, Read&& read, Unopened&& unopened) {
+std::string read_path(std::string const& path, bool known_regular, std::size_t limit, Read&& read,
+                      Unopened&& unopened) {
   struct stat info;
   if (!known_regular && ::stat(path.c_str(), &info) != 0)
     return unopened(errno);
@@ -150,11 +206,20 @@ std::string read_path(std::string const& path, bool known_regular, Read&& read, 
       // one should not stay allocated while its record is printed, nor for
       // the rest of the run.
       thread_local std::string buffer;
+      std::size_t const size = static_cast<std::size_t>(std::min<std::uint64_t>(info.st_size, limit));
+      big_turn_t const turn(size);
       std::size_t length = 0;
-      if (int const read_error = read_into(fd, buffer, static_cast<std::size_t>(info.st_size), length, true))
-        error = reason(read_error);
-      else
-        read(buffer.data(), buffer.data() + length);
+      try {
+        if (int const read_error = read_into(fd, buffer, size, size, length))
+          error = reason(read_error);
+        else
+          read(buffer.data(), buffer.data() + length);
+      } catch (...) {
+        // Out of memory, most likely: let the buffer go before the next file.
+        std::string().swap(buffer);
+        ::close(fd);
+        throw;
+      }
       if (buffer.capacity() > (4u << 20))
         std::string().swap(buffer);
     }
@@ -171,13 +236,20 @@ void read_desktop(task_t const& task, settings_t const& settings, record_t& reco
   importer::options_t options = settings.import;
   if (settings.problems)
     options.problems = &problems;
+  // The desktop host has no notion of a cut message, so the record says it
+  // beside the attributes, which are those of the start that was read.
+  auto const import = [&](char const* first, char const* last) {
+    record.cut = static_cast<std::uint64_t>(last - first) > settings.max_message_size;
+    if (record.cut)
+      last = first + settings.max_message_size;
+    importer::import_bytes(first, last, record.attributes, options);
+  };
   if (task.in_memory) {
-    importer::import_bytes(task.bytes.data(), task.bytes.data() + task.bytes.size(), record.attributes, options);
+    big_turn_t const turn(task.bytes.size());
+    import(task.bytes.data(), task.bytes.data() + task.bytes.size());
   } else {
-    record.error = read_path(
-        task.path, task.regular,
-        [&](char const* first, char const* last) { importer::import_bytes(first, last, record.attributes, options); },
-        [&](int error) { return through_importer(task.path, record.attributes, options, error); });
+    record.error = read_path(task.path, task.regular, bytes_to_keep(settings), import,
+                             [&](int error) { return through_importer(task.path, record.attributes, options, error); });
   }
   if (settings.problems) {
     record.problems.emplace();
@@ -185,15 +257,17 @@ void read_desktop(task_t const& task, settings_t const& settings, record_t& reco
   }
 }
 
-// The full reading of a task into record.full.
+// The full reading of a task into record.full; the reading cuts what is
+// longer than its max_bytes, the limit, and says so.
 void read_full(task_t const& task, settings_t const& settings, record_t& record) {
   tidewell::message_t& message = *record.full;
   if (task.in_memory) {
+    big_turn_t const turn(task.bytes.size());
     message = tidewell::parse(task.bytes, settings.message);
     return;
   }
   record.error = read_path(
-      task.path, task.regular,
+      task.path, task.regular, bytes_to_keep(settings),
       [&](char const* first, char const* last) {
         message = tidewell::parse({first, static_cast<std::size_t>(last - first)}, settings.message);
       },
@@ -213,8 +287,28 @@ void print(record_t const& record, settings_t const& settings, printer_t& printe
     print_listing(record, printer);
 }
 
-// The one place a record is built: a task in, its printed form out.
-outcome_t process(task_t const& task, settings_t const& settings) {
+// The outcome of a record: its counts, and its printed form (or the record
+// itself, when it is too large to hold printed).
+outcome_t finish_record(record_t record, task_t const& task, settings_t const& settings) {
+  outcome_t outcome;
+  outcome.imported = record.imported;
+  outcome.with_text = record.full ? record.full->text && !record.full->text->empty()
+                                  : record.attributes.find(importer::attribute::text_content) != nullptr;
+  outcome.failed = !record.error.empty();
+  outcome.folder = task.folder;
+  outcome.cut = record.cut || (record.full && record.full->cut);
+  outcome.size = task.size;
+  if (printed_size(record) > printer_t::spill_at) {
+    outcome.record = std::make_unique<record_t>(std::move(record));
+  } else {
+    printer_t printer;
+    print(record, settings, printer);
+    outcome.text = std::move(printer.text);
+  }
+  return outcome;
+}
+
+outcome_t build(task_t const& task, settings_t const& settings) {
   record_t record(task.path, false, {});
   record.message = task.message;
   record.error = task.error;
@@ -230,21 +324,35 @@ outcome_t process(task_t const& task, settings_t const& settings) {
     else
       read_desktop(task, settings, record);
     record.imported = record.error.empty();
+    // Imported, but not whole: a script should learn of it from the exit
+    // status, as it would of a file it could not read.
+    if (record.cut || (record.full && record.full->cut))
+      report(task.message ? task.path + ":" + std::to_string(task.message) : task.path,
+             "cut: only the first " + std::to_string(settings.max_message_size) +
+                 " bytes were read (--max-message-size)");
   }
-  outcome_t outcome;
-  outcome.imported = record.imported;
-  outcome.with_text = record.full ? record.full->text && !record.full->text->empty()
-                                  : record.attributes.find(importer::attribute::text_content) != nullptr;
-  outcome.failed = !record.error.empty();
-  outcome.size = task.size;
-  if (printed_size(record) > printer_t::spill_at) {
-    outcome.record = std::make_unique<record_t>(std::move(record));
-  } else {
-    printer_t printer;
-    print(record, settings, printer);
-    outcome.text = std::move(printer.text);
+  return finish_record(std::move(record), task, settings);
+}
+
+// The one place a record is built: a task in, its printed form out. A
+// message that needs more memory than there is fails alone: its record says
+// why and the run goes on, as for a file that cannot be read.
+outcome_t process(task_t const& task, settings_t const& settings) {
+  std::string why;
+  try {
+    return build(task, settings);
+  } catch (std::bad_alloc const&) {
+    why = "not enough memory to import it";
+  } catch (std::exception const& e) {
+    why = e.what();
   }
-  return outcome;
+  report(task.message ? task.path + ":" + std::to_string(task.message) : task.path, why);
+  record_t record(task.path, false, {});
+  record.message = task.message;
+  record.error = std::move(why);
+  if (settings.full)
+    record.full.emplace();
+  return finish_record(std::move(record), task, settings);
 }
 
 std::string megabytes(double bytes) {
@@ -271,12 +379,16 @@ public:
   ~scheduler_t() { stop(); }
 
   // False once output failed: nothing more is worth doing.
+  // False once output failed or a stop signal came: nothing more is worth
+  // doing.
   bool submit(task_t task) {
-    if (out_.error())
+    if (out_.error() || stop_signal())
       return false;
     if (workers_.empty()) {
-      write(process(task, settings_));
-      return !out_.error();
+      outcome_t const outcome = process(task, settings_);
+      if (!stop_signal())
+        write(outcome);
+      return !out_.error() && !stop_signal();
     }
     if (!pending_)
       pending_ = std::make_unique<slot_t>();
@@ -284,14 +396,16 @@ public:
     pending_->tasks.push_back(std::move(task));
     if (pending_->tasks.size() >= batch_tasks || pending_bytes_ >= batch_bytes)
       dispatch();
-    return !out_.error();
+    return !out_.error() && !stop_signal();
   }
 
   // Writes everything still in flight, then the summary; the exit status.
+  // After a stop signal what is in flight is dropped: every record written
+  // is whole, and no more are.
   int finish(std::size_t skipped) {
-    if (pending_)
+    if (pending_ && !stop_signal())
       dispatch();
-    while (!window_.empty() && !out_.error())
+    while (!window_.empty() && !out_.error() && !stop_signal())
       write_finished(true);
     stop();
     out_.flush();
@@ -305,13 +419,19 @@ public:
       std::snprintf(line, sizeof line, "%zu %s, %zu imported, %zu with text, %zu unreadable", records_,
                     settings_.mbox ? "messages" : "files", imported_, with_text_, failed_);
       std::string text = line;
+      if (cut_)
+        text += ", " + std::to_string(cut_) + " cut";
+      if (folders_)
+        text += ", " + std::to_string(folders_) + " unreadable folders";
       if (skipped)
         text += ", " + std::to_string(skipped) + " skipped";
       std::snprintf(line, sizeof line, ", %.1f s", seconds);
       text += line;
       with_stderr([&] { std::fprintf(stderr, "%s\n", text.c_str()); });
     }
-    return failed_ || out_.error() ? 1 : 0;
+    if (int const signal = stop_signal())
+      return 128 + signal;
+    return failed_ || cut_ || folders_ || out_.error() ? 1 : 0;
   }
 
 private:
@@ -341,6 +461,7 @@ private:
   }
 
   void work() {
+    block_stop_signals();
     for (;;) {
       slot_t* slot;
       {
@@ -359,6 +480,9 @@ private:
     std::vector<outcome_t> outcomes;
     outcomes.reserve(slot.tasks.size());
     for (task_t& task : slot.tasks) {
+      // After a stop signal nothing more is written: the rest is not read.
+      if (stop_signal())
+        break;
       outcomes.push_back(process(task, settings_));
       // The bytes of an mbox message are not needed any more.
       std::string().swap(task.bytes);
@@ -374,7 +498,7 @@ private:
   // Writes the finished batches at the front of the window; with wait, at
   // least the first one, running queued batches itself until it is done.
   void write_finished(bool wait) {
-    while (!window_.empty() && !out_.error()) {
+    while (!window_.empty() && !out_.error() && !stop_signal()) {
       slot_t* own = nullptr;
       {
         std::unique_lock lock(mutex_);
@@ -394,7 +518,7 @@ private:
         continue;
       }
       for (outcome_t const& outcome : window_.front()->outcomes)
-        if (!out_.error())
+        if (!out_.error() && !stop_signal())
           write(outcome);
       window_.pop_front();
       wait = false;
@@ -410,10 +534,17 @@ private:
     } else {
       out_.write(outcome.text);
     }
-    ++records_;
-    imported_ += outcome.imported;
-    with_text_ += outcome.with_text;
-    failed_ += outcome.failed;
+    // A folder that could not be listed is reported and fails the run, but
+    // it is not a file (nor a message).
+    if (outcome.folder) {
+      ++folders_;
+    } else {
+      ++records_;
+      imported_ += outcome.imported;
+      with_text_ += outcome.with_text;
+      failed_ += outcome.failed;
+      cut_ += outcome.cut;
+    }
     bytes_done_ += outcome.size;
     if (settings_.progress)
       draw_progress();
@@ -466,7 +597,7 @@ private:
   // Submitted and not yet written, in order; only the main thread changes it.
   std::deque<std::unique_ptr<slot_t>> window_;
 
-  std::size_t records_ = 0, imported_ = 0, with_text_ = 0, failed_ = 0;
+  std::size_t records_ = 0, imported_ = 0, with_text_ = 0, failed_ = 0, cut_ = 0, folders_ = 0;
   std::uint64_t bytes_done_ = 0;
   // The batch being filled, and the sizes of its tasks.
   std::unique_ptr<slot_t> pending_;
@@ -494,32 +625,45 @@ int open_source(std::string const& path, std::string& error) {
   return -1;
 }
 
-// Every message of the mbox at path as its own task.
-bool submit_mbox(scheduler_t& scheduler, std::string const& path) {
+// Every message of the mbox at path as its own task; each keeps at most the
+// limit and one byte more, which tells that it was cut.
+bool submit_mbox(scheduler_t& scheduler, std::string const& path, settings_t const& settings) {
   std::string error;
   int const fd = open_source(path, error);
   if (fd < 0)
     return scheduler.submit({path, 0, error, false, {}, 0});
-  mbox_reader_t reader(fd);
+  mbox_reader_t reader(fd, bytes_to_keep(settings) - 1);
   std::size_t number = 0;
   std::string message;
   bool going = true;
-  while (going && reader.next(message)) {
-    std::uint64_t const size = message.size();
-    going = scheduler.submit({path, ++number, {}, true, std::move(message), size});
-    message.clear();
+  try {
+    while (going && reader.next(message)) {
+      std::uint64_t const size = message.size();
+      going = scheduler.submit({path, ++number, {}, true, std::move(message), size});
+      message.clear();
+    }
+    error = reader.error() ? reason(reader.error()) : std::string();
+  } catch (std::bad_alloc const&) {
+    error = "not enough memory to read it";
   }
-  if (going && reader.error())
-    going = scheduler.submit({path, 0, reason(reader.error()), false, {}, 0});
+  if (going && !error.empty())
+    going = scheduler.submit({path, 0, error, false, {}, 0});
   if (fd != 0)
     ::close(fd);
   return going;
 }
 
-bool submit_stdin(scheduler_t& scheduler) {
+// Standard input as one message, of which at most the limit and one byte
+// more are read.
+bool submit_stdin(scheduler_t& scheduler, settings_t const& settings) {
   task_t task{"-", 0, {}, true, {}, 0};
-  if (int const error = read_all(0, task.bytes, 1 << 16))
-    task.error = reason(error);
+  try {
+    if (int const error = read_all(0, task.bytes, bytes_to_keep(settings)))
+      task.error = reason(error);
+  } catch (std::bad_alloc const&) {
+    std::string().swap(task.bytes);
+    task.error = "not enough memory to read it";
+  }
   task.size = task.bytes.size();
   return scheduler.submit(std::move(task));
 }
@@ -532,16 +676,19 @@ int run(std::vector<std::string> const& paths, settings_t const& settings) {
   for (std::string const& path : paths)
     expand(path, sources, counts, settings.progress);
   std::uint64_t total_bytes = 0;
-  for (source_t const& source : sources)
-    total_bytes += source.size;
-
-  scheduler_t scheduler(settings, total_bytes, sources.size());
+  std::size_t files = 0;
   for (source_t const& source : sources) {
-    bool const going = !source.error.empty() ? scheduler.submit({source.path, 0, source.error, false, {}, 0})
-                       : settings.mbox       ? submit_mbox(scheduler, source.path)
-                       : source.path == "-"
-                           ? submit_stdin(scheduler)
-                           : scheduler.submit({source.path, 0, {}, false, {}, source.size, source.regular});
+    total_bytes += source.size;
+    files += !source.folder;
+  }
+
+  scheduler_t scheduler(settings, total_bytes, files);
+  for (source_t const& source : sources) {
+    bool const going =
+        !source.error.empty() ? scheduler.submit({source.path, 0, source.error, false, {}, 0, false, source.folder})
+        : settings.mbox       ? submit_mbox(scheduler, source.path, settings)
+        : source.path == "-"  ? submit_stdin(scheduler, settings)
+                              : scheduler.submit({source.path, 0, {}, false, {}, source.size, source.regular});
     if (!going)
       break;
   }

@@ -9,6 +9,7 @@
 // the memory an mbox of any size takes.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ struct settings_t {
   bool full = true;
   tidewell::options_t message;
   importer::options_t import;
+  // At most this many bytes of one message (a file, an mbox message,
+  // standard input) are read and imported; the record of a longer message
+  // says it was cut. Set the full reading's max_bytes to the same.
+  std::uint64_t max_message_size = std::uint64_t(256) << 20;
   unsigned jobs = 1;
   // Redraw a progress line on standard error.
   bool progress = false;
@@ -37,7 +42,8 @@ struct settings_t {
 };
 
 // Imports and prints every path; the exit status: 0 when everything could be
-// read and written, 1 otherwise.
+// read and written, 1 otherwise, 128 + the signal's number when SIGINT or
+// SIGTERM stopped the run (see console.h).
 int run(std::vector<std::string> const& paths, settings_t const& settings);
 
 } // namespace cli

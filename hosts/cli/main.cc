@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -61,6 +62,11 @@ Options:
                        not imported)
   -j, --jobs N         import N files at a time (default: the number of
                        processors); the output is the same for every N
+  --max-message-size BYTES
+                       read at most BYTES of each message, file, mbox
+                       message or standard input (default 256M; K, M and G
+                       multiply by 1024, 1024^2 and 1024^3); the record of a
+                       longer one holds what its start gives and "cut": true
   --quiet              no progress line and no summary on standard error
   --summary            print the summary line even when standard error is
                        not a terminal
@@ -94,6 +100,10 @@ the message lacks.
 The two look-ups may be repeated; they print one "key: value" line per
 result (one JSON object per look-up with --json) and take no PATH.
 
+A path that is not UTF-8 is printed with U+FFFD for its stray bytes and, in
+JSON, losslessly as "path_bytes": those bytes as %HH and % as %25 (any
+percent-decoder gives the bytes back); the listing shows that form.
+
 A directory walk takes only cur/ and new/ inside a Maildir, skips hidden
 files and folders (but walks Maildir++ folders such as .Sent), the index
 folders of other mail tools and dovecot* files, and skips FIFOs, sockets and
@@ -101,11 +111,19 @@ devices. Only regular files are read: such a file named as PATH is refused.
 
 When standard error is a terminal, a progress line is redrawn there and a
 summary line ends the run: N files (messages with --mbox), M imported, K
-with text, E unreadable, T s.
+with text, E unreadable, T s (F unreadable folders and S skipped when there
+are any).
+
+SIGINT or SIGTERM stops the run cleanly: no record is started after it,
+the one being written is finished, so every line is whole, the summary is
+printed as it would have been, and the exit status is 130 (SIGINT) or 143
+(SIGTERM). A second signal ends the run at once.
 
 Exit status: 0 when every file could be read and all output written, 1
 when not (each failure is reported as "tidewell-import: PATH: reason", and
-its JSON record has an "error" key), 2 for a usage error.
+its JSON record has an "error" key; so is a folder that cannot be read and
+a message that needs more memory than there is) or a message was cut, 2 for
+a usage error, 130 or 143 after SIGINT or SIGTERM.
 )";
 
 struct lookup_t {
@@ -189,6 +207,39 @@ std::string lookup_output(lookup_t const& lookup, bool json) {
   return out;
 }
 
+// A size in bytes: a whole number of at least 1, times 1024, 1024^2 or
+// 1024^3 with a K, M or G after it, and at most 2^60 (an exabyte).
+bool parse_size(char const* text, std::uint64_t& size) {
+  char* end = nullptr;
+  errno = 0;
+  unsigned long long const value = std::strtoull(text, &end, 10);
+  if (errno || end == text || *text == '-' || *text == '+' || value < 1)
+    return false;
+  unsigned shift = 0;
+  switch (*end) {
+  case '\0':
+    break;
+  case 'K':
+  case 'k':
+    shift = 10;
+    break;
+  case 'M':
+  case 'm':
+    shift = 20;
+    break;
+  case 'G':
+  case 'g':
+    shift = 30;
+    break;
+  default:
+    return false;
+  }
+  if ((shift && end[1] != '\0') || value > (std::uint64_t(1) << (60 - shift)))
+    return false;
+  size = static_cast<std::uint64_t>(value) << shift;
+  return true;
+}
+
 // A job count: a whole number from 1 to 1024.
 bool parse_jobs(char const* text, unsigned& jobs) {
   char* end = nullptr;
@@ -206,6 +257,7 @@ int main(int argc, char** argv) {
   // A closed pipe shows up as EPIPE on the write, which is reported, rather
   // than as a silent death.
   std::signal(SIGPIPE, SIG_IGN);
+  cli::catch_stop_signals();
   options_t options;
   options.settings.jobs = std::max(1u, std::thread::hardware_concurrency());
   bool options_done = false;
@@ -247,6 +299,13 @@ int main(int argc, char** argv) {
       char const* count = arg + (arg[1] == 'j' ? 2 : 7);
       if (!parse_jobs(count, options.settings.jobs))
         return usage_error("the number of jobs must be from 1 to 1024: ", count);
+    } else if (std::strcmp(arg, "--max-message-size") == 0 || std::strncmp(arg, "--max-message-size=", 19) == 0) {
+      char const* size = arg[18] == '=' ? arg + 19 : nullptr;
+      if (!size && ++i == argc)
+        return usage_error("option requires an argument: ", arg);
+      if (!parse_size(size ? size : argv[i], options.settings.max_message_size))
+        return usage_error("the size must be a whole number of bytes with K, M or G, at least 1: ",
+                           size ? size : argv[i]);
     } else if (std::strcmp(arg, "--content-type") == 0) {
       if (++i == argc)
         return usage_error("option requires an argument: ", arg);
@@ -277,6 +336,7 @@ int main(int argc, char** argv) {
   options.settings.full = options.full || !(options.desktop || options.crlf);
   if (options.crlf)
     options.settings.import.line_ends = importer::line_ends_t::crlf_as_lf;
+  options.settings.message.max_bytes = options.settings.max_message_size;
   if (!options.lookups.empty()) {
     if (!options.paths.empty())
       return usage_error("PATH cannot be combined with a look-up: ", options.paths.front().c_str());

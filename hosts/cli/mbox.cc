@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/cli/mbox.h"
 
+#include "hosts/cli/console.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
@@ -200,6 +203,12 @@ bool mbox_reader_t::next_line(std::string_view& line) {
       return true;
     }
     scanned = buffer_.size();
+    if (buffer_.size() - position_ >= chunk) {
+      // A line this long goes on in pieces.
+      line = std::string_view(buffer_).substr(position_);
+      position_ = buffer_.size();
+      return true;
+    }
     if (eof_) {
       line = std::string_view(buffer_).substr(position_);
       position_ = buffer_.size();
@@ -214,7 +223,7 @@ bool mbox_reader_t::next_line(std::string_view& line) {
     ssize_t n;
     do
       n = ::read(fd_, buffer_.data() + had, chunk);
-    while (n < 0 && errno == EINTR);
+    while (n < 0 && errno == EINTR && !stop_signal());
     buffer_.resize(had + static_cast<std::size_t>(n > 0 ? n : 0));
     if (n < 0)
       error_ = errno;
@@ -222,9 +231,21 @@ bool mbox_reader_t::next_line(std::string_view& line) {
   }
 }
 
+void mbox_reader_t::keep(std::string_view bytes) {
+  message_.append(bytes.substr(0, keep_ - std::min(keep_, message_.size())));
+}
+
 bool mbox_reader_t::next(std::string& message) {
   std::string_view line;
   while (next_line(line)) {
+    // Only a whole line, or the first piece of one, can be a separator, a
+    // blank line or a quoted From.
+    bool const line_start = at_line_start_;
+    at_line_start_ = line.ends_with('\n');
+    if (!line_start) {
+      keep(line);
+      continue;
+    }
     if (is_envelope_line(line)) {
       held_blank_.clear();
       bool const had_message = started_;
@@ -236,7 +257,7 @@ bool mbox_reader_t::next(std::string& message) {
       }
       continue;
     }
-    message_ += held_blank_;
+    keep(held_blank_);
     held_blank_.clear();
     if (is_blank_line(line)) {
       held_blank_ = line;
@@ -245,7 +266,7 @@ bool mbox_reader_t::next(std::string& message) {
     started_ = true;
     if (is_quoted_from(line))
       line.remove_prefix(1);
-    message_ += line;
+    keep(line);
   }
   if (!started_ || error_)
     return false;

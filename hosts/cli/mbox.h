@@ -20,9 +20,15 @@
 // file read as an mbox is that one message. The file is read in chunks and
 // only the current message is held, so mboxes of any size are read in
 // memory bounded by their largest message.
+//
+// That message is bounded too: one longer than max_message is kept to
+// max_message + 1 bytes (the byte more tells that it was cut) and the rest
+// of it is read past to the next separator, and a line is taken in pieces of
+// at most about a megabyte, so no line, however long, is held whole.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -31,7 +37,8 @@ namespace cli {
 class mbox_reader_t {
 public:
   // Reads from fd, which stays the caller's to close.
-  explicit mbox_reader_t(int fd) : fd_(fd) {}
+  explicit mbox_reader_t(int fd, std::size_t max_message = SIZE_MAX)
+      : fd_(fd), keep_(max_message == SIZE_MAX ? SIZE_MAX : max_message + 1) {}
 
   // The next message, unquoted and without its separator; false at the end
   // or after a read error.
@@ -41,11 +48,17 @@ public:
   int error() const { return error_; }
 
 private:
-  // The next line with its line feed (none on a last line without one);
-  // false at the end of the input.
+  // The next line with its line feed (none on a last line without one, or
+  // on a piece of a long line); false at the end of the input.
   bool next_line(std::string_view& line);
 
+  // Appends to the message what fits in keep_.
+  void keep(std::string_view bytes);
+
   int fd_;
+  std::size_t keep_;
+  // The last piece next_line gave ended a line: the next one starts one.
+  bool at_line_start_ = true;
   int error_ = 0;
   bool eof_ = false;
   bool started_ = false;

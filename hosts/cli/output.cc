@@ -20,24 +20,30 @@
 namespace cli {
 namespace {
 
-// Paths are bytes; JSON wants UTF-8.
-std::string valid_utf8(std::string_view bytes) {
-  if (importer::is_well_formed_utf8(bytes))
-    return std::string(bytes);
+template <typename Keep, typename Bad> void each_utf8_run(std::string_view bytes, Keep&& keep, Bad&& bad) {
   using traits = boost::locale::utf::utf_traits<char>;
-  std::string out;
   char const* p = bytes.data();
   char const* const end = p + bytes.size();
   while (p != end) {
     char const* start = p;
     auto const code_point = traits::decode(p, end);
     if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
-      out += "\xEF\xBF\xBD";
+      bad(static_cast<unsigned char>(*start));
       p = start + 1;
     } else {
-      out.append(start, p);
+      keep(start, p);
     }
   }
+}
+
+// Paths are bytes; JSON wants UTF-8.
+std::string valid_utf8(std::string_view bytes) {
+  if (importer::is_well_formed_utf8(bytes))
+    return std::string(bytes);
+  std::string out;
+  each_utf8_run(
+      bytes, [&](char const* first, char const* last) { out.append(first, last); },
+      [&](unsigned char) { out += "\xEF\xBF\xBD"; });
   return out;
 }
 
@@ -260,6 +266,10 @@ void append_record_head(record_t const& record, printer_t& out) {
   std::string& line = out.text;
   line += "\"path\":";
   append_quoted(out, valid_utf8(record.path));
+  if (std::string const lossless = path_bytes(record.path); !lossless.empty()) {
+    line += ",\"path_bytes\":";
+    append_quoted(out, lossless);
+  }
   if (record.message != 0)
     line += ",\"message\":" + std::to_string(record.message);
   line += record.imported ? ",\"imported\":true" : ",\"imported\":false";
@@ -393,8 +403,7 @@ void print_full_listing(record_t const& record, printer_t& printer) {
     if (!a.content_id.empty())
       out += ", <" + valid_utf8(a.content_id) + '>';
   });
-  if (message.cut)
-    out += "  (cut: only the start of the message was read)\n";
+
   bool const nothing = !message.subject && !message.date && !message.received && !message.message_id &&
                        !message.in_reply_to && !message.text && message.references.empty() &&
                        message.attachments.empty() &&
@@ -420,6 +429,25 @@ void print_full_listing(record_t const& record, printer_t& printer) {
 }
 
 } // namespace
+
+std::string path_bytes(std::string_view path) {
+  if (importer::is_well_formed_utf8(path))
+    return {};
+  static constexpr char hex[] = "0123456789ABCDEF";
+  std::string out;
+  auto const escape = [&](unsigned char c) { out.append({'%', hex[c >> 4], hex[c & 15]}); };
+  each_utf8_run(
+      path,
+      [&](char const* first, char const* last) {
+        for (; first != last; ++first)
+          if (*first == '%')
+            escape('%');
+          else
+            out += *first;
+      },
+      escape);
+  return out;
+}
 
 std::string rfc3339(tidewell::date_t const& date) {
   auto const [d, sign, hours, minutes] = local_time(date);
@@ -533,6 +561,8 @@ void print_json_line(record_t const& record, printer_t& out) {
     }
     line += ']';
   }
+  if (record.cut)
+    line += ",\"cut\":true";
   line += "}\n";
 }
 
@@ -544,10 +574,15 @@ std::string to_json_line(record_t const& record) {
 
 void print_listing(record_t const& record, printer_t& printer) {
   std::string& out = printer.text;
-  out += record.path;
+  std::string const lossless = path_bytes(record.path);
+  out += lossless.empty() ? record.path : lossless;
   if (record.message != 0)
     out.append(":").append(std::to_string(record.message));
   out += "\n";
+  if (!lossless.empty())
+    out += "  (the path is not UTF-8: its other bytes are shown as %HH, and % as %25)\n";
+  if (record.cut || (record.full && record.full->cut))
+    out += "  (cut: only the start of the message was read)\n";
   if (!record.error.empty())
     out += "  (not imported: " + record.error + ")\n";
   else if (!record.imported)

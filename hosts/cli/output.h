@@ -42,6 +42,9 @@ struct record_t {
   // full_problems says whether its problems were asked for.
   std::optional<tidewell::message_t> full;
   bool full_problems = false;
+  // Only the start of the message was read (the desktop reading; the full
+  // reading's message says so itself).
+  bool cut = false;
 };
 
 // The version of the full reading's JSON record. It changes only when a key
@@ -76,19 +79,30 @@ std::size_t printed_size(record_t const& record);
 void print_json_line(record_t const& record, printer_t& out);
 void print_listing(record_t const& record, printer_t& out);
 
-// The desktop reading: {"path": ..., "message": N, "imported": ...,
-// "error": ..., "attributes": {...}, "problems": [...]}; "message", "error"
-// and "problems" only where they apply, dates as "YYYY-MM-DDTHH:MM:SSZ".
-// The full reading: {"schema": 1, "path": ..., "message": N, "imported": ...,
+// The desktop reading: {"path": ..., "path_bytes": ..., "message": N,
+// "imported": ..., "error": ..., "attributes": {...}, "problems": [...],
+// "cut": true}; "path_bytes", "message", "error", "problems" and "cut" only
+// where they apply, dates as "YYYY-MM-DDTHH:MM:SSZ".
+// The full reading: {"schema": 1, "path": ..., "path_bytes": ...,
+// "message": N, "imported": ...,
 // "error": ..., then every field of the message, "problems": [...] and
 // "cut": true}; a field without a value is null and a list is always there,
 // [] when empty, so only "message", "error", "problems" and "cut" come and
 // go. Dates are RFC 3339 in the zone the message gave. Either way a line
 // feed ends the record, and bytes that are not UTF-8 become U+FFFD so the
-// line is always valid JSON.
+// line is always valid JSON. A path that is not UTF-8 loses bytes to that
+// repair, so "path_bytes" then holds it losslessly (see path_bytes).
 std::string to_json_line(record_t const& record);
 
-// The path (PATH:N for an mbox message), then "name = value" lines with lists
+// A path that is not well-formed UTF-8, written so that no byte is lost and
+// the result is UTF-8: every byte that is not part of a well-formed
+// sequence as %HH (upper-case hex), '%' itself as %25, everything else as it
+// is. Any percent-decoder gives the bytes back. Empty for a UTF-8 path,
+// which needs no such form.
+std::string path_bytes(std::string_view path);
+
+// The path (PATH:N for an mbox message; in its path_bytes form, with a
+// line saying so, when it is not UTF-8), then "name = value" lines with lists
 // in parentheses, then the problems as indented lines, then a blank line.
 // The full reading leaves out fields without a value and empty lists.
 std::string to_listing(record_t const& record);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/cli/walk.h"
 
+#include "hosts/cli/console.h"
+
 #include <algorithm>
 #include <dirent.h>
 #include <set>
@@ -62,7 +64,7 @@ public:
     if (::stat(root.c_str(), &info) == 0)
       seen_.insert({info.st_dev, info.st_ino});
     pending_.push_back(root);
-    while (!pending_.empty()) {
+    while (!pending_.empty() && !stop_signal()) {
       std::string folder = std::move(pending_.back());
       pending_.pop_back();
       visit(folder);
@@ -75,7 +77,7 @@ private:
   void visit(std::string const& folder) {
     std::vector<entry_t> names;
     if (int const error = list(folder, names)) {
-      sources_.push_back({folder, reason(error), 0});
+      sources_.push_back({folder, reason(error), 0, false, true});
       return;
     }
     if (!is_maildir(folder)) {
@@ -86,7 +88,7 @@ private:
       std::string const path = join(folder, messages);
       std::vector<entry_t> files;
       if (int const error = list(path, files))
-        sources_.push_back({path, reason(error), 0});
+        sources_.push_back({path, reason(error), 0, false, true});
       else
         take(path, files, role_t::messages_only);
     }

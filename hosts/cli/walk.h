@@ -31,6 +31,9 @@ struct source_t {
   std::uint64_t size = 0;
   // stat or readdir found a regular file: the import need not ask again.
   bool regular = false;
+  // A folder that could not be listed: not a file, but a failure all the
+  // same (error says why).
+  bool folder = false;
 };
 
 struct walk_counts_t {
@@ -41,7 +44,8 @@ struct walk_counts_t {
 // Appends the sources path stands for, in byte order of their paths. A path
 // that is not a folder (or cannot be stat'ed) is one source, checked when it
 // is read; "-" is standard input. Without sizes, the files of a folder are
-// listed with the size 0.
+// listed with the size 0. A walk ends early once a stop signal came (see
+// console.h).
 void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts, bool sizes = true);
 
 // Names a walk leaves alone wherever they are: the index folders of other

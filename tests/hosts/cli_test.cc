@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The command-line host, run as a user runs it.
+#include <cstdio>
 #include <string>
+#include <unistd.h>
 
 #include <boost/json.hpp>
 #include <gtest/gtest.h>
 
 #include "hosts/cli/output.h"
+#include "importer/import.h"
 
 namespace {
 
@@ -16,7 +19,8 @@ TEST(output, json_paths_dates_and_lists) {
                             std::chrono::seconds(8 * 3600 + 52 * 60 + 37));
   record.attributes.set("kMDItemAuthors", std::vector<std::string>{"A", "B"});
   auto const line = cli::to_json_line(record);
-  EXPECT_EQ(line, "{\"path\":\"dir/\xEF\xBF\xBD.eml\",\"imported\":true,\"attributes\":{\"kMDItemAuthors\":[\"A\","
+  EXPECT_EQ(line, "{\"path\":\"dir/\xEF\xBF\xBD.eml\",\"path_bytes\":\"dir/"
+                  "%FF.eml\",\"imported\":true,\"attributes\":{\"kMDItemAuthors\":[\"A\","
                   "\"B\"],\"kMDItemContentCreationDate\":\"2003-07-01T08:52:37Z\"}}\n");
   auto const listing = cli::to_listing(record);
   EXPECT_NE(listing.find("kMDItemContentCreationDate       = 2003-07-01 08:52:37 +0000\n"), std::string::npos);
@@ -162,6 +166,47 @@ TEST(output, listing_of_message_error_and_problems) {
   EXPECT_EQ(cli::to_listing(record),
             "m.eml\n  (no attributes)\n  problem: { context : --a\n    --b }, { description : No "
             "closing MIME boundary found }\n\n");
+}
+
+std::string percent_decoded(std::string_view text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i)
+    if (text[i] == '%' && i + 2 < text.size()) {
+      out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+      i += 2;
+    } else {
+      out += text[i];
+    }
+  return out;
+}
+
+// A path that is not UTF-8 keeps every byte in path_bytes: names that differ
+// only in a stray byte (or in a stray byte against a literal "%FF") stay
+// apart, and decoding gives the bytes back. A UTF-8 path has no such form,
+// so its record is as it always was.
+TEST(output, path_bytes_are_lossless) {
+  std::string const paths[] = {"a/\xFF.eml",
+                               "a/\xFE.eml",
+                               "a/%FF\xC3.eml",
+                               "a/%25FF\xC3.eml",
+                               "caf\xC3\xA9/\xE6\x97\xA5\xE6\x97.eml",
+                               std::string("n\0\x80", 3)};
+  std::vector<std::string> forms;
+  for (std::string const& path : paths) {
+    std::string const form = cli::path_bytes(path);
+    EXPECT_EQ(percent_decoded(form), path) << form;
+    EXPECT_TRUE(importer::is_well_formed_utf8(form)) << form;
+    EXPECT_EQ(std::count(forms.begin(), forms.end(), form), 0) << form;
+    forms.push_back(form);
+  }
+  EXPECT_EQ(forms[0], "a/%FF.eml");
+  EXPECT_EQ(forms[2], "a/%25FF%C3.eml");
+  EXPECT_EQ(forms[4], "caf\xC3\xA9/\xE6\x97\xA5%E6%97.eml");
+  EXPECT_EQ(cli::path_bytes("caf\xC3\xA9 100%.eml"), "");
+  cli::record_t record{"100%.eml", true, {}};
+  EXPECT_EQ(cli::to_json_line(record).find("path_bytes"), std::string::npos);
+  record.path = paths[2];
+  EXPECT_EQ(cli::to_listing(record).substr(0, 15), "a/%25FF%C3.eml\n");
 }
 
 } // namespace

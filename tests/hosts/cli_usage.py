@@ -3,7 +3,7 @@
 """tidewell-import as a user runs it, one CTest test per behaviour: each
 case builds its files in a temporary folder, runs the tool and checks its
 output, standard error and exit status (cli_usage.py --binary B CASE)."""
-import argparse, json, os, pty, re, socket, subprocess, sys, tempfile, time
+import argparse, json, os, pty, re, resource, signal, socket, subprocess, sys, tempfile, time, urllib.parse
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(os.path.dirname(HERE))
@@ -84,11 +84,143 @@ def case_errors(tmp):
         write(os.path.join(tmp, "walk", name), example("plain.eml"))
     for name in ("locked", "secret.eml"):
         os.chmod(os.path.join(tmp, "walk", name), 0)
-    status, out, err = run("--json", "-j", "1", "walk", cwd=tmp, prefix=as_user)
+    status, out, err = run("--json", "--summary", "-j", "1", "walk", cwd=tmp, prefix=as_user)
     check(status == 1 and [r.get("error") for r in records(out)] == [None, "Permission denied", "Permission denied"],
           "unreadable folder and file: %r" % out)
+    # The folder has its record, but it is not a file.
+    summary = err.splitlines().pop() if err else ""
+    check(summary.startswith("2 files, 1 imported, 1 with text, 1 unreadable, 1 unreadable folders, "),
+          "the summary: " + summary)
+    err = "\n".join(err.splitlines()[:-1])
     check(err.splitlines() == ["tidewell-import: walk/locked: Permission denied",
                                "tidewell-import: walk/secret.eml: Permission denied"], "unreadable: " + err)
+
+
+LIMIT = 256 << 20
+
+
+def measured(*args, stdin=None, cwd=None):
+    """Status, output and standard error of one run, and its peak resident set in bytes."""
+    before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
+    status, out, err = run(*args, stdin=stdin, cwd=cwd, timeout=300)
+    peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
+    # ru_maxrss of the children is the largest of any one: a run that peaked
+    # below an earlier one is not measured, so the biggest run goes first.
+    check(peak > before, "the peak resident set was measured")
+    return status, out, err, peak << 10
+
+
+def case_big_files(tmp):
+    # A sparse file of 2 TiB beside an ordinary message: the message's record
+    # and one for the start of the big file, in memory bounded by the limit.
+    folder = os.path.join(tmp, "mail")
+    os.makedirs(folder)
+    huge = os.path.join(folder, "huge.eml")
+    try:
+        with open(huge, "wb") as f:
+            f.truncate(2 << 40)
+    except OSError as e:
+        print("SKIP: the file system refuses a 2 TiB sparse file:", e)
+        return
+    write(os.path.join(folder, "plain.eml"), example("plain.eml"))
+    status, out, err, peak = measured("--json", "--summary", "-j", "2", folder)
+    print("peak RSS over a folder with a 2 TiB file: %d MiB" % (peak >> 20))
+    lines = records(out)
+    alone = records(run("--json", os.path.join(EXAMPLES, "plain.eml"))[1])[0]
+    check(status == 1 and [r["path"] for r in lines] == [huge, os.path.join(folder, "plain.eml")],
+          "two records, exit status 1: %d %s" % (status, err))
+    check(lines and lines[0]["imported"] and lines[0].get("cut") is True and "error" not in lines[0],
+          "the big file's start, marked as cut: %r" % lines[:1])
+    check(len(lines) == 2 and fields(lines[1]) == fields(alone), "the ordinary record as ever")
+    check("huge.eml: cut: only the first 268435456 bytes were read" in err and ", 1 cut, " in err, "reported: " + err)
+    check(peak < 2 * LIMIT + (100 << 20), "peak RSS %d MiB within twice the limit and 100 MiB" % (peak >> 20))
+    # Endless standard input ends with the start of it.
+    with open("/dev/zero", "rb") as zero:
+        p = subprocess.run([BINARY, "--json", "-"], stdin=zero, capture_output=True, timeout=300)
+    check(p.returncode == 1 and [(r["path"], r.get("cut")) for r in records(p.stdout)] == [("-", True)],
+          "/dev/zero: %d %r" % (p.returncode, p.stdout[:200]))
+
+
+def case_max_message_size(tmp):
+    # A message of exactly the limit is whole; one byte more is cut, in both
+    # readings, from a file, an mbox and standard input alike.
+    head = b"Subject: sized\nFrom: a@example.org\n\n"
+    exact = head + b"x" * (1023 - len(head)) + b"\n"
+    longer = exact + b"y"
+    write(os.path.join(tmp, "exact.eml"), exact)
+    write(os.path.join(tmp, "longer.eml"), longer)
+    write(os.path.join(tmp, "box"), mboxrd([longer, exact]))
+    for reading, text in (([], "text"), (["--desktop"], "kMDItemTextContent")):
+        def text_of(r):
+            return r[text] if not reading else r["attributes"].get(text)
+        status, out, err = run("--json", *reading, "--max-message-size", "1K", "exact.eml", "longer.eml", cwd=tmp)
+        lines = records(out)
+        check(status == 1 and [r.get("cut") for r in lines] == [None, True], "%s files: %r" % (reading, lines))
+        check([text_of(r) for r in lines] == ["x" * (1023 - len(head)) + "\n"] * 2, "%s the start is read" % reading)
+        whole = records(run("--json", *reading, "exact.eml", cwd=tmp)[1])
+        check(lines[:1] == whole, "%s a message within the limit gives its record as ever" % reading)
+        status, out, _ = run("--json", *reading, "--mbox", "--max-message-size=1k", "box", cwd=tmp)
+        check(status == 1 and [r.get("cut") for r in records(out)] == [True, None], "%s mbox: %r" % (reading, out))
+        status, out, _ = run("--json", *reading, "--max-message-size", "1024", "-", stdin=longer)
+        check(status == 1 and [r.get("cut") for r in records(out)] == [True], "%s stdin" % reading)
+        listing = run(*reading, "--max-message-size", "1K", "longer.eml", cwd=tmp)[1].decode()
+        check("\n  (cut: only the start of the message was read)\n" in listing, "%s listing: %s" % (reading, listing))
+    for bad in ("0", "-1", "1T", "12KB", "", "99999999999G"):
+        check(run("--max-message-size", bad, "exact.eml", cwd=tmp)[0] == 2, "usage error: %r" % bad)
+    # A message that needs more memory than the process may have fails
+    # alone; the next one is imported.
+    big = os.path.join(tmp, "big.eml")
+    write(big, head + (b"z" * 75 + b"\n") * ((160 << 20) // 76))
+    limit = "ulimit -v %d; exec \"$@\"" % (450 << 10)
+    p = subprocess.run(["sh", "-c", limit, "sh", BINARY, "--json", "-j", "1", "--max-message-size", "1G", big,
+                        os.path.join(tmp, "exact.eml")], capture_output=True, timeout=300)
+    lines = records(p.stdout)
+    check(p.returncode == 1 and [(r["imported"], r.get("error")) for r in lines]
+          == [(False, "not enough memory to import it"), (True, None)], "out of memory: %d %r %s"
+          % (p.returncode, [{k: v for k, v in r.items() if k != "text"} for r in lines], p.stderr[-300:]))
+
+
+def case_stops(tmp):
+    # SIGTERM or SIGINT while the output goes into a pipe read slowly: every
+    # line read is whole, the summary is printed, and the status tells which.
+    folder = os.path.join(tmp, "many")
+    body = example("plain.eml") + b"".join(b"line %d of a long text\n" % i for i in range(2000))
+    for i in range(600):
+        write(os.path.join(folder, "%04d.eml" % i), body)
+    for sig, status in ((signal.SIGTERM, 143), (signal.SIGINT, 130)) * 3:
+        p = subprocess.Popen([BINARY, "--json", "--summary", "-j", "2", folder], stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE)
+        out = p.stdout.read(256 << 10)
+        time.sleep(0.05)
+        p.send_signal(sig)
+        while chunk := p.stdout.read(64 << 10):
+            out += chunk
+            time.sleep(0.01)
+        err = p.stderr.read().decode(errors="replace")
+        code = p.wait(timeout=60)
+        lines = out.split(b"\n")
+        try:
+            whole = lines[-1] == b"" and all(json.loads(l)["imported"] for l in lines[:-1])
+        except ValueError:
+            whole = False
+        check(code == status and whole, "%s: status %d, %d lines, ends %r" % (sig.name, code, len(lines), out[-40:]))
+        check(len(lines) - 1 < 600 and re.search(r"^\d+ files, ", err, re.M), "stopped early, summary: " + err)
+
+
+def case_path_bytes(tmp):
+    # Names that differ only in a byte that is not UTF-8 print the same
+    # "path" but different "path_bytes", each decoding to its name's bytes.
+    names = [b"caf\xe9.eml", b"caf\xe8.eml", b"caf%E9.eml"]
+    for name in names:
+        write(os.path.join(os.fsencode(tmp), name), example("plain.eml"))
+    status, out, _ = run("--json", "-j", "1", ".", cwd=tmp)
+    lines = sorted(records(out), key=lambda r: ("path_bytes" in r, r.get("path_bytes", "")))
+    by_bytes = [urllib.parse.unquote_to_bytes(r["path_bytes"]) if "path_bytes" in r else None for r in lines]
+    check(status == 0 and by_bytes == [None, b"./caf\xe8.eml", b"./caf\xe9.eml"], "path_bytes: %r" % lines)
+    check(lines[1]["path"] == lines[2]["path"] == "./caf\ufffd.eml", "path keeps U+FFFD")
+    check({k: v for k, v in fields(lines[1]).items() if k != "path_bytes"} == fields(lines[0]), "the rest as ever")
+    listing = run(os.fsdecode(names[0]), cwd=tmp)[1].decode()
+    check(listing.startswith("caf%E9.eml\n  (the path is not UTF-8"), "the listing: %r" % listing[:80])
 
 
 def case_write_errors(tmp):

@@ -114,4 +114,33 @@ TEST(mbox, unquoted_from_lines_stay_in_their_message) {
     EXPECT_EQ(split(row.mbox), row.messages) << row.mbox;
 }
 
+// An mbox message longer than the limit keeps the limit and one byte, and
+// the reader finds the next separator behind it, whether the excess is many
+// lines or one line far longer than the reader's chunk; a "From -" inside
+// such a line is not a separator.
+TEST(mbox, long_messages_are_cut) {
+  std::string const separator = "From - Mon Jan  1 00:00:00 2024\n";
+  std::string long_line = "Subject: long\n\n" + std::string(3 << 20, 'x');
+  long_line.insert((1 << 20) + 17, separator);
+  std::string many_lines = "Subject: many\n\n";
+  while (many_lines.size() < (3 << 20))
+    many_lines += "From the start of a line\n";
+  std::string const input = separator + long_line + "\n\n" + separator + many_lines + "\n" + separator +
+                            "Subject: short\n\nshort\n" + "\n" + separator + long_line;
+  FILE* file = std::tmpfile();
+  ASSERT_NE(file, nullptr);
+  ASSERT_EQ(::write(fileno(file), input.data(), input.size()), static_cast<ssize_t>(input.size()));
+  ::lseek(fileno(file), 0, SEEK_SET);
+  cli::mbox_reader_t reader(fileno(file), 1000);
+  std::vector<std::string> messages;
+  for (std::string message; reader.next(message);)
+    messages.push_back(message);
+  std::fclose(file);
+  ASSERT_EQ(messages.size(), 4u);
+  EXPECT_EQ(messages[0], long_line.substr(0, 1001));
+  EXPECT_EQ(messages[1], many_lines.substr(0, 1001));
+  EXPECT_EQ(messages[2], "Subject: short\n\nshort\n");
+  EXPECT_EQ(messages[3], long_line.substr(0, 1001));
+}
+
 } // namespace
