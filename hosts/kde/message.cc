@@ -30,23 +30,23 @@ std::string contact(tidewell::mailbox_t const& mailbox) {
   return mailbox.name + " <" + mailbox.address + ">";
 }
 
-// The contacts of the fields in their order, each once however many of the
-// fields name it.
-std::vector<std::string> contacts(std::initializer_list<mailboxes_t const*> fields) {
-  std::vector<std::string> result;
+// Calls each with the contact of every mailbox of the fields in their order,
+// each once however many of the fields name it, until each returns false.
+template <typename each_t> void for_each_contact(std::initializer_list<mailboxes_t const*> fields, each_t each) {
   std::set<std::pair<std::string_view, std::string_view>> seen;
   for (mailboxes_t const* field : fields)
     for (tidewell::mailbox_t const& mailbox : *field)
       if (std::string text = contact(mailbox); !text.empty() && seen.emplace(mailbox.name, mailbox.address).second)
-        result.push_back(std::move(text));
-  return result;
+        if (!each(std::move(text)))
+          return;
 }
 
-std::string joined(std::vector<std::string> const& items) {
-  std::string text;
-  for (std::string const& item : items)
-    text.append(text.empty() ? "" : ", ").append(item);
-  return text;
+// Appends item to list, ", " between items, and says whether list still
+// holds no more than max_bytes: past that the rest could not be handed over,
+// so a list of millions is neither joined nor looked at whole.
+bool append_item(std::string& list, std::string_view item, std::size_t max_bytes) {
+  list.append(list.empty() ? "" : ", ").append(item);
+  return list.size() <= max_bytes;
 }
 
 // Appends text within what is left of budget and takes its size from it.
@@ -66,11 +66,15 @@ void fill(tidewell::message_t const& message, ExtractionResult& result) {
 
   if (flags & ExtractionResult::ExtractMetaData) {
     if (message.subject) {
-      result.add(KFileMetaData::Property::Title, qstring(*message.subject));
-      result.add(KFileMetaData::Property::Subject, qstring(*message.subject));
+      QString const subject = qstring(text::cut(*message.subject, max_subject_bytes));
+      result.add(KFileMetaData::Property::Title, subject);
+      result.add(KFileMetaData::Property::Subject, subject);
     }
-    for (std::string const& author : contacts({&message.from}))
+    std::size_t authors = 0;
+    for_each_contact({&message.from}, [&](std::string author) {
       result.add(KFileMetaData::Property::Author, qstring(author));
+      return ++authors < max_authors;
+    });
     if (message.date)
       result.add(KFileMetaData::Property::CreationDate,
                  QDateTime::fromSecsSinceEpoch(message.date->instant.time_since_epoch().count(), Qt::UTC));
@@ -79,12 +83,21 @@ void fill(tidewell::message_t const& message, ExtractionResult& result) {
   if (flags & ExtractionResult::ExtractPlainText) {
     // Strictly below the limit.
     std::size_t budget = max_text_bytes - 1;
-    append_within(result, joined(contacts({&message.to, &message.cc, &message.bcc})), budget);
-    std::vector<std::string> names;
-    names.reserve(message.attachments.size());
+    // The senders past the Author bound, then the recipients.
+    std::string people;
+    std::size_t authors = 0;
+    for_each_contact({&message.from}, [&](std::string author) {
+      return ++authors <= max_authors || append_item(people, author, budget);
+    });
+    if (people.size() <= budget)
+      for_each_contact({&message.to, &message.cc, &message.bcc},
+                       [&](std::string recipient) { return append_item(people, recipient, budget); });
+    append_within(result, people, budget);
+    std::string names;
     for (tidewell::attachment_t const& attachment : message.attachments)
-      names.push_back(attachment.file_name);
-    append_within(result, joined(names), budget);
+      if (!append_item(names, attachment.file_name, budget))
+        break;
+    append_within(result, names, budget);
     if (message.text)
       append_within(result, *message.text, budget);
   }

@@ -4,17 +4,20 @@
 // The core reads the message in its full reading into a tidewell::message_t,
 // and fill() turns that into what an ExtractionResult takes. KFileMetaData has
 // no vocabulary for mail, so a message becomes a document in the terms it
-// has: the subject is the Title (shown by Dolphin) and the Subject, each
-// From mailbox one Author entry ("Name <address>", or whichever of the two
-// the mailbox has), the Date header the CreationDate. Baloo indexes Title and
+// has: the subject is the Title (shown by Dolphin) and the Subject (cut to
+// max_subject_bytes), each of the first max_authors From mailboxes one Author
+// entry ("Name <address>", or whichever of the two the mailbox has), the
+// Date header the CreationDate. Baloo indexes Title and
 // Author as plain words as well as under their property names, so a search
 // for a sender's name or address finds the message without "author:".
 //
 // Recipients and attachment names have no property, and the received date
-// has none either: recipients (To, Cc, then Bcc, a mailbox named in two of
-// them once) and attachment names go into the text (before the body, so a
-// long body never pushes them out), the received date is left out. Properties are only given when the result asks for
-// metadata and text only when it asks for plain text; the type, Document, always.
+// has none either: senders past the Author bound, recipients (To, Cc, then
+// Bcc, a mailbox named in two of them once) and attachment names go into the
+// text (before the body, so a long body never pushes them out), the received
+// date is left out. Properties are only given when the result asks for
+// metadata and text only when it asks for plain text; the type, Document,
+// always.
 //
 // Baloo leaves text files of 10 MiB or more out of its index as too big to
 // handle, so the text given here stays below that in all, cut at a space near
@@ -36,6 +39,17 @@ namespace kde_host {
 
 // Beyond this, the rest of a file is not read.
 inline constexpr std::uint64_t max_message_bytes = std::uint64_t(64) << 20;
+
+// At most this many From mailboxes become Author entries; the rest go into
+// the text ahead of the recipients. Baloo keeps every property value of a
+// file in its document data and as terms, and a From list can name
+// millions within the read bound; no real message has a thousand senders.
+inline constexpr std::size_t max_authors = 1000;
+
+// Title and Subject are cut to this many bytes, at a character boundary:
+// both hold the subject, so one as long as the read bound would be stored
+// twice, and no one reads or searches a subject this long.
+inline constexpr std::size_t max_subject_bytes = std::size_t(64) << 10;
 
 // All the text handed to one result stays below this many UTF-8 bytes.
 inline constexpr std::size_t max_text_bytes = std::size_t(10) << 20;

@@ -8,7 +8,10 @@
 // read(2), never a mapping: a file truncated while mapped would kill
 // tracker-extract with SIGBUS), starts no thread, writes nothing and opens
 // nothing else. The time and memory one file can take are bounded by
-// reading at most max_message_bytes of it (see resource.h). No C++ exception
+// reading at most max_message_bytes of it, and what it hands to Tracker by
+// the contact, attachment and subject bounds (all in resource.h): Tracker's
+// own serialiser takes time that grows with the square of the resources
+// given, in tracker-extract and again in the file miner. No C++ exception
 // may cross into tracker-extract's C frames, so the entry catches everything
 // and reports a failed extraction instead.
 //

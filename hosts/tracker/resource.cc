@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <chrono>
 #include <initializer_list>
+#include <optional>
 #include <set>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -53,16 +55,77 @@ TrackerResource* contact_resource(tidewell::mailbox_t const& mailbox) {
   return resource;
 }
 
+using mailboxes_t = std::vector<tidewell::mailbox_t>;
+
+// The size of a mailbox's line in the text: "Name <address>" or the address.
+std::size_t line_size(tidewell::mailbox_t const& mailbox) {
+  return mailbox.name.size() + (mailbox.name.empty() ? 0 : 3) + mailbox.address.size() + 1;
+}
+
+// The mailboxes past the contact bound, and the size of their lines.
+struct overflow_t {
+  std::vector<tidewell::mailbox_t const*> mailboxes;
+  std::size_t bytes = 0;
+};
+
 // Adds one contact per mailbox with an address under property, in the order
-// of the fields; a mailbox that stands in more than one of them (To and Cc,
-// say) is one contact, added where it first stands.
-void add_contacts(TrackerResource* resource, char const* property,
-                  std::initializer_list<std::vector<tidewell::mailbox_t> const*> fields) {
+// of the fields, while contacts lasts (and takes what it adds from it); a
+// mailbox that stands in more than one of them (To and Cc, say) is one
+// contact, added where it first stands. The mailboxes past the bound go to
+// overflow, in order, until their lines alone would fill max_text_bytes: a
+// list of millions within the read bound is then not even looked at.
+void add_contacts(TrackerResource* resource, char const* property, std::initializer_list<mailboxes_t const*> fields,
+                  std::size_t& contacts, overflow_t& overflow, std::size_t max_text_bytes) {
   std::set<std::pair<std::string_view, std::string_view>> seen;
   for (auto const* field : fields)
-    for (tidewell::mailbox_t const& mailbox : *field)
-      if (!mailbox.address.empty() && seen.emplace(mailbox.name, mailbox.address).second)
-        tracker_resource_add_take_relation(resource, property, contact_resource(mailbox));
+    for (tidewell::mailbox_t const& mailbox : *field) {
+      if (contacts == 0 && overflow.bytes >= max_text_bytes)
+        return;
+      if (mailbox.address.empty() || !seen.emplace(mailbox.name, mailbox.address).second)
+        continue;
+      if (contacts == 0) {
+        overflow.mailboxes.push_back(&mailbox);
+        overflow.bytes += line_size(mailbox);
+        continue;
+      }
+      tracker_resource_add_take_relation(resource, property, contact_resource(mailbox));
+      --contacts;
+    }
+}
+
+// The mailboxes as "Name <address>" lines (the address alone when there is no
+// name), whole lines only, at most max_bytes bytes in all.
+std::string mailbox_lines(std::vector<tidewell::mailbox_t const*> const& mailboxes, std::size_t max_bytes) {
+  std::string lines;
+  for (tidewell::mailbox_t const* mailbox : mailboxes) {
+    if (line_size(*mailbox) > max_bytes - lines.size())
+      break;
+    if (mailbox->name.empty())
+      lines.append(mailbox->address);
+    else
+      lines.append(mailbox->name).append(" <").append(mailbox->address).append(">");
+    lines += '\n';
+  }
+  return lines;
+}
+
+// The plain text: the mailboxes past the contact bound, a blank line, then
+// the body, max_bytes in all. The list comes first, so the cut at the end of
+// the text only ever shortens the body and a long body cannot push the list
+// out; the list in turn takes only what the body leaves, and never more than
+// half, so a long list cannot push the body out either.
+std::optional<std::string> plain_text(std::vector<tidewell::mailbox_t const*> const& overflow,
+                                      std::optional<std::string> const& body, std::size_t max_bytes) {
+  if (overflow.empty())
+    return body ? std::optional(std::string(text::cut(*body, max_bytes))) : std::nullopt;
+  std::size_t const body_share = body ? std::min(body->size() + 1, max_bytes / 2) : 0;
+  std::string text = mailbox_lines(overflow, max_bytes - body_share);
+  if (body) {
+    if (!text.empty() && text.size() < max_bytes)
+      text += '\n';
+    text.append(text::cut(*body, max_bytes - text.size()));
+  }
+  return text;
 }
 
 } // namespace
@@ -71,20 +134,23 @@ TrackerResource* to_resource(tidewell::message_t const& message, char const* ide
   TrackerResource* resource = tracker_resource_new(identifier);
   tracker_resource_set_uri(resource, "rdf:type", document_type);
   if (message.subject && !message.subject->empty()) {
-    std::string const subject = c_text(*message.subject);
+    std::string const subject = c_text(text::cut(*message.subject, max_subject_bytes));
     tracker_resource_set_string(resource, "nie:title", subject.c_str());
     tracker_resource_set_string(resource, "nie:subject", subject.c_str());
   }
-  if (message.text)
-    tracker_resource_set_string(resource, "nie:plainTextContent",
-                                c_text(text::cut(*message.text, max_text_bytes)).c_str());
   if (message.date)
     set_date(resource, "nie:contentCreated", message.date->instant);
   if (message.received)
     set_date(resource, "nie:informationElementDate", message.received->instant);
-  add_contacts(resource, "nco:creator", {&message.from});
-  add_contacts(resource, "nco:contributor", {&message.to, &message.cc, &message.bcc});
-  for (tidewell::attachment_t const& part : message.attachments) {
+  std::size_t contacts = max_contacts;
+  overflow_t overflow;
+  add_contacts(resource, "nco:creator", {&message.from}, contacts, overflow, max_text_bytes);
+  add_contacts(resource, "nco:contributor", {&message.to, &message.cc, &message.bcc}, contacts, overflow,
+               max_text_bytes);
+  if (std::optional<std::string> const text = plain_text(overflow.mailboxes, message.text, max_text_bytes))
+    tracker_resource_set_string(resource, "nie:plainTextContent", c_text(*text).c_str());
+  std::size_t const attachments = std::min(message.attachments.size(), max_attachments);
+  for (tidewell::attachment_t const& part : std::span(message.attachments).first(attachments)) {
     TrackerResource* attachment = tracker_resource_new(nullptr);
     tracker_resource_set_uri(attachment, "rdf:type", "nfo:Attachment");
     tracker_resource_set_string(attachment, "nfo:fileName", c_text(part.file_name).c_str());

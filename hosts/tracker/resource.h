@@ -27,6 +27,13 @@
 // physical part), nfo:fileName is full-text indexed with a high weight, and
 // Tracker's file-name searches already look at it; a literal on the message
 // itself (nie:keyword, say) would mix file names with words the sender chose.
+//
+// One message's share of the store is bounded (see the limits below): every
+// contact and attachment is a resource of its own, and Tracker serialises a
+// resource tree in time that grows with the square of its size, in
+// tracker-extract and again in the file miner. Mailboxes past the contact
+// bound are still findable: they go into the text, as "Name <address>" lines
+// ahead of the body.
 #pragma once
 
 #include <cstddef>
@@ -60,11 +67,28 @@ constexpr tidewell::options_t read_options() {
 // The rdf:type given to every message.
 inline constexpr char document_type[] = "nfo:TextDocument";
 
+// At most this many contacts per message, From first, then To, Cc and Bcc.
+// Tracker serialises a resource's relations in quadratic time: 30,000
+// recipients took tracker-extract 6 s and 100,000 over its 30 s deadline,
+// then kept the file miner busy for minutes. A thousand takes milliseconds
+// and is more people than any real message names.
+inline constexpr std::size_t max_contacts = 1000;
+
+// At most this many nfo:Attachment resources per message, for the same
+// reason; a multipart of 100,000 tiny parts fits in the read bound.
+inline constexpr std::size_t max_attachments = 1000;
+
+// nie:title and nie:subject are cut to this many bytes, at a character
+// boundary. Both hold the subject, so a subject as long as the read bound
+// would be stored twice; no one reads or searches a subject this long.
+inline constexpr std::size_t max_subject_bytes = std::size_t(64) << 10;
+
 // Tracker's own default for the text size setting.
 inline constexpr std::size_t default_max_text_bytes = 1048576;
 
 // A new resource named identifier (null for a blank node) describing message,
-// with at most max_text_bytes bytes of text. The caller owns the reference.
+// with at most max_text_bytes bytes of text (mailboxes past max_contacts and
+// the body together). The caller owns the reference.
 TrackerResource* to_resource(tidewell::message_t const& message, char const* identifier, std::size_t max_text_bytes);
 
 // "mailto:" and the address, with bytes an IRI cannot hold percent-encoded.

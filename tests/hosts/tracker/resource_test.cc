@@ -114,6 +114,71 @@ TEST(tracker_resource, text_is_cut_before_a_character_it_would_split) {
   EXPECT_EQ(first_string(message, "nie:plainTextContent"), "caf\xC3\xA9 au lait x") << "a NUL becomes a space";
 }
 
+std::size_t count(TrackerResource* resource, char const* property) {
+  return g_list_length(tracker_resource_get_values(resource, property));
+}
+
+std::vector<tidewell::mailbox_t> readers(std::size_t from, std::size_t to) {
+  std::vector<tidewell::mailbox_t> mailboxes;
+  for (std::size_t i = from; i < to; ++i)
+    mailboxes.push_back({"Reader " + std::to_string(i), "reader" + std::to_string(i) + "@x"});
+  return mailboxes;
+}
+
+// One message gives at most max_contacts contacts, From first; the mailboxes
+// past that are lines of the text ahead of the body, which keeps its share.
+TEST(tracker_resource, contacts_past_the_bound_go_into_the_text) {
+  static_assert(tracker_host::max_contacts == 1000);
+  message_t message;
+  message.from = {{"Desk", "desk@x"}};
+  message.to = readers(0, 1500);
+  message.cc = readers(998, 1000); // already named in To: neither a contact nor a line again
+  message.text = "Short body.";
+  {
+    g_autoptr(TrackerResource) resource = tracker_host::to_resource(message, nullptr, 100);
+    EXPECT_EQ(count(resource, "nco:creator"), 1u);
+    EXPECT_EQ(count(resource, "nco:contributor"), 999u);
+    auto* last = static_cast<TrackerResource*>(g_value_get_object(
+        static_cast<GValue*>(g_list_last(tracker_resource_get_values(resource, "nco:contributor"))->data)));
+    EXPECT_STREQ(tracker_resource_get_first_string(last, "nco:fullname"), "Reader 998");
+    // Whole lines only: 100 bytes less the body's 12 hold three, of 25, 27 and 27.
+    EXPECT_STREQ(tracker_resource_get_first_string(resource, "nie:plainTextContent"),
+                 "Reader 999 <reader999@x>\nReader 1000 <reader1000@x>\nReader 1001 <reader1001@x>\n\nShort body.");
+  }
+  // A long body leaves the list half of the text; a list and no body, all of it.
+  message.text = std::string(500, 'b');
+  EXPECT_EQ(first_string(message, "nie:plainTextContent", 100), "Reader 999 <reader999@x>\n\n" + std::string(74, 'b'));
+  message.text.reset();
+  message.to[999].name.clear();
+  EXPECT_EQ(first_string(message, "nie:plainTextContent", 60), "reader999@x\nReader 1000 <reader1000@x>\n");
+  EXPECT_EQ(first_string(message, "nie:plainTextContent", 5), "") << "not even one whole line";
+  // From alone can fill the bound; its rest is text too.
+  message.from = readers(0, 1001);
+  message.to.clear();
+  message.cc.clear();
+  g_autoptr(TrackerResource) resource = tracker_host::to_resource(message, nullptr, 1024);
+  EXPECT_EQ(count(resource, "nco:creator"), 1000u);
+  EXPECT_EQ(count(resource, "nco:contributor"), 0u);
+  EXPECT_STREQ(tracker_resource_get_first_string(resource, "nie:plainTextContent"), "Reader 1000 <reader1000@x>\n");
+}
+
+TEST(tracker_resource, attachments_and_subject_are_bounded) {
+  message_t message;
+  message.attachments.resize(tracker_host::max_attachments + 1);
+  for (std::size_t i = 0; i < message.attachments.size(); ++i)
+    message.attachments[i].file_name = "part-" + std::to_string(i);
+  // The cut comes before the two-byte character the bound would split.
+  message.subject = std::string(tracker_host::max_subject_bytes - 1, 's') + "\xC3\xA9";
+  g_autoptr(TrackerResource) resource = tracker_host::to_resource(message, nullptr, 1024);
+  EXPECT_EQ(count(resource, "nie:hasPart"), 1000u);
+  auto* last = static_cast<TrackerResource*>(g_value_get_object(
+      static_cast<GValue*>(g_list_last(tracker_resource_get_values(resource, "nie:hasPart"))->data)));
+  EXPECT_STREQ(tracker_resource_get_first_string(last, "nfo:fileName"), "part-999");
+  std::string const cut(tracker_host::max_subject_bytes - 1, 's');
+  EXPECT_EQ(tracker_resource_get_first_string(resource, "nie:title"), cut);
+  EXPECT_EQ(tracker_resource_get_first_string(resource, "nie:subject"), cut);
+}
+
 TEST(tracker_resource, mailto_iris_escape_what_an_iri_cannot_hold) {
   EXPECT_EQ(tracker_host::mailto_iri("\" <>{}|\\^`%41\t\x7F@x"), "mailto:%22%20%3C%3E%7B%7D%7C%5C%5E%60%2541%09%7F@x");
   EXPECT_EQ(tracker_host::mailto_iri("!~j\xC3\xBCrgen@x"), "mailto:!~j\xC3\xBCrgen@x");
