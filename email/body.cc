@@ -125,7 +125,7 @@ std::string html_text(char const* begin, char const* end, std::vector<char>& buf
   charset::convert_to_utf8(
       begin, end, std::back_inserter(document), charset, [] { return std::string(); }, problems);
   std::vector<char>().swap(buffer);
-  std::string text = html_to_text(document);
+  std::string text = html_to_text(document, problems);
   std::vector<char>().swap(document);
   std::vector<char> canonical;
   canonical.reserve(text.size());

@@ -20,15 +20,21 @@
 // Cost stays linear in the input and memory near its size: comments are cut
 // out of the caller's buffer in place before parsing (one pass; an
 // unterminated comment hides the rest, as it does in a browser), so the
-// parser never collects a huge comment; the text is written once; and
-// elements nested deeper than max_html_depth end the reading there (a million
-// nested tags would otherwise make the parser search a million-entry stack
-// for every close tag it cannot match).
+// parser never collects a huge comment; the text is written once; and the
+// parser's stack of open elements stays below max_html_depth (a million
+// nested tags would otherwise make it search a million-entry stack for every
+// close tag it cannot match). The element that would go deeper hands the rest
+// of the document to a flat reader that keeps no stack: it sees the same tags
+// and text and follows the same rules for hidden, block and cell elements, so
+// the text and its line breaks still come out; only nesting is lost, which
+// matters little since the rules above look at each tag on its own.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <vector>
+
+#include "error/handler.h"
 
 namespace email {
 
@@ -36,7 +42,9 @@ inline constexpr std::size_t max_html_depth = 512;
 
 // The text of the UTF-8 HTML document held in document, each line ended by
 // LF; empty when it holds none. The document's comments are removed in place.
-std::string html_to_text(std::vector<char>& document);
+// A document nested deeper than max_html_depth records html_too_deep once in
+// problems, when that is not null.
+std::string html_to_text(std::vector<char>& document, quern::error::handler_t* problems = nullptr);
 
 // Removes every comment ("<!--" to "-->", or to the end when unterminated)
 // and every <wbr> (an element the parser does not know, so would keep open)

@@ -86,7 +86,9 @@ namespace quern::error {
   X(charset_unknown_utf8, "Unknown charset specified for conversion (iconv). Trying UTF-8 instead")                    \
   X(charset_invalid_sequence, "Invalid multibyte sequence encountered")                                                \
   X(charset_incomplete_sequence, "Incomplete multibyte sequence encountered")                                          \
-  X(charset_cesu8, "Detected CESU-8 (converting to UTF-8).")
+  X(charset_cesu8, "Detected CESU-8 (converting to UTF-8).")                                                           \
+  /* HTML parts: the depth limit, as a size_t. */                                                                      \
+  X(html_too_deep, "HTML nested deeper than %zu elements (read flat below that)")
 
 #define TIDEWELL_ENUMERATOR(name, text) name,
 enum class code_t : std::uint8_t { TIDEWELL_PROBLEMS(TIDEWELL_ENUMERATOR) };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "date/rfc822_date.h"
 
+#include <chrono>
 #include <ctime>
 #include <random>
 #include <string_view>
@@ -126,6 +127,51 @@ TEST(date, parses_to_both_canonical_forms) {
       date::rfc822_date_t const followed(bytes.data(), bytes.data() + n, nullptr);
       EXPECT_EQ(alone.local_canonical_format(), followed.local_canonical_format()) << n;
     }
+  }
+}
+
+// The full reading's whole month names followed by zones: the name must be
+// read to its end, or its last letters become a zone of their own ("Sept"
+// leaves a "t", the military zone T, seven hours off) and the real zone
+// after it is ignored.
+TEST(date, full_reading_whole_months_then_zones) {
+  using namespace std::chrono;
+  struct row_t {
+    std::string text;
+    sys_days day;
+    seconds time; // UTC
+    minutes offset;
+  };
+  std::vector<row_t> const rows{
+      {"Sun, 5 Sept 2021 10:00:00 GMT", 2021y / September / 5, 10h, 0min},
+      {"Sun, 5 September 2021 10:00:00 UT", 2021y / September / 5, 10h, 0min},
+      {"5 January 2021 10:00:00 UTC", 2021y / January / 5, 10h, 0min},
+      {"Tue, 2 February 2021 23:30:00 EST", 2021y / February / 3, 4h + 30min, -5h},
+      {"2 March 2021 10:00 EDT", 2021y / March / 2, 14h, -4h},
+      {"Fri, 2 April 2021 10:00:00 CST", 2021y / April / 2, 16h, -6h},
+      {"2 June 2021 10:00:00 MDT", 2021y / June / 2, 16h, -6h},
+      {"Fri, 2 July 2021 10:00:00 PDT", 2021y / July / 2, 17h, -7h},
+      {"2 August 2021 10:00:00 PST", 2021y / August / 2, 18h, -8h},
+      // Military letters, with RFC 822's signs: A is -0100, N +0100, Z UTC.
+      {"2 October 2021 10:00:00 A", 2021y / October / 2, 11h, -1h},
+      {"2 November 2021 10:00:00 N", 2021y / November / 2, 9h, 1h},
+      {"Thu, 2 December 2021 10:00:00 Z", 2021y / December / 2, 10h, 0min},
+      // An unknown word is read as UTC.
+      {"2 December 2021 10:00:00 Nowhere", 2021y / December / 2, 10h, 0min},
+      // Numeric zones, and a numeric zone after a named one.
+      {"Sun, 5 Sept 2021 10:00:00 +0200", 2021y / September / 5, 8h, 2h},
+      {"5 May 2021 10:00:00 -0730", 2021y / May / 5, 17h + 30min, -(7h + 30min)},
+      {"1 January 2022 00:30:00 +0100", 2021y / December / 31, 23h + 30min, 1h},
+      {"Tue Jul 1 10:52:37 EST 2003 +0200", 2003y / July / 1, 8h + 52min + 37s, 2h},
+  };
+  for (auto const& row : rows) {
+    SCOPED_TRACE(row.text);
+    std::vector<char> const bytes(row.text.begin(), row.text.end());
+    auto const zoned =
+        date::rfc822_date_t(bytes.data(), bytes.data() + bytes.size(), nullptr, date::rules_t::full()).zoned();
+    ASSERT_TRUE(zoned.has_value());
+    EXPECT_EQ(zoned->instant, row.day + row.time);
+    EXPECT_EQ(zoned->offset, row.offset);
   }
 }
 

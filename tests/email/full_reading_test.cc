@@ -4,8 +4,10 @@
 // the parts it reads: libxml2 HTML to text, attachment names.
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -16,6 +18,7 @@
 #include "email/attachment_name.h"
 #include "email/body.h"
 #include "email/html_text.h"
+#include "error/handler.h"
 #include "importer/import.h"
 
 namespace {
@@ -123,6 +126,58 @@ TEST(html_text, keeps_what_a_reader_sees) {
   }
 }
 
+// What each kind of element leaves in the text, read at every depth: as
+// written, with the element that crosses max_html_depth at each point of the
+// row (the parser's stack hands over to the flat reader there), and wholly
+// below the limit. The text is the same everywhere; the depth problem is
+// recorded once when the limit is crossed and never otherwise.
+TEST(html_text, block_elements_read_the_same_at_every_depth) {
+  std::pair<std::string, std::string> const rows[] = {
+      {"<p>one</p><p>two</p>three", "one\ntwo\nthree\n"},
+      {"<p>left open<p>next", "left open\nnext\n"},
+      {"a<div>b</div>c", "a\nb\nc\n"},
+      {"a<br>b<br/>c<BR>d", "a\nb\nc\nd\n"},
+      {"<ul><li>x</li><li>y<li>z</ul>after", "x\ny\nz\nafter\n"},
+      {"<ol><li><p>nested</p></li></ol>", "nested\n"},
+      {"<table><tr><td>a</td><td>b</td></tr><tr><th>c</th><td>d</td></tr></table>end", "a b\nc d\nend\n"},
+      {"<h1>Title</h1>body<h3>Sub</h3>", "Title\nbody\nSub\n"},
+      {"<blockquote>quoted <blockquote>twice</blockquote></blockquote>reply", "quoted\ntwice\nreply\n"},
+      // Spacing inside pre is collapsed like everywhere else.
+      {"<pre>  two   spaces\n  and a line</pre>x", "two spaces and a line\nx\n"},
+      {"a<b>b</b><i>c</i> <span>d</span>", "abc d\n"},
+      {"<hr>rule<dl><dt>term<dd>meaning</dl>", "rule\nterm\nmeaning\n"},
+      {"<script type=\"x\">var s = '<p>no</p>';</script>yes<style>p > a {}</style>!", "yes!\n"},
+      {"<SCRIPT>if (a </b) {}</SCRIPT>after", "after\n"},
+      {"<title>T</title><template><p>hidden</p></template>shown", "shown\n"},
+      {"see <a href=\"x>y\" title='<p>'>link</a> text", "see link text\n"},
+      {"fish &amp; chips &lt;3 &gt; &quot;q&quot; &#39;s&#x27;", "fish & chips <3 > \"q\" 's'\n"},
+      {"&eacute;t&eacute; &euro;&#8364;&#x20AC;5&nbsp;now", "\xC3\xA9t\xC3\xA9 \xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC"
+                                                            "5 now\n"},
+      {"&bogus; &amp and &#65 &#0;&#xD800;&#x110000;&#;.", "&bogus; &amp and A .\n"},
+      {"1 < 2 <3 <= 4", "1 < 2 <3 <= 4\n"},
+      {"a<!DOCTYPE html>b<?php x ?>c", "abc\n"},
+      {"<div>\xC3\xA9t\xC3\xA9</div>", "\xC3\xA9t\xC3\xA9\n"},
+  };
+  for (auto const& [html, expected] : rows) {
+    for (std::size_t const wrappers :
+         {std::size_t{0}, email::max_html_depth - 3, email::max_html_depth - 2, email::max_html_depth - 1,
+          email::max_html_depth, email::max_html_depth + 1, email::max_html_depth + 20}) {
+      SCOPED_TRACE(html + " under " + std::to_string(wrappers) + " divs");
+      std::string const document_text = repeat("<div>", wrappers) + html;
+      std::vector<char> document(document_text.begin(), document_text.end());
+      quern::error::handler_t problems;
+      EXPECT_EQ(email::html_to_text(document, &problems), expected);
+      std::size_t const wanted = wrappers == 0 ? 0 : wrappers > email::max_html_depth ? 1 : problems.size();
+      ASSERT_EQ(problems.size(), wanted);
+      ASSERT_LE(problems.size(), 1u);
+      for (auto const& entry : problems.entries()) {
+        EXPECT_EQ(entry.code, quern::error::code_t::html_too_deep);
+        EXPECT_EQ(entry.record.at("description"), "HTML nested deeper than 512 elements (read flat below that)");
+      }
+    }
+  }
+}
+
 // Runs check in a child process, where the peak resident size starts fresh,
 // and returns its exit status.
 int in_child(std::function<int()> const& check) {
@@ -150,7 +205,7 @@ TEST(html_text, hostile_documents_stay_linear_and_bounded) {
     std::string expected;
   } const cases[] = {
       {"a 20 MB attribute", [] { return "<p title=\"" + std::string(20 << 20, 'a') + "\">x</p> tail\n"; }, "x\ntail\n"},
-      {"a million nested tags", [] { return "top" + repeat("<div>", 1'000'000) + "deep"; }, "top\n"},
+      {"a million nested tags", [] { return "top" + repeat("<div>", 1'000'000) + "deep"; }, "top\ndeep\n"},
       {"a million unmatched closers", [] { return repeat("<b>", 300) + repeat("</i>", 1'000'000) + "end"; }, "end\n"},
       {"an unterminated 20 MB comment", [] { return "before<!--" + std::string(20 << 20, '-'); }, "before\n"},
       {"20 MB of '<'", [] { return std::string(20 << 20, '<'); }, std::string(20 << 20, '<') + "\n"},
@@ -175,6 +230,50 @@ TEST(html_text, hostile_documents_stay_linear_and_bounded) {
       return seconds < 60 ? 0 : 3;
     });
     EXPECT_EQ(status, 0) << "1: wrong text, 2: too much memory, 3: too slow";
+  }
+}
+
+double thread_seconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// The best CPU time of a few readings of html, and its text.
+std::pair<double, std::string> reading_cost(std::string const& html) {
+  double best = 1e9;
+  std::string text;
+  for (int run = 0; run < 3; ++run) {
+    std::vector<char> document(html.begin(), html.end());
+    double const start = thread_seconds();
+    text = email::html_to_text(document);
+    best = std::min(best, thread_seconds() - start);
+  }
+  return {best, text};
+}
+
+// Deep documents, read flat past the depth limit, cost what a shallow one of
+// the same size does: a rescan of the rest of the document per tag or per
+// text run would cost thousands of times more at this size.
+TEST(html_text, deep_documents_cost_what_shallow_ones_do) {
+  constexpr std::size_t n = 200'000;
+  struct row_t {
+    char const* what;
+    std::string html, expected;
+  } const rows[] = {
+      {"nested blocks with text", repeat("<div>a", n) + repeat("</div>", n) + "end", repeat("a\n", n) + "end\n"},
+      {"nested spans and their closers", repeat("<span>", n) + "x&amp;" + repeat("</span>", n) + "end", "x&end\n"},
+      {"nested cells with entities", repeat("<td>&lt;", n), repeat("< ", n - 1) + "<\n"},
+      {"nested quotes, each with an open script", repeat("<blockquote><script>", n / 2), ""},
+  };
+  for (auto const& row : rows) {
+    SCOPED_TRACE(row.what);
+    std::string plain = repeat("<p>a &amp; b</p>", row.html.size() / 16 + 1);
+    plain.resize(row.html.size());
+    double const reference = reading_cost(plain).first;
+    auto const [cost, text] = reading_cost(row.html);
+    EXPECT_EQ(text, row.expected);
+    EXPECT_LE(cost, 20 * reference) << cost / reference << " times the shallow document's cost";
   }
 }
 
