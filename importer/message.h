@@ -41,7 +41,7 @@ using instant_t = std::chrono::sys_seconds;
 
 struct mailbox_t {
   std::string name;    // the display name, decoded; empty when there is none
-  std::string address; // the addr-spec; empty for a mailbox that gives only a name
+  std::string address; // the address itself; empty for a mailbox that gives only a name
   bool operator==(mailbox_t const&) const = default;
 };
 
