@@ -45,27 +45,6 @@ TEST(utf8, cut_never_splits_a_character) {
   }
 }
 
-TEST(utf8, repair_replaces_each_ill_formed_sequence_once) {
-  std::string const replacement = "\xEF\xBF\xBD";
-  struct row_t {
-    std::string text, expected;
-  };
-  for (auto const& row : std::vector<row_t>{
-           {"caf\xC3\xA9", "caf\xC3\xA9"},
-           {"caf\xE9!", "caf" + replacement + "!"},                // Latin-1
-           {"\xC0\xAF", replacement},                              // overlong '/'
-           {"\xED\xA0\x80x", replacement + "x"},                   // an encoded surrogate
-           {"\xF4\x90\x80\x80", replacement},                      // past U+10FFFF
-           {"ab\xE2\x82", "ab" + replacement},                     // cut off at the end
-           {"\x80\x80\x80z", replacement + "z"},                   // a run of strays
-           {"\xE2\x82\xE2\x82\xAC", replacement + "\xE2\x82\xAC"}, // resynchronised at the next lead
-           // An encoded high surrogate is one sequence, not three bytes.
-           {"\xED\xA0\xBD\xC3\xA9t\xC3\xA9", replacement + "\xC3\xA9t\xC3\xA9"},
-       }) {
-    EXPECT_EQ(text::repair(row.text), row.expected) << testing::PrintToString(row.text);
-  }
-}
-
 // repair's policy, one byte at a time from the well-formed sequences of the
 // Unicode standard's table of them: a character is copied when one starts
 // here; otherwise one U+FFFD stands for the byte and every continuation byte
