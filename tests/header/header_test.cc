@@ -128,8 +128,6 @@ std::string repeat(std::string const& part, int times) {
   return out;
 }
 
-// Openers without their closers must neither recurse nor rescan the rest of
-// the value for each of them.
 // Library entry points no host path calls: the halves of an address, the URL
 // splitters and the quoting helpers.
 TEST(address_name_and_email_function, halves_url_splitters_and_quoting) {
@@ -155,14 +153,12 @@ TEST(address_name_and_email_function, halves_url_splitters_and_quoting) {
   EXPECT_EQ(header::percent_encoded_string("a b*%\xff\n", true), "a b*%%ff%0a");
 }
 
+// Openers without their closers, on values of a megabyte, stay within the
+// text (address_cost_test has the runs of one opener and their cost).
 TEST(address_name_and_email_function, hostile_values_stay_linear) {
   for (std::string const& value : {
-           repeat("(", 1'000'000),
-           repeat("<", 1'000'000),
            repeat("\"", 1'000'000),
            "\"" + repeat("\\", 200'000) + repeat("\"", 200'000),
-           "\"" + repeat("\\\"", 300'000),
-           "a@b " + repeat("a@b (", 300'000) + repeat(")", 300'000),
            repeat("a", 400'000) + "@ <" + repeat("a", 300'000) + "@>",
        })
     parse(value);
