@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Splitting an mbox: which lines are separators, and what the messages are.
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -69,12 +70,12 @@ TEST(mbox, envelope_lines) {
     EXPECT_EQ(cli::is_envelope_line(row.line), row.separator) << row.line;
 }
 
-std::vector<std::string> split(std::string const& mbox) {
+std::vector<std::string> split(std::string const& mbox, std::size_t max_message = SIZE_MAX) {
   std::FILE* file = std::tmpfile();
   std::fwrite(mbox.data(), 1, mbox.size(), file);
   std::fflush(file);
   std::rewind(file);
-  cli::mbox_reader_t reader(fileno(file));
+  cli::mbox_reader_t reader(fileno(file), max_message);
   std::vector<std::string> messages;
   for (std::string message; reader.next(message);)
     messages.push_back(message);
@@ -127,20 +128,8 @@ TEST(mbox, long_messages_are_cut) {
     many_lines += "From the start of a line\n";
   std::string const input = separator + long_line + "\n\n" + separator + many_lines + "\n" + separator +
                             "Subject: short\n\nshort\n" + "\n" + separator + long_line;
-  FILE* file = std::tmpfile();
-  ASSERT_NE(file, nullptr);
-  ASSERT_EQ(::write(fileno(file), input.data(), input.size()), static_cast<ssize_t>(input.size()));
-  ::lseek(fileno(file), 0, SEEK_SET);
-  cli::mbox_reader_t reader(fileno(file), 1000);
-  std::vector<std::string> messages;
-  for (std::string message; reader.next(message);)
-    messages.push_back(message);
-  std::fclose(file);
-  ASSERT_EQ(messages.size(), 4u);
-  EXPECT_EQ(messages[0], long_line.substr(0, 1001));
-  EXPECT_EQ(messages[1], many_lines.substr(0, 1001));
-  EXPECT_EQ(messages[2], "Subject: short\n\nshort\n");
-  EXPECT_EQ(messages[3], long_line.substr(0, 1001));
+  EXPECT_EQ(split(input, 1000), (std::vector<std::string>{long_line.substr(0, 1001), many_lines.substr(0, 1001),
+                                                          "Subject: short\n\nshort\n", long_line.substr(0, 1001)}));
 }
 
 } // namespace
