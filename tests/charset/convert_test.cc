@@ -12,6 +12,7 @@
 #include "charset/surrogates.h"
 #include "importer/import.h"
 #include "tests/support/problems.h"
+#include "tests/support/strings.h"
 #include "text/format.h"
 
 namespace {
@@ -45,12 +46,7 @@ converted_t to_utf8(std::string const& input, std::string charset, std::string f
   return result;
 }
 
-std::string times(int count, std::string const& text) {
-  std::string result;
-  while (count-- > 0)
-    result += text;
-  return result;
-}
+using test_support::repeat;
 
 std::string printable(std::string const& bytes) {
   std::string result;
@@ -106,10 +102,10 @@ TEST(convert_to_utf8, reads_labels_and_bytes) {
        {text::format(pattern_of<code_t::charset_eight_bit_unknown>, "unknown-8bit") + as_utf8}},
       {"\xED\xA0\xBD\xED\xB8\x80", "", "\xF0\x9F\x98\x80", {undeclared + as_utf8, cesu}},
       // Ten high bytes keep a legacy label; eleven of valid UTF-8 override it.
-      {times(5, "\xC3\xA9"), "iso-8859-1", times(5, "\xC3\x83\xC2\xA9"), {}},
-      {times(4, "\xC3\xA9") + "\xE2\x82\xAC",
+      {repeat("\xC3\xA9", 5), "iso-8859-1", repeat("\xC3\x83\xC2\xA9", 5), {}},
+      {repeat("\xC3\xA9", 4) + "\xE2\x82\xAC",
        "iso-8859-1",
-       times(4, "\xC3\xA9") + "\xE2\x82\xAC",
+       repeat("\xC3\xA9", 4) + "\xE2\x82\xAC",
        {text::format(pattern_of<code_t::charset_label_ignored>, "utf-8")}},
       // Renamed labels.
       {"\xE9", "western", "\xC3\xA9", {}},
@@ -218,9 +214,9 @@ TEST(convert_to_utf8, problem_records_quote_the_bytes_around) {
 
 TEST(convert_to_utf8, long_and_hostile_inputs) {
   // Across the 1 KiB output buffer and the growing escape windows.
-  EXPECT_EQ(to_utf8(times(5000, "\xE9\xE8 "), "iso-8859-1").text, times(5000, "\xC3\xA9\xC3\xA8 "));
-  auto const jis = to_utf8(times(700, "\x1B$B0!0!0!\x1B(B x\n"), "iso-2022-jp");
-  EXPECT_EQ(jis.text, times(700, A_0208 A_0208 A_0208 " x\n"));
+  EXPECT_EQ(to_utf8(repeat("\xE9\xE8 ", 5000), "iso-8859-1").text, repeat("\xC3\xA9\xC3\xA8 ", 5000));
+  auto const jis = to_utf8(repeat("\x1B$B0!0!0!\x1B(B x\n", 700), "iso-2022-jp");
+  EXPECT_EQ(jis.text, repeat(A_0208 A_0208 A_0208 " x\n", 700));
   EXPECT_TRUE(jis.problems.empty());
   // A CESU-8 pair is repaired unless the 1 KiB buffer boundary splits it.
   for (int n = 1014; n < 1026; ++n) {
@@ -233,7 +229,7 @@ TEST(convert_to_utf8, long_and_hostile_inputs) {
   // Megabyte-sized versions run in the conversion benchmark; here they only
   // have to finish and stay well-formed. A final lone ESC is incomplete.
   EXPECT_EQ(to_utf8(std::string(1 << 16, '\x1B'), "iso-2022-jp").text.size(), (1u << 16) - 1);
-  auto const lines = to_utf8(times(4000, "\x1B$B0!\x80\n\x1B$(D0!\x1B(B\xFF\n"), "iso-2022-jp");
+  auto const lines = to_utf8(repeat("\x1B$B0!\x80\n\x1B$(D0!\x1B(B\xFF\n", 4000), "iso-2022-jp");
   EXPECT_TRUE(importer::is_well_formed_utf8(lines.text));
   EXPECT_EQ(to_utf8(std::string(1 << 16, '\xFF'), "utf-8").text.size(), 2u << 16);
 }

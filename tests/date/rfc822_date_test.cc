@@ -11,11 +11,13 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/problems.h"
+#include "tests/support/strings.h"
 #include "text/format.h"
 
 namespace {
 
 using quern::error::code_t, quern::error::pattern_of;
+using test_support::repeat;
 
 using namespace std::string_literals;
 
@@ -319,13 +321,6 @@ TEST(comments, agree_with_the_recursive_grammar) {
     }
     compare_with_reference(text);
   }
-}
-
-std::string repeat(std::string const& piece, std::size_t times) {
-  std::string out;
-  for (std::size_t i = 0; i < times; ++i)
-    out += piece;
-  return out;
 }
 
 // Hostile shapes as long as the parser reads: no stack exhaustion, and the

@@ -4,7 +4,6 @@
 // the parts it reads: libxml2 HTML to text, attachment names.
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,18 +19,13 @@
 #include "email/html_text.h"
 #include "error/handler.h"
 #include "importer/import.h"
+#include "tests/support/strings.h"
 
 namespace {
 
 std::string const marker = email::no_text_marker;
 
-std::string repeat(std::string const& text, std::size_t times) {
-  std::string out;
-  out.reserve(text.size() * times);
-  for (std::size_t i = 0; i < times; ++i)
-    out += text;
-  return out;
-}
+using test_support::repeat, test_support::thread_seconds;
 
 struct walked_t {
   std::string text;
@@ -217,12 +211,6 @@ TEST(html_text, hostile_documents_stay_linear_and_bounded) {
     });
     EXPECT_EQ(status, 0) << "1: wrong text, 2: too much memory, 3: too slow";
   }
-}
-
-double thread_seconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 // The best CPU time of a few readings of html, and its text.

@@ -8,31 +8,17 @@
 // does not make the test flaky, and no absolute time is asserted.
 #include <gtest/gtest.h>
 
-#include <time.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <string>
 
 #include "header/address.h"
+#include "tests/support/strings.h"
 
 namespace {
 
-// The calling thread's CPU time: time other processes take is not counted.
-double thread_seconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-std::string repeat(std::string const& part, std::size_t times) {
-  std::string out;
-  out.reserve(part.size() * times);
-  for (std::size_t i = 0; i < times; ++i)
-    out += part;
-  return out;
-}
+using test_support::repeat, test_support::thread_seconds;
 
 // The best of a few runs, which drops the runs a busy machine slowed down;
 // stops early once a run is within limit.

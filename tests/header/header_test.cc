@@ -8,10 +8,12 @@
 #include "header/format.h"
 #include "header/public_suffix.h"
 #include "header/token.h"
+#include "tests/support/strings.h"
 
 namespace {
 
 using namespace std::string_literals;
+using test_support::repeat;
 using header::name_format_t;
 using splitter_t = header::match_t (*)(char const*&, char const*);
 constexpr auto rfc822 = name_format_t::rfc822, angle_split = name_format_t::angle_split;
@@ -119,13 +121,6 @@ TEST(address_name_and_email_function, reads_the_forms_real_mail_carries) {
   };
   for (auto const& c : cases)
     EXPECT_EQ(parse(c.input), std::pair(c.name, c.email)) << c.input;
-}
-
-std::string repeat(std::string const& part, int times) {
-  std::string out;
-  for (int i = 0; i < times; ++i)
-    out += part;
-  return out;
 }
 
 // Library entry points no host path calls: the halves of an address, the URL
