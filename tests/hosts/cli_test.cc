@@ -12,16 +12,14 @@
 
 namespace {
 
-TEST(output, json_paths_dates_and_lists) {
-  cli::record_t record{"dir/\xFF.eml", true, {}};
+// The desktop reading's listing; its JSON is pinned by the golden digests,
+// path_bytes by path_bytes_are_lossless and cli_usage.py path_bytes.
+TEST(output, listing_dates_and_lists) {
+  cli::record_t record{"dir/m.eml", true, {}};
   record.attributes.set("kMDItemContentCreationDate",
                         importer::instant_t(std::chrono::sys_days(std::chrono::year(2003) / 7 / 1)) +
                             std::chrono::seconds(8 * 3600 + 52 * 60 + 37));
   record.attributes.set("kMDItemAuthors", std::vector<std::string>{"A", "B"});
-  auto const line = cli::to_json_line(record);
-  EXPECT_EQ(line, "{\"path\":\"dir/\xEF\xBF\xBD.eml\",\"path_bytes\":\"dir/"
-                  "%FF.eml\",\"imported\":true,\"attributes\":{\"kMDItemAuthors\":[\"A\","
-                  "\"B\"],\"kMDItemContentCreationDate\":\"2003-07-01T08:52:37Z\"}}\n");
   auto const listing = cli::to_listing(record);
   EXPECT_NE(listing.find("kMDItemContentCreationDate       = 2003-07-01 08:52:37 +0000\n"), std::string::npos);
   EXPECT_NE(listing.find("kMDItemAuthors                   = (\n    \"A\",\n    \"B\"\n)\n"), std::string::npos);
