@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <malloc.h>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -258,6 +259,18 @@ int main(int argc, char** argv) {
   // than as a silent death.
   std::signal(SIGPIPE, SIG_IGN);
   cli::catch_stop_signals();
+  // Keep freed memory for the next message rather than hand it back to the
+  // kernel after each one. glibc maps every block above a threshold of its
+  // own choosing (128 KiB at first) and trims the heap's top as soon as it
+  // passes another, so a run that decodes attachments of a few hundred KiB
+  // message after message mapped, unmapped and faulted the same pages in
+  // again and again. With two jobs it costs more than with one: an
+  // unmap in one thread shoots down the other core's TLB, and the faults
+  // and unmaps of both threads contend for the one memory map. Blocks larger
+  // than these (a message near the size limit) are still mapped and given
+  // back.
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
   options_t options;
   options.settings.jobs = std::max(1u, std::thread::hardware_concurrency());
   bool options_done = false;

@@ -18,7 +18,13 @@ std::string reason(int error) {
 }
 
 std::string join(std::string const& folder, std::string const& name) {
-  return folder.empty() || folder.back() == '/' ? folder + name : folder + "/" + name;
+  std::string path;
+  path.reserve(folder.size() + 1 + name.size());
+  path += folder;
+  if (!folder.empty() && folder.back() != '/')
+    path += '/';
+  path += name;
+  return path;
 }
 
 bool is_folder(std::string const& path) {
@@ -108,13 +114,20 @@ private:
   // wanted, walks the folders. A file readdir calls regular is taken without
   // a stat unless its size is wanted: on a large tree the walk is the part
   // of the run that no second job can share.
-  void take(std::string const& folder, std::vector<entry_t> const& names, role_t role) {
+  //
+  // The names are sorted first, so that the files of a folder arrive in path
+  // order and expand need not sort the paths again when one folder holds
+  // them all: names are short enough to compare without touching the heap,
+  // and paths are not.
+  void take(std::string const& folder, std::vector<entry_t>& names, role_t role) {
+    std::sort(names.begin(), names.end(), [](entry_t const& a, entry_t const& b) { return a.name < b.name; });
+    sources_.reserve(sources_.size() + names.size());
     for (auto const& [name, type] : names) {
       if (name[0] == '.' || is_ignored_name(name))
         continue;
-      std::string const path = join(folder, name);
+      std::string path = join(folder, name);
       if (type == DT_REG && !sizes_) {
-        sources_.push_back({path, {}, 0, true});
+        sources_.push_back({std::move(path), {}, 0, true});
         continue;
       }
       if (type == DT_FIFO || type == DT_SOCK || type == DT_CHR || type == DT_BLK) {
@@ -165,8 +178,10 @@ void expand(std::string const& path, std::vector<source_t>& sources, walk_counts
   }
   std::size_t const first = sources.size();
   walker_t(sources, counts, sizes).walk(path);
-  std::sort(sources.begin() + static_cast<std::ptrdiff_t>(first), sources.end(),
-            [](source_t const& a, source_t const& b) { return a.path < b.path; });
+  auto const by_path = [](source_t const& a, source_t const& b) { return a.path < b.path; };
+  auto const start = sources.begin() + static_cast<std::ptrdiff_t>(first);
+  if (!std::is_sorted(start, sources.end(), by_path))
+    std::sort(start, sources.end(), by_path);
 }
 
 } // namespace cli
