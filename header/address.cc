@@ -158,6 +158,25 @@ struct pass_t {
 
 std::pair<match_t, match_t> extract(char const*& position, char const* end, pass_t pass);
 
+// Where a comment that reads as nothing ends, p being just past its "(":
+// blanks, k >= 1 openings, k closings, blanks, ")". Such a comment peels to
+// nothing, and so does each comment nested in it, one per opening; reading
+// them one after another would scan to the end k times. None of them gives a
+// token, so the whole run can be passed over at once. Null for any other
+// comment.
+char const* past_empty_nest(char const* p, char const* end) {
+  p = skip_blanks(p, end);
+  char const* const openings = p;
+  while (p != end && *p == '(')
+    ++p;
+  std::size_t const depth = static_cast<std::size_t>(p - openings);
+  if (depth == 0 || static_cast<std::size_t>(end - p) < depth ||
+      std::find_if(p, p + depth, [](char c) { return c != ')'; }) != p + depth)
+    return nullptr;
+  p = skip_blanks(p + depth, end);
+  return p != end && *p == ')' ? p + 1 : nullptr;
+}
+
 std::vector<match_t> tokenize(char const* range_start, char const* p, char const* end, pass_t pass, bool& last_quoted) {
   std::vector<match_t> tokens;
   tokens.reserve(5);
@@ -191,6 +210,8 @@ std::vector<match_t> tokenize(char const* range_start, char const* p, char const
         token.comment = true;
         tokens.push_back(token);
         last_quoted = false;
+      } else if (char const* past = pass.shortcuts ? past_empty_nest(p, end) : nullptr) {
+        p = past;
       }
     } else if (c == ')' || c == '>') {
       ++p;

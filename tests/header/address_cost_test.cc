@@ -53,6 +53,7 @@ TEST(address_name_and_email_function, hostile_values_cost_what_plain_ones_do) {
       {"a single quote, then '\\'' repeated", "'" + repeat("\\'", n)},
       {"'<a' repeated", repeat("<a", n)},
       {"'(', '<', '\"' and '\\' mixed", repeat("(<\"\\a", 2 * n / 5)},
+      {"'(' repeated, then as many ')'", repeat("(", n) + repeat(")", n)},
       {"comments in comments, each naming an address", "a@b " + repeat("a@b (", n / 3) + repeat(")", n / 3)},
   };
   // The same size of ordinary words and addresses.
