@@ -175,6 +175,11 @@ def case_max_message_size(tmp):
     p = subprocess.run(["sh", "-c", limit, "sh", BINARY, "--json", "-j", "1", "--max-message-size", "1G", big,
                         os.path.join(tmp, "exact.eml")], capture_output=True, timeout=300)
     lines = records(p.stdout)
+    if b"ReserveShadowMemoryRange" in p.stderr:
+        # A sanitizer build reserves terabytes of shadow memory at start,
+        # which no address-space limit leaves room for.
+        print("max_message_size: the memory-limit check needs a build without sanitizers; skipped")
+        return
     check(p.returncode == 1 and [(r["imported"], r.get("error")) for r in lines]
           == [(False, "not enough memory to import it"), (True, None)], "out of memory: %d %r %s"
           % (p.returncode, [{k: v for k, v in r.items() if k != "text"} for r in lines], p.stderr[-300:]))
