@@ -41,7 +41,6 @@ using quern::error::code_t;
 using quern::error::handler_t;
 using quern::error::pattern_of;
 
-
 std::string hex_context(std::pair<char const*, char const*> span) {
   std::string context;
   hex_print(span.first, span.second, std::back_inserter(context));
@@ -230,7 +229,8 @@ void convert_with_retry(char const* first, char const* last, sink_t& out, std::s
 } // namespace
 
 void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,
-                     fallback_charset_t const& fallback, handler_t* problems) {
+                     fallback_charset_t const& fallback, handler_t* problems, policy_t policy) {
+  (void)policy; // the guessing reading is not yet different
   if (first == last || pass_plain_ascii(first, last, out, charset, problems))
     return;
   if (charset == "ascii"sv) {

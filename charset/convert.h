@@ -57,10 +57,16 @@ inline constexpr std::uint64_t max_valid_8bit_chars = 10;
 
 using fallback_charset_t = std::function<std::string()>;
 
+// How far a conversion may depart from the rules above. labelled keeps them
+// exactly (the desktop reading's text depends on them byte for byte); guess
+// lets the full reading read text the way a person's mail program would show
+// it where the label is missing, wrong or too narrow.
+enum class policy_t { labelled, guess };
+
 namespace detail {
 
 void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,
-                     fallback_charset_t const& fallback_charset, quern::error::handler_t* problems);
+                     fallback_charset_t const& fallback_charset, quern::error::handler_t* problems, policy_t policy);
 
 } // namespace detail
 
@@ -70,9 +76,11 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
 // must be set.
 template <typename InputIt, typename OutputIt>
 void convert_to_utf8(InputIt first, InputIt last, OutputIt out, std::string charset,
-                     fallback_charset_t const& fallback_charset, quern::error::handler_t* problems) {
+                     fallback_charset_t const& fallback_charset, quern::error::handler_t* problems,
+                     policy_t policy = policy_t::labelled) {
   char const* const begin = detail::address(first);
-  detail::convert_to_utf8(begin, begin + (last - first), sink_t(out), std::move(charset), fallback_charset, problems);
+  detail::convert_to_utf8(begin, begin + (last - first), sink_t(out), std::move(charset), fallback_charset, problems,
+                          policy);
 }
 
 } // namespace charset
