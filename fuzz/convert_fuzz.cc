@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Any bytes under a charset label drawn from the input, out of the names mail
-// really carries and some junk, with or without a fallback charset. The
-// conversion never fails; listening must not change its output.
+// really carries and some junk, with or without a fallback charset, under
+// both conversion policies. The conversion never fails; listening must not
+// change its output, and its output is well-formed UTF-8 wherever the
+// guessing policy reads the text its own way.
 #include <iterator>
 
 #include "charset/convert.h"
+#include "charset/windows_japanese.h"
 #include "fuzz/fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
@@ -14,10 +17,17 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   charset::fallback_charset_t const fallback = [&] { return fallback_name; };
   std::vector<char> const text = input.rest();
 
-  std::string quiet, listened;
-  charset::convert_to_utf8(text.begin(), text.end(), std::back_inserter(quiet), charset, fallback, nullptr);
-  quern::error::handler_t problems;
-  charset::convert_to_utf8(text.begin(), text.end(), std::back_inserter(listened), charset, fallback, &problems);
-  fuzz::expect_equal("a listening collector changed the conversion", quiet, listened);
+  for (auto const policy : {charset::policy_t::labelled, charset::policy_t::guess}) {
+    std::string quiet, listened;
+    charset::convert_to_utf8(text.begin(), text.end(), std::back_inserter(quiet), charset, fallback, nullptr, policy);
+    quern::error::handler_t problems;
+    charset::convert_to_utf8(text.begin(), text.end(), std::back_inserter(listened), charset, fallback, &problems,
+                             policy);
+    fuzz::expect_equal("a listening collector changed the conversion", quiet, listened);
+    if (policy == charset::policy_t::guess &&
+        charset::windows_japanese_form(charset) != charset::windows_japanese_t::none &&
+        !importer::is_well_formed_utf8(quiet))
+      fuzz::fail("the Windows Japanese reading made ill-formed UTF-8", charset, quiet);
+  }
   return 0;
 }
