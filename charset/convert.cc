@@ -251,8 +251,9 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
   }
   // Guessing, Japanese labels read as the Windows and phone mail programs
   // that write them mean them: with their vendors' characters.
-  if (windows_japanese_t const form = windows_japanese_form(charset);
-      policy == policy_t::guess && form != windows_japanese_t::none) {
+  if (windows_japanese_t const form =
+          policy == policy_t::guess ? windows_japanese_form(charset) : windows_japanese_t::none;
+      form != windows_japanese_t::none) {
     detail::windows_japanese_convert(first, last, out, form, problems);
     return;
   }
