@@ -18,6 +18,7 @@
 #include "charset/single_byte.h"
 #include "charset/surrogates.h"
 #include "charset/utf8.h"
+#include "charset/windows_japanese.h"
 #include "text/ascii.h"
 #include "text/format.h"
 
@@ -246,6 +247,14 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
 
   if (charset == "us-ascii"sv) {
     out(first, last);
+    return;
+  }
+  // Guessing, Japanese labels read as the Windows and phone mail programs
+  // that write them mean them: with their vendors' characters.
+  if (windows_japanese_t const form =
+          policy == policy_t::guess ? windows_japanese_form(charset) : windows_japanese_t::none;
+      form != windows_japanese_t::none) {
+    detail::windows_japanese_convert(first, last, out, form, problems);
     return;
   }
   if (charset == "iso-2022-jp"sv || charset == "shift_jis"sv) {
