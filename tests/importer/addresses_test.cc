@@ -39,7 +39,7 @@ TEST(parse_mailboxes, reads_every_mailbox_of_a_list) {
       {"\"Smith, John\", Undisclosed recipients", {"Smith, John", "Undisclosed recipients"}, {"", ""}},
       {"xyz, abc", {"", ""}, {"xyz", "abc"}},
       {"root (Cron Daemon), postmaster", {"Cron Daemon", ""}, {"root", "postmaster"}},
-      {"MAILER-DAEMON <>, <>", {"MAILER-DAEMON"}, {""}},
+      {"MAILER-DAEMON <>, <>, xyz, \"Doe, J\" <>", {"MAILER-DAEMON", "", "Doe, J"}, {"", "xyz", ""}},
       {"Friends: John Doe, Jane Roe;", {"John Doe", "Jane Roe"}, {"", ""}},
       // A comment alone is a remark; a group's name may carry comments.
       {"(none), list: ; (no To field)", {}, {}},
