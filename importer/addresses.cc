@@ -419,7 +419,7 @@ void read_item(char const* first, char const* last, std::vector<std::string>& na
     }
     if (outside && *p == '<')
       named = text;
-    else if (*p == '>' && p[-1] == '<' && balance.angles == 1)
+    else if (*p == '>' && balance.angles == 1 && p != first && p[-1] == '<')
       named = false; // "<>" is no address a name could be split around
     else if (!is_blank(*p) && balance.angles == 0)
       text = true;
