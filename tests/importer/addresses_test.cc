@@ -51,8 +51,9 @@ TEST(parse_mailboxes, reads_every_mailbox_of_a_list) {
        {"", "Mr.", "Ann @ Home"},
        {"pete@silly.test", "pete@x", "a@x"}},
       {"pete@silly.test (Pete Smith)", {"Pete Smith"}, {"pete@silly.test"}},
-      // Junk folded in after an angle address.
+      // Junk folded in after an angle address; stray brackets.
       {"<a@x> name=\"a.zip\"", {""}, {"a@x"}},
+      {">a@x, b@y>", {"", ""}, {"a@x", "b@y>"}},
       // Repeated fields arrive one per line; an open quote stays in its line.
       {"a@x, \"Open <b@x>\nc@x\n\nd@x (open", {"", "Open", "", "open"}, {"a@x", "b@x", "c@x", "d@x"}},
       // An unterminated quote or comment runs to the end of the list.
