@@ -314,8 +314,9 @@ bool local_angle_address(char const* first, char const* last, std::string& name,
 
 // A name without an address stays a mailbox with an empty address: "John
 // Doe", "Undisclosed recipients" and "MAILER-DAEMON <>" all name who sent or
-// got the message. A lone word is a local address ("postmaster", "jwz"), as
-// the extractor reads it, and a comment after it names it.
+// got the message, and so does a lone word ("postmaster", "xyz, abc"). A
+// word in angle brackets is a local address, and so is a word with a comment
+// after it ("root (Cron Daemon)"), which the comment names.
 void read_mailbox(char const* first, char const* last, std::vector<std::string>& names,
                   std::vector<std::string>& emails) {
   strip_group(first, last);
@@ -364,6 +365,17 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
     return; // a lone comment, taken for a word
   if (!name.found() && local)
     trailing_comment(email.last, last, name);
+  // A bare word with neither a domain nor brackets nor a name beside it
+  // ("xyz, abc", "postmaster") is what its writer called the recipient, not
+  // an address anyone outside that host could write to: a name.
+  if (local && !name.found() && std::find(first, last, '<') == last) {
+    std::string display = decoded(std::string(email.first, email.last));
+    if (!display.empty()) {
+      names.push_back(std::move(display));
+      emails.emplace_back();
+    }
+    return;
+  }
   std::string display = name.found() ? decoded(header::dequote_string(name.first, name.last)) : std::string();
   // "Just A Name, bob@y" is one item: its comma is no part of the name.
   while (!display.empty() && (display.back() == ',' || is_blank(display.back())))

@@ -33,13 +33,14 @@ TEST(parse_mailboxes, reads_every_mailbox_of_a_list) {
       // A comma before any '@' ends a mailbox unless a display name in front
       // of angle brackets follows ("Doe, John" above).
       {"Just A Name, bob@y", {"Just A Name", ""}, {"", "bob@y"}},
-      // A name without an address is a mailbox with an empty one; a lone
-      // word is a local address, and a comment after it names it.
+      // A name without an address is a mailbox with an empty one, and so is
+      // a lone word; a word in brackets or named by a comment is a local
+      // address.
       {"John Doe", {"John Doe"}, {""}},
       {"\"Smith, John\", Undisclosed recipients", {"Smith, John", "Undisclosed recipients"}, {"", ""}},
-      {"xyz, abc", {"", ""}, {"xyz", "abc"}},
-      {"root (Cron Daemon), postmaster", {"Cron Daemon", ""}, {"root", "postmaster"}},
-      {"MAILER-DAEMON <>, <>, xyz, \"Doe, J\" <>", {"MAILER-DAEMON", "", "Doe, J"}, {"", "xyz", ""}},
+      {"xyz, abc", {"xyz", "abc"}, {"", ""}},
+      {"root (Cron Daemon), postmaster, <jwz>", {"Cron Daemon", "postmaster", ""}, {"root", "", "jwz"}},
+      {"MAILER-DAEMON <>, <>, xyz, \"Doe, J\" <>", {"MAILER-DAEMON", "xyz", "Doe, J"}, {"", "", ""}},
       {"Friends: John Doe, Jane Roe;", {"John Doe", "Jane Roe"}, {"", ""}},
       // A comment alone is a remark; a group's name may carry comments.
       {"(none), list: ; (no To field)", {}, {}},
