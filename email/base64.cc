@@ -144,7 +144,7 @@ struct base64_run_t {
 } // namespace
 
 void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
-                           quern::error::handler_t* problems) {
+                           quern::error::handler_t* problems, bool blank_lines_empty) {
   while (begin != end && *begin == '\n')
     ++begin;
   if (begin == end)
@@ -157,8 +157,8 @@ void decode_base_64_append(char const* begin, char const* end, bool line_mode, s
     unsigned char const value = decode_base_64_function(static_cast<unsigned char>(*p));
     if (value < 64)
       p = run.decode_letters(p);
-    else if (run.pending == 0 && is_blank(*p))
-      ++p;
+    else if (run.pending == 0 && (is_blank(*p) || (blank_lines_empty && (*p == '\n' || *p == '\r'))))
+      ++p; // run_start stays: a line passed through later keeps the white space before it
     else if (run.pending == 0 || value == kBase64IllegalCharacter)
       p = run.pass_through(p);
     else
