@@ -136,6 +136,7 @@ TEST(full_walk, repairs_what_the_desktop_reading_loses) {
       // a blank line is still passed through on its own line.
       {base64_text + "YWJj\n\nZGVm\n \t\n\nZ2hp\n\n\n", "abc\ndef\n\nghi\n\n", "abcdefghi", {}},
       {base64_text + "YWJj\n\nHello world\n", "abc\nHello world\n", "abc\nHello world\n", {}},
+      {base64_text + "YWJj\r\nZGVm \r\n", "YWJj\r\nZGVm \r\n", "abcdef", {}},
       // Messages enclosed in parts walked only for names are opened, an
       // encoded one too.
       {multipart("report", {plain, enclosed(nested("mixed", {plain, pdf}))}), "plain words", "plain words", {"a.pdf"}},
