@@ -161,6 +161,22 @@ TEST(full_walk, repairs_what_the_desktop_reading_loses) {
   }
 }
 
+// Messages opened only for their names are decoded within the walk's
+// budget, as those it reads for text are: past it their names are not read.
+TEST(full_walk, decoding_for_names_is_bounded) {
+  std::string filler;
+  while (filler.size() < (4u << 20))
+    filler += std::string(75, 'y') + "\n";
+  auto const report = [&filler](int levels) {
+    std::string chain;
+    for (int i = 0; i < levels; ++i)
+      chain += "Content-Type: message/rfc822\nContent-Transfer-Encoding: quoted-printable\n\n";
+    return multipart("report", {plain, chain + "Content-Type: text/plain; name=t.txt\n\nT" + filler});
+  };
+  EXPECT_EQ(walk(report(3), email::reading_t::full).names, std::vector<std::string>{"t.txt"});
+  EXPECT_EQ(walk(report(12), email::reading_t::full).names, std::vector<std::string>{});
+}
+
 TEST(calendar_text, reads_the_events_title_place_and_description) {
   std::pair<std::string, std::string> const cases[] = {
       {"BEGIN:VCALENDAR\r\nBEGIN:VEVENT\r\nDTSTART:20250101T100000Z\r\nDESCRIPTION:Agenda:\\n1\\, 2\\; 3 \\\\ x\\q\r\n"
