@@ -62,6 +62,10 @@ struct context_t {
   quern::error::handler_t* problems = nullptr; // told what the decoders repair
 };
 
+reading_t reading_of(context_t const& context) {
+  return context.full ? reading_t::full : reading_t::desktop;
+}
+
 // The size of a part's body once its transfer encoding is undone. The
 // decoded bytes are only counted; their buffer is kept per thread.
 std::uint64_t decoded_size(char const* begin, char const* end, content_fields_t const& headers, reading_t reading) {
@@ -99,8 +103,8 @@ void note_name(char const* begin, char const* end, content_fields_t const& heade
   if (name.empty())
     return;
   context.names->push_back({std::move(name), headers.type + '/' + headers.subtype,
-                            decoded_size(begin, end, headers, context.full ? reading_t::full : reading_t::desktop),
-                            without_angles(headers.content_id), headers.disposition});
+                            decoded_size(begin, end, headers, reading_of(context)), without_angles(headers.content_id),
+                            headers.disposition});
 }
 
 // Whether a part is shown in the message rather than attached. The desktop
@@ -484,8 +488,6 @@ private:
     stack_.push_back(std::move(frame));
     return false;
   }
-
-  static reading_t reading_of(context_t const& context) { return context.full ? reading_t::full : reading_t::desktop; }
 
   // The index for searches in [begin, end) of the buffer [base_begin,
   // base_end), deep enough down to need one.
