@@ -20,7 +20,6 @@ namespace {
 
 using quern::error::code_t, quern::error::pattern_of;
 using text::is_blank;
-using text::skip_blanks;
 
 constexpr std::array<unsigned char, 256> make_base64_table() {
   std::array<unsigned char, 256> table{};
@@ -58,6 +57,15 @@ struct base64_run_t {
   std::uint32_t accumulator = 0;
   unsigned bits = 0;
   std::size_t passed_through = 0;
+  bool cr_is_blank = false; // the full reading: a stray CR is white space too
+
+  bool is_white(char c) const { return is_blank(c) || (cr_is_blank && c == '\r'); }
+
+  char const* skip_white(char const* p) const {
+    while (p != end && is_white(*p))
+      ++p;
+    return p;
+  }
 
   void drop_pending() {
     pending = 0;
@@ -126,11 +134,11 @@ struct base64_run_t {
     for (; p != end && *p == '='; ++p)
       ++group;
     if (line_mode && p != end) {
-      p = skip_blanks(p, end);
+      p = skip_white(p);
       if (p != end) {
         if (*p != '\n')
           return pass_through(p);
-        p = skip_blanks(p + 1, end);
+        p = skip_white(p + 1);
       }
     }
     // A complete group's bytes are final; the bits left over are padding.
@@ -144,7 +152,7 @@ struct base64_run_t {
 } // namespace
 
 void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
-                           quern::error::handler_t* problems) {
+                           quern::error::handler_t* problems, bool blank_lines_empty) {
   while (begin != end && *begin == '\n')
     ++begin;
   if (begin == end)
@@ -152,13 +160,14 @@ void decode_base_64_append(char const* begin, char const* end, bool line_mode, s
   std::size_t const base = result.size();
   result.resize(base + static_cast<std::size_t>(end - begin));
   base64_run_t run{end, result.data(), base, base, begin};
+  run.cr_is_blank = blank_lines_empty;
   char const* p = begin;
   while (p != end) {
     unsigned char const value = decode_base_64_function(static_cast<unsigned char>(*p));
     if (value < 64)
       p = run.decode_letters(p);
-    else if (run.pending == 0 && is_blank(*p))
-      ++p;
+    else if (run.pending == 0 && (run.is_white(*p) || (blank_lines_empty && *p == '\n')))
+      ++p; // run_start stays: a line passed through later keeps the white space before it
     else if (run.pending == 0 || value == kBase64IllegalCharacter)
       p = run.pass_through(p);
     else

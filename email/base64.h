@@ -42,8 +42,12 @@ std::vector<char> decode_base_64_data(char const* begin, char const* end, bool l
                                       quern::error::handler_t* problems);
 
 // decode_base_64_data appending to result instead of returning a new vector.
+// With blank_lines_empty, a line of white space between groups gives nothing
+// and a stray CR counts as a blank (white space carries no data); otherwise
+// such a line is passed through as text, and so is a line with a CR, which
+// is how the desktop reading has always read them.
 void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
-                           quern::error::handler_t* problems);
+                           quern::error::handler_t* problems, bool blank_lines_empty = false);
 
 // decode_base_64_data in free mode, as a string. context names the caller's
 // input for diagnostics and does not affect the result.

@@ -22,9 +22,11 @@
 
 #include "charset/convert.h"
 #include "email/attachment_name.h"
+#include "email/calendar.h"
 #include "email/decode.h"
 #include "email/html_text.h"
 #include "email/multipart.h"
+#include "email/parameter.h"
 
 namespace email {
 namespace {
@@ -55,20 +57,25 @@ bool has_text(std::string const& text) {
 struct context_t {
   bool full = false;
   bool html = false;                           // take text/html parts' text
+  bool calendar = false;                       // take text/calendar parts' events
   std::vector<attachment_t>* names = nullptr;  // parts that name a file, so far
   quern::error::handler_t* problems = nullptr; // told what the decoders repair
 };
 
+reading_t reading_of(context_t const& context) {
+  return context.full ? reading_t::full : reading_t::desktop;
+}
+
 // The size of a part's body once its transfer encoding is undone. The
 // decoded bytes are only counted; their buffer is kept per thread.
-std::uint64_t decoded_size(char const* begin, char const* end, content_fields_t const& headers) {
+std::uint64_t decoded_size(char const* begin, char const* end, content_fields_t const& headers, reading_t reading) {
   if (headers.encoding == "7bit"sv || headers.encoding == "8bit"sv || headers.encoding == "binary"sv)
     return static_cast<std::uint64_t>(end - begin);
   thread_local std::vector<char> buffer;
   buffer.clear();
   std::string type = headers.type, subtype = headers.subtype;
   std::uint64_t const size =
-      decode(begin, end, false, type, subtype, headers.encoding, headers.charset, buffer, nullptr)
+      decode(begin, end, false, type, subtype, headers.encoding, headers.charset, buffer, nullptr, reading)
           ? buffer.size()
           : static_cast<std::uint64_t>(end - begin);
   if (buffer.capacity() > (1u << 20))
@@ -95,8 +102,40 @@ void note_name(char const* begin, char const* end, content_fields_t const& heade
   std::string name = attachment_name(headers.content_disposition, headers.content_type);
   if (name.empty())
     return;
-  context.names->push_back({std::move(name), headers.type + '/' + headers.subtype, decoded_size(begin, end, headers),
-                            without_angles(headers.content_id), headers.disposition});
+  context.names->push_back({std::move(name), headers.type + '/' + headers.subtype,
+                            decoded_size(begin, end, headers, reading_of(context)), without_angles(headers.content_id),
+                            headers.disposition});
+}
+
+// Whether a part is shown in the message rather than attached. The desktop
+// reading takes only "inline" (or no disposition); the full reading takes
+// every word but "attachment", as mail programs do, so an unknown word on
+// the only text part does not lose the body. Words that begin like
+// "attachment" ("attachement", "attachments", a missing ';' before the
+// filename) are read as the attachment they mean.
+bool is_inline(std::string const& disposition, bool full) {
+  return full ? !disposition.starts_with("attach") : disposition == "inline"sv;
+}
+
+// The root of a multipart/related in the full reading: the part its start
+// parameter names by Content-ID, else the first part that is not an
+// attachment, else the first part.
+std::size_t related_root(std::vector<byte_range_t> const& parts, content_fields_t const& headers) {
+  std::string start;
+  if (auto const semicolon = headers.content_type.find(';'); semicolon != std::string::npos)
+    parse_parameter(headers.content_type.data() + semicolon, headers.content_type.data() + headers.content_type.size(),
+                    "start", start);
+  start = without_angles(start);
+  std::size_t shown = parts.size();
+  for (std::size_t i = 0; i != parts.size() && (shown == parts.size() || !start.empty()); ++i) {
+    char const* first = parts[i].first;
+    content_fields_t const part = quick_parse_content_fields(first, parts[i].second);
+    if (!start.empty() && without_angles(part.content_id) == start)
+      return i;
+    if (shown == parts.size() && is_inline(part.disposition, true))
+      shown = i;
+  }
+  return shown == parts.size() ? 0 : shown;
 }
 
 std::vector<byte_range_t> body_parts(char const* begin, char const* end, content_fields_t const& headers,
@@ -136,13 +175,32 @@ std::string html_text(char const* begin, char const* end, std::vector<char>& buf
   return text;
 }
 
+// The events' text of a calendar part; the decoded bytes are read before
+// they are converted, so that a fold inside a multi-byte character is undone
+// first. A calendar without a declared charset is UTF-8.
+std::string calendar_part_text(char const* begin, char const* end, std::vector<char>& buffer,
+                               std::string const& charset, quern::error::handler_t* problems) {
+  if (!buffer.empty()) {
+    begin = buffer.data();
+    end = begin + buffer.size();
+  }
+  std::string const events = calendar_text(begin, end);
+  std::vector<char>().swap(buffer);
+  std::vector<char> text;
+  text.reserve(events.size());
+  charset::convert_to_utf8(
+      events.data(), events.data() + events.size(), std::back_inserter(text),
+      charset == "us-ascii"sv ? std::string("utf-8") : charset, [] { return std::string(); }, problems);
+  return std::string(text.begin(), text.end());
+}
+
 // Searches at this depth and deeper use the delimiter index; shallower ones
 // scan, which costs less than building the index for ordinary mail.
 constexpr std::size_t indexed_depth = 8;
 
 // How an open multipart or enclosed message makes its text of its parts'.
 enum class join_t {
-  all,        // multipart/mixed: every part's text, in order, no separator
+  all,        // multipart/mixed: every part's text, in order (the full reading puts line breaks between)
   first,      // the first part (in walking order) that has text
   first_scan, // the same, but every part is walked (for its file names)
   names,      // no text: only the parts' file names are wanted
@@ -163,7 +221,11 @@ struct frame_t {
   std::vector<byte_range_t> parts; // in walking order
   std::size_t next = 0;
   std::vector<byte_range_t> name_parts; // walked for file names only, after the parts
-  bool html_round = false;              // the full reading's second look at the alternatives
+  // The one part of parts walked for text when not all are (a related
+  // part's root in the full reading); the others are walked for names.
+  std::size_t text_part = std::size_t(-1);
+  bool html_round = false;     // the full reading's second look at the alternatives
+  bool calendar_round = false; // and its third, when neither gave text
   std::string text;
 };
 
@@ -184,11 +246,13 @@ public:
         take(stack_.back(), std::move(text));
       }
       frame_t& frame = stack_.back();
-      if (frame.next == frame.parts.size() && frame.html_round && frame.text.empty()) {
+      if (frame.next == frame.parts.size() && (frame.html_round || frame.calendar_round) && frame.text.empty()) {
         // No alternative gave plain text: the first that gives HTML text
-        // wins. The names were listed by the first round.
-        frame.html_round = false;
-        frame.context.html = true;
+        // wins, and only when none does, the first calendar's events. The
+        // names were listed by the first round.
+        frame.context.html = frame.html_round;
+        frame.context.calendar = !frame.html_round;
+        (frame.html_round ? frame.html_round : frame.calendar_round) = false;
         frame.context.names = nullptr;
         frame.join = join_t::first;
         frame.next = 0;
@@ -203,10 +267,12 @@ public:
         continue;
       }
       byte_range_t part;
+      bool for_names = names_only || frame.join == join_t::names;
       if (names_only) {
         part = frame.name_parts.back();
         frame.name_parts.pop_back();
       } else {
+        for_names = for_names || (frame.text_part != std::size_t(-1) && frame.next != frame.text_part);
         part = frame.parts[frame.next++];
       }
       char const* const base_begin = frame.base_begin;
@@ -219,7 +285,7 @@ public:
                      ? base_ + static_cast<std::size_t>(part.first - root_begin_)
                      : frame.origin;
       quern::error::offset_scope_t const here(context.problems, current_);
-      if (names_only || frame.join == join_t::names) {
+      if (for_names) {
         done = open_names(part.first, part.second, base_begin, base_end, context);
         text = no_text_marker;
         continue;
@@ -237,10 +303,17 @@ private:
     if (!has_text(text) || frame.join == join_t::names)
       return;
     if (frame.join == join_t::all) {
-      if (frame.text.empty())
+      if (frame.text.empty()) {
         frame.text = std::move(text);
-      else
+      } else {
+        // A part's last line break belongs to the delimiter after it: the
+        // full reading puts one back where neither text has one at the
+        // join, so the last word of one part and the first of the next stay
+        // two words.
+        if (frame.context.full && !text.empty() && frame.text.back() != '\n' && text.front() != '\n')
+          frame.text += '\n';
         frame.text += text;
+      }
     } else if (frame.text.empty()) {
       frame.text = std::move(text);
       if (frame.join == join_t::first)
@@ -265,18 +338,20 @@ private:
     // A text part that cannot be chosen gives no text whatever its bytes;
     // when nobody listens for the problems its decoding would find, it is not
     // decoded. Most base64 in real mail is text attachments (CSV, calendars).
-    bool const inline_part = headers.disposition == "inline"sv;
+    bool const inline_part = is_inline(headers.disposition, context.full);
     bool const plain_wanted = subtype == "plain"sv && inline_part;
     bool const html_wanted = context.html && subtype == "html"sv && inline_part;
+    bool const calendar_wanted = context.calendar && subtype == "calendar"sv && inline_part;
     std::vector<char> buffer;
     if (type == "multipart"sv || type == "message"sv ||
-        (type == "text"sv && (plain_wanted || html_wanted || context.problems))) {
+        (type == "text"sv && (plain_wanted || html_wanted || calendar_wanted || context.problems))) {
       std::string const& encoding = headers.encoding;
       if (encoding == "base64"sv || encoding == "quoted-printable"sv) {
         // Decoding a container copies nearly all of it, once per level.
         if (type != "text"sv && static_cast<std::size_t>(end - begin) > decode_budget_)
           return true;
-        if (decode(begin, end, top_level, type, subtype, encoding, headers.charset, buffer, context.problems)) {
+        if (decode(begin, end, top_level, type, subtype, encoding, headers.charset, buffer, context.problems,
+                   reading_of(context))) {
           begin = buffer.data();
           end = begin + buffer.size();
           if (type != "text"sv) {
@@ -315,6 +390,10 @@ private:
       text = html_text(begin, end, buffer, headers.charset, context.problems);
       if (text.empty())
         text = no_text_marker;
+    } else if (type == "text"sv && calendar_wanted) {
+      text = calendar_part_text(begin, end, buffer, headers.charset, context.problems);
+      if (text.empty())
+        text = no_text_marker;
     }
     return true;
   }
@@ -334,10 +413,24 @@ private:
       frame.join = join_t::all;
     } else if (subtype == "alternative"sv && context.full) {
       // The first alternative that gives plain text, else the first that
-      // gives HTML text.
+      // gives HTML text, else the first calendar. HTML ranks above the
+      // calendar: beside a calendar it is the invitation as its sender
+      // wrote it for people, with the same title, place and notes.
       frame.join = join_t::first_scan;
       frame.context.html = false;
+      frame.context.calendar = false;
       frame.html_round = context.html;
+      frame.calendar_round = context.calendar;
+    } else if (subtype == "related"sv && context.full && !frame.parts.empty()) {
+      // The root need not be the first part; the others are walked for
+      // their names in place, so the names keep their order.
+      std::size_t const root = related_root(frame.parts, headers);
+      if (context.names) {
+        frame.join = join_t::first_scan;
+        frame.text_part = root;
+      } else {
+        frame.parts = {frame.parts[root]};
+      }
     } else if (subtype == "alternative"sv) {
       std::reverse(frame.parts.begin(), frame.parts.end());
     } else if (!frame.parts.empty()) {
@@ -355,6 +448,8 @@ private:
     if (stack_.size() > max_nesting_depth)
       return true;
     content_fields_t const headers = quick_parse_content_fields(begin, end);
+    if (headers.type == "message"sv && headers.subtype == "rfc822"sv)
+      return open_message_names(begin, end, base_begin, base_end, headers, context);
     if (headers.type != "multipart"sv) {
       note_name(begin, end, headers, context);
       return true;
@@ -362,6 +457,34 @@ private:
     frame_t frame({}, base_begin, base_end, context, join_t::names);
     frame.origin = current_;
     frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end));
+    stack_.push_back(std::move(frame));
+    return false;
+  }
+
+  // An enclosed message whose text is not wanted: its own parts may name
+  // files. It is decoded, when it is encoded, within the same budget as the
+  // text walk's enclosed messages, and its frame counts towards the same
+  // nesting bound.
+  bool open_message_names(char const* begin, char const* end, char const* base_begin, char const* base_end,
+                          content_fields_t const& headers, context_t const& context) {
+    note_name(begin, end, headers, context);
+    std::vector<char> buffer;
+    if (headers.encoding == "base64"sv || headers.encoding == "quoted-printable"sv) {
+      if (static_cast<std::size_t>(end - begin) > decode_budget_)
+        return true;
+      std::string type = headers.type, subtype = headers.subtype;
+      if (decode(begin, end, false, type, subtype, headers.encoding, headers.charset, buffer, nullptr,
+                 reading_of(context))) {
+        begin = buffer.data();
+        end = begin + buffer.size();
+        decode_budget_ -= std::min(decode_budget_, buffer.size());
+        base_begin = begin;
+        base_end = end;
+      }
+    }
+    frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::names);
+    frame.origin = current_;
+    frame.parts.emplace_back(begin, end);
     stack_.push_back(std::move(frame));
     return false;
   }
@@ -403,7 +526,7 @@ body_t read_body(char const* begin, char const* end, header_map_t& headers, bool
   body_t body;
   context_t context;
   if (reading == reading_t::full)
-    context = {true, true, attachments ? &body.attachments : nullptr, nullptr};
+    context = {true, true, true, attachments ? &body.attachments : nullptr, nullptr};
   context.problems = problems;
   std::string text = walker_t(begin, end, context).walk(begin, end, headers, top_level);
   if (has_text(text))

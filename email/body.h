@@ -15,9 +15,15 @@
 // desktop reading finds no text in an entity that is inline text/html (an
 // html-only message, an inline html part of a mixed message), the HTML's
 // text is taken. Every alternative is looked at: the first one that gives
-// plain text wins, and only when none does, the first that gives HTML text.
-// And every part that names a file is listed as an attachment, wherever it sits
-// in the structure, including parts whose text is not wanted.
+// plain text wins, and only when none does, the first that gives HTML text,
+// and after that the first calendar (its events' title, place and
+// description). A mixed message's texts are joined with a line break where
+// neither text has one at the join. Any disposition but an attachment's is
+// read as inline. The root of a multipart/related is the part its start
+// parameter names, else its first part that is not an attachment. Blank
+// lines inside base64 give nothing. And every part that names a file is
+// listed as an attachment, wherever it sits in the structure, including parts
+// whose text is not wanted and the parts of messages enclosed in them.
 //
 // Nesting is bounded: an entity nested deeper than max_nesting_depth levels
 // of multiparts and enclosed messages yields no text (and no attachments).

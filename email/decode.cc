@@ -47,7 +47,7 @@ void report(quern::error::handler_t* problems, code_t code, std::string descript
 
 bool decode(char const* begin, char const* end, bool top_level, std::string& type, std::string& subtype,
             std::string const& encoding, std::string const& charset, std::vector<char>& out,
-            quern::error::handler_t* problems) {
+            quern::error::handler_t* problems, reading_t reading) {
   std::string enc = encoding;
   if (!is_known_encoding(enc)) {
     if (auto const blank = enc.find_first_of(" \t"); blank != std::string::npos) {
@@ -89,17 +89,18 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
     }
   }
   bool const binary = type != "multipart"sv && type != "message"sv && type != "text"sv;
-  return mime_decode(begin, end, std::back_inserter(out), enc, problems, binary);
+  return mime_decode(begin, end, std::back_inserter(out), enc, problems, binary, reading);
 }
 
 bool mime_decode(char const* first, char const* last, std::back_insert_iterator<std::vector<char>> out,
-                 std::string const& encoding, quern::error::handler_t* problems, bool binary) {
+                 std::string const& encoding, quern::error::handler_t* problems, bool binary, reading_t reading) {
   if (encoding == "quoted-printable"sv) {
     decode_quoted_printable(first, last, out, problems, binary);
     return true;
   }
   if (encoding == "base64"sv) {
-    decode_base_64_append(first, last, true, charset::detail::container_access_t<std::vector<char>>::of(out), problems);
+    decode_base_64_append(first, last, true, charset::detail::container_access_t<std::vector<char>>::of(out), problems,
+                          reading == reading_t::full);
     return true;
   }
   if (encoding == "x-uuencode"sv) {

@@ -16,21 +16,24 @@
 #include <string>
 #include <vector>
 
+#include "email/reading.h"
 #include "error/handler.h"
 
 namespace email {
 
 // True when out now holds the decoded body; false when the raw bytes are to
 // be used as they are. type and subtype may be rewritten to
-// application/octet-stream.
+// application/octet-stream. The full reading takes a blank line inside
+// base64 for the white space it is; the desktop reading keeps it as text.
 bool decode(char const* begin, char const* end, bool top_level, std::string& type, std::string& subtype,
             std::string const& encoding, std::string const& charset, std::vector<char>& out,
-            quern::error::handler_t* problems);
+            quern::error::handler_t* problems, reading_t reading = reading_t::desktop);
 
 // Runs the decoder for a known encoding name; false for 7bit, 8bit, binary
 // and anything unknown.
 bool mime_decode(char const* first, char const* last, std::back_insert_iterator<std::vector<char>> out,
-                 std::string const& encoding, quern::error::handler_t* problems, bool binary);
+                 std::string const& encoding, quern::error::handler_t* problems, bool binary,
+                 reading_t reading = reading_t::desktop);
 
 // Converts the decoded bytes (buffer, or [begin, end) when buffer is empty)
 // to UTF-8 and leaves the canonical text in buffer.

@@ -308,6 +308,14 @@ message_t parse(std::string_view bytes, options_t const& options) {
     message = parse_lf(lf.data(), lf.data() + lf.size(), options);
     if (!message.problems.empty())
       place_in_original(message.problems, first, last);
+  } else if (options.reading == reading_t::full && options.line_ends == line_ends_t::crlf_as_lf &&
+             text::has_cr_line_ends(first, last)) {
+    // Old Mac mail: lines end in CR alone. Read as LF, in place, so every
+    // problem's place is already its place in the bytes as given.
+    std::string lf;
+    lf.reserve(bytes.size());
+    text::cr_to_lf(first, last, std::back_inserter(lf));
+    message = parse_lf(lf.data(), lf.data() + lf.size(), options);
   } else {
     message = parse_lf(first, last, options);
   }

@@ -11,7 +11,8 @@
 //
 // Two readings exist. The full reading (the default) is for every program
 // that wants what a person would read in the message: CR LF line ends read
-// as LF, every mailbox of a list, HTML text where no plain text is given,
+// as LF (and CR alone as LF in a file that has no LF), every mailbox of a
+// list, HTML text (or a calendar's events) where no plain text is given,
 // attachments, whole month names, and U+FFFD where bytes are not UTF-8. The
 // desktop reading is the one the desktop-search host has always had: LF line
 // ends only, one mailbox per address field, text only from text/plain, and a
@@ -96,7 +97,8 @@ struct message_t {
 enum class reading_t { desktop, full };
 enum class line_ends_t {
   as_stored,  // only LF ends a line; a CR is content
-  crlf_as_lf, // every CR LF is read as LF (a lone CR stays content)
+  crlf_as_lf, // every CR LF is read as LF (a lone CR stays content); in the
+              // full reading, a file without any LF has its CRs read as LF
 };
 
 struct options_t {

@@ -16,6 +16,7 @@
 
 #include "email/attachment_name.h"
 #include "email/body.h"
+#include "email/calendar.h"
 #include "email/html_text.h"
 #include "error/handler.h"
 #include "importer/import.h"
@@ -80,7 +81,7 @@ TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
       {multipart("alternative", {nested("related", {html, png}), plain}), marker, "plain words", {"logo.png"}},
       {multipart("alternative", {nested("related", {html, png})}), marker, "html words\n", {"logo.png"}},
       // A mixed message appends an inline HTML part; an attached one is a file.
-      {multipart("mixed", {plain, html}), "plain words", "plain wordshtml words\n", {}},
+      {multipart("mixed", {plain, html}), "plain words", "plain words\nhtml words\n", {}},
       {multipart("mixed", {plain, html_file, pdf}), "plain words", "plain words", {"page.html", "a.pdf"}},
       // Only the first part of related or signed gives text; all give names.
       {multipart("related", {html, png, pdf}), marker, "html words\n", {"logo.png", "a.pdf"}},
@@ -96,6 +97,104 @@ TEST(full_walk, takes_html_only_where_the_desktop_reading_finds_no_text) {
     EXPECT_EQ(full.text, c.full);
     EXPECT_EQ(full.names, c.names);
   }
+}
+
+std::string const calendar = "Content-Type: text/calendar; method=REQUEST\n\nBEGIN:VCALENDAR\nBEGIN:VEVENT\n"
+                             "SUMMARY:Review\nLOCATION:Room 4\nEND:VEVENT\nEND:VCALENDAR";
+
+std::string enclosed(std::string const& entity) {
+  return "Content-Type: message/rfc822\n\nSubject: inner\n" + entity;
+}
+
+// What the full reading repairs in the walk, each beside the desktop
+// reading's text, which stays as it was.
+TEST(full_walk, repairs_what_the_desktop_reading_loses) {
+  std::string const base64_text = "Content-Type: text/plain\nContent-Transfer-Encoding: base64\n\n";
+  struct case_t {
+    std::string message, desktop, full;
+    std::vector<std::string> names;
+  } const cases[] = {
+      // Joined texts keep their words apart; where a line break stands at
+      // the join, no second one is put.
+      {multipart("mixed", {plain, "Content-Type: text/plain\n\nmore\n", plain, "Content-Type: text/plain\n\n\nend"}),
+       "plain wordsmore\nplain words\nend",
+       "plain words\nmore\nplain words\nend",
+       {}},
+      {multipart("mixed", {plain, enclosed(plain)}), "plain wordsplain words", "plain words\nplain words", {}},
+      // Any disposition but an attachment's is inline.
+      {"Content-Disposition: quoted-printable\n\nbody", marker, "body", {}},
+      {"Content-Disposition: foo; filename=notes.txt\n\nbody", marker, "body", {"notes.txt"}},
+      {"Content-Disposition: attachement; filename=notes.txt\n\nbody", marker, marker, {"notes.txt"}},
+      // The related root: named by start, else the first part not attached.
+      {multipart("related", {pdf, html}), marker, "html words\n", {"a.pdf"}},
+      {"Content-Type: multipart/related; start=\"<r@x>\"; boundary=b\n\n--b\n" + html + "\n--b\n" +
+           "Content-ID: <r@x>\n\nroot\n--b--\n",
+       marker,
+       "root",
+       {}},
+      // White space between base64 groups carries no data; a footer after
+      // a blank line is still passed through on its own line.
+      {base64_text + "YWJj\n\nZGVm\n \t\n\nZ2hp\n\n\n", "abc\ndef\n\nghi\n\n", "abcdefghi", {}},
+      {base64_text + "YWJj\n\nHello world\n", "abc\nHello world\n", "abc\nHello world\n", {}},
+      {base64_text + "YWJj\r\nZGVm \r\n", "YWJj\r\nZGVm \r\n", "abcdef", {}},
+      // Messages enclosed in parts walked only for names are opened, an
+      // encoded one too.
+      {multipart("report", {plain, enclosed(nested("mixed", {plain, pdf}))}), "plain words", "plain words", {"a.pdf"}},
+      {multipart("digest", {enclosed(plain), enclosed(png)}), "plain words", "plain words", {"logo.png"}},
+      {multipart("related", {html, "Content-Type: message/rfc822\nContent-Transfer-Encoding: base64\n\n"
+                                   "U3ViamVjdDogaW5uZXIKQ29udGVudC1UeXBlOiBpbWFnZS9wbmc7IG5hbWU9eC5wbmcKClBORw=="}),
+       marker,
+       "html words\n",
+       {"x.png"}},
+      // A calendar gives its events where nothing else gives text, after HTML.
+      {calendar, marker, "Review\nRoom 4\n", {}},
+      {multipart("alternative", {calendar, html}), marker, "html words\n", {}},
+      {multipart("alternative", {calendar, "Content-Type: text/plain\n\n"}), marker, "Review\nRoom 4\n", {}},
+      {multipart("alternative", {calendar, plain}), marker, "plain words", {}},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.message);
+    EXPECT_EQ(walk(c.message, email::reading_t::desktop).text, c.desktop);
+    auto const full = walk(c.message, email::reading_t::full);
+    EXPECT_EQ(full.text, c.full);
+    EXPECT_EQ(full.names, c.names);
+  }
+}
+
+// Messages opened only for their names are decoded within the walk's
+// budget, as those it reads for text are: past it their names are not read.
+TEST(full_walk, decoding_for_names_is_bounded) {
+  std::string filler;
+  while (filler.size() < (4u << 20))
+    filler += std::string(75, 'y') + "\n";
+  auto const report = [&filler](int levels) {
+    std::string chain;
+    for (int i = 0; i < levels; ++i)
+      chain += "Content-Type: message/rfc822\nContent-Transfer-Encoding: quoted-printable\n\n";
+    return multipart("report", {plain, chain + "Content-Type: text/plain; name=t.txt\n\nT" + filler});
+  };
+  EXPECT_EQ(walk(report(3), email::reading_t::full).names, std::vector<std::string>{"t.txt"});
+  EXPECT_EQ(walk(report(12), email::reading_t::full).names, std::vector<std::string>{});
+}
+
+TEST(calendar_text, reads_the_events_title_place_and_description) {
+  std::pair<std::string, std::string> const cases[] = {
+      {"BEGIN:VCALENDAR\r\nBEGIN:VEVENT\r\nDTSTART:20250101T100000Z\r\nDESCRIPTION:Agenda:\\n1\\, 2\\; 3 \\\\ x\\q\r\n"
+       "LOCATION;ALTREP=\"cid:a:b;c\":Hall\r\nSUMMARY;LANGUAGE=de:Tref\r\n fen\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n",
+       "Treffen\nHall\nAgenda:\n1, 2; 3 \\ x\\q\n"},
+      // An alarm's description is not the event's; each event in turn.
+      {"BEGIN:VEVENT\nsummary:One\nBEGIN:VALARM\nDESCRIPTION:Reminder\nEND:VALARM\nEND:VEVENT\n"
+       "BEGIN:VTODO\nSUMMARY:not an event\nEND:VTODO\nBEGIN:VEVENT\nSUMMARY:Two\nLOCATION:\n",
+       "One\nTwo\n"},
+      // A fold inside a multi-byte character is undone before anything else.
+      {"BEGIN:VEVENT\nSUMMARY:caf\xC3\n\t\xA9\nEND:VEVENT", "caf\xC3\xA9\n"},
+      {"SUMMARY:outside any event\nBEGIN:VEVENT\nno colon\nEND:VEVENT\n", ""},
+  };
+  for (auto const& [input, expected] : cases)
+    EXPECT_EQ(email::calendar_text(input.data(), input.data() + input.size()), expected) << input;
+  // Folded into a million one-byte lines: read in one linear pass.
+  std::string const folded = "BEGIN:VEVENT\nSUMMARY:" + repeat("\n x", 1'000'000) + "\nEND:VEVENT\n";
+  EXPECT_EQ(email::calendar_text(folded.data(), folded.data() + folded.size()), std::string(1'000'000, 'x') + "\n");
 }
 
 // What each kind of element leaves in the text, read at every depth: as

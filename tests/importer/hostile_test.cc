@@ -62,6 +62,11 @@ TEST(hostile, deep_and_wide_structure_on_a_small_stack) {
       {messages.substr(0, 20 * nested.size()) +
            "Content-Type: multipart/alternative; boundary=x\n\n--x\nContent-Type: text/plain\n\nfound\n--x--\n",
        "found"},
+      // The full reading opens a returned message only for its names: the
+      // same bound.
+      {"Content-Type: multipart/report; boundary=r\n\n--r\n\nreport\n--r\n" + messages +
+           "Content-Type: image/png; name=x.png\n\nPNG\n--r--\n",
+       "report"},
       {std::move(parameters) + "; charset=iso-8859-1\n\ncaf\xE9\n", "caf\xC3\xA9\n"},
   };
   // The full reading also walks every part for its file name.

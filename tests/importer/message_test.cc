@@ -146,7 +146,7 @@ TEST(message, attachments_with_their_details) {
                             "Content-Type: text/plain\n\nHello\n--b\n"
                             "Content-Type: application/pdf; name=\"a.pdf\"\n"
                             "Content-Disposition: attachment\nContent-ID: <part1@x.test>\n"
-                            "Content-Transfer-Encoding: base64\n\nJVBERi0xLjQK\nJSVFT0YK\n--b\n"
+                            "Content-Transfer-Encoding: base64\n\nJVBERi0xLjQK\n\nJSVFT0YK\n\n\n--b\n"
                             "Content-Type: text/csv\nContent-Disposition: attachment; filename=t.csv\n"
                             "Content-Transfer-Encoding: quoted-printable\n\na=3Db,=\nc\n--b\n"
                             "Content-Type: message/rfc822\n\nSubject: inner\n"
@@ -215,6 +215,24 @@ TEST(message, problems_carry_codes_and_places) {
   auto quiet = m;
   quiet.problems.clear();
   EXPECT_EQ(tidewell::parse(bytes), quiet);
+}
+
+// Old Mac mail ends its lines in CR alone: the full reading reads them as
+// LF when the file has no LF at all, and places problems in the bytes as
+// given; the desktop reading, with or without CR LF as LF, reads it as before.
+TEST(message, lines_ended_by_cr_alone) {
+  std::string const bytes = "Subject: old Mac\rDate: 5 Oct 99 10:00 -0000\r"
+                            "Content-Type: multipart/mixed; boundary=b\r\r--b\r\rfirst\r--b\r\rsecond\r--b--\r";
+  tidewell::options_t options;
+  options.problems = true;
+  auto const m = tidewell::parse(bytes, options);
+  EXPECT_EQ(m.subject, std::optional<std::string>("old Mac"));
+  EXPECT_EQ(m.text, std::optional<std::string>("first\nsecond"));
+  ASSERT_FALSE(m.problems.empty());
+  EXPECT_EQ(m.problems[0].offset, bytes.find("Date:"));
+  for (auto const line_ends : {tidewell::line_ends_t::as_stored, tidewell::line_ends_t::crlf_as_lf})
+    EXPECT_FALSE(tidewell::parse(bytes, {tidewell::reading_t::desktop, line_ends}).text);
+  EXPECT_EQ(full("Subject: s\n\nx\ry\n").text, std::optional<std::string>("x\ry\n"));
 }
 
 TEST(message, a_bound_cuts_the_input) {
