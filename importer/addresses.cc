@@ -102,9 +102,14 @@ void strip_group(char const*& first, char const*& last) {
     ++first;
 }
 
-std::string decoded(std::string const& raw) {
+// A piece of a mailbox as UTF-8, its raw 8-bit text read in raw_charset (the
+// header block's, when it was found) or as the guessing reading finds it.
+std::string decoded(std::string const& raw, std::string const& raw_charset) {
   std::string text;
-  email::decode_header_line(raw.data(), raw.data() + raw.size(), std::back_inserter(text), nullptr, std::string());
+  email::decode_header_line(
+      raw.data(), raw.data() + raw.size(), std::back_inserter(text), nullptr, std::string(),
+      [&raw_charset] { return raw_charset.empty() ? email::default_fallback_charset() : raw_charset; },
+      charset::policy_t::guess);
   email::cleanup_header_body(text);
   return text;
 }
@@ -130,7 +135,7 @@ bool local_angle_address(char const* first, char const* last, std::string& name,
 }
 
 void read_mailbox(char const* first, char const* last, std::vector<std::string>& names,
-                  std::vector<std::string>& emails) {
+                  std::vector<std::string>& emails, std::string const& raw_charset) {
   strip_group(first, last);
   if (first == last)
     return;
@@ -140,16 +145,17 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
     std::string local_name, local_address;
     if (!local_angle_address(first, last, local_name, local_address))
       return;
-    names.push_back(decoded(local_name));
-    emails.push_back(decoded(local_address));
+    names.push_back(decoded(local_name, raw_charset));
+    emails.push_back(decoded(local_address, raw_charset));
     return;
   }
-  std::string display = name.found() ? decoded(header::dequote_string(name.first, name.last)) : std::string();
+  std::string display =
+      name.found() ? decoded(header::dequote_string(name.first, name.last), raw_charset) : std::string();
   // "Just A Name, bob@y" is one item: its comma is no part of the name.
   while (!display.empty() && (display.back() == ',' || is_blank(display.back())))
     display.pop_back();
   names.push_back(std::move(display));
-  emails.push_back(decoded(std::string(email.first, email.last)));
+  emails.push_back(decoded(std::string(email.first, email.last), raw_charset));
 }
 
 // Reads the mailboxes of one item of the list splitter. Outside quotes,
@@ -157,14 +163,15 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
 // comma ends a mailbox once it has an '@' or a closed angle address: the
 // same rule as the splitter's, applied again to items that were joined over
 // a comment, and to "Ann <ann>, Bob <bob>", which has no '@' at all.
-void read_item(char const* first, char const* last, std::vector<std::string>& names, std::vector<std::string>& emails) {
+void read_item(char const* first, char const* last, std::vector<std::string>& names, std::vector<std::string>& emails,
+               std::string const& raw_charset) {
   balance_t balance;
   bool addressed = false;
   char const* start = first;
   for (char const* p = first; p != last; ++p) {
     bool const outside = !balance.open() && !balance.quoted && !balance.escaped;
     if (outside && (*p == ';' || (*p == ',' && addressed))) {
-      read_mailbox(start, p, names, emails);
+      read_mailbox(start, p, names, emails, raw_charset);
       start = p + 1;
       addressed = false;
       continue;
@@ -173,12 +180,13 @@ void read_item(char const* first, char const* last, std::vector<std::string>& na
     if ((outside && *p == '@') || (*p == '>' && !balance.open() && !balance.quoted))
       addressed = true;
   }
-  read_mailbox(start, last, names, emails);
+  read_mailbox(start, last, names, emails, raw_charset);
 }
 
 } // namespace
 
-void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails) {
+void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails,
+                     std::string const& raw_charset) {
   char const* cursor = value.data();
   char const* const end = cursor + value.size();
   while (cursor != end) {
@@ -192,7 +200,7 @@ void parse_mailboxes(std::string const& value, std::vector<std::string>& names, 
       item.last = next.last;
     }
     if (item.first != item.last)
-      read_item(item.first, item.last, names, emails);
+      read_item(item.first, item.last, names, emails, raw_charset);
   }
 }
 
