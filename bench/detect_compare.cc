@@ -155,7 +155,7 @@ bool note(std::string const& detector, std::string const& name, bool right) {
 }
 
 void accuracy(std::vector<sample_t> const& samples) {
-  std::size_t const lengths[] = {20, 50, 100, 300, 1000, 5000, 20000};
+  std::size_t const lengths[] = {10, 20, 50, 100, 300, 1000, 5000, 20000};
   std::size_t const starts = 8; // each text cut from eight places
   std::vector<std::pair<std::string, detector_t>> const detectors = {
       {"uchardet",

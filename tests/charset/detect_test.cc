@@ -12,6 +12,7 @@
 
 #include "charset/convert.h"
 #include "charset/detect.h"
+#include "importer/message.h"
 #include "tests/support/problems.h"
 
 namespace {
@@ -75,6 +76,30 @@ TEST(GuessPolicy, ReadsTextPastMissingAndWrongLabels) {
       EXPECT_EQ(convert(c.input, c.label, policy_t::labelled, c.fallback), c.labelled) << c.what;
     }
   }
+}
+
+// Raw 8-bit header values are read as one text, so a short subject takes the
+// charset that the longer names beside it show; the body and the file name
+// are read on their own. The desktop reading keeps its ISO-8859-1.
+TEST(GuessPolicy, FullReadingReadsRawHeaderTextAsOneBlock) {
+  std::string const message =
+      "Subject: " + encode("Тест", "koi8-r") + "\nFrom: " + encode("Иван Петрович Сидоров", "koi8-r") +
+      " <ivan@example.org>\nTo: " + encode("Ольга Николаевна", "koi8-r") +
+      " <olga@example.org>\nMIME-Version: 1.0\nContent-Type: multipart/mixed; "
+      "boundary=b\n\n--b\nContent-Type: text/plain\n\n" +
+      encode("Добрый день! Высылаю отчёт за прошлую неделю.", "koi8-r") + "\n--b\nContent-Type: text/plain; name=\"" +
+      encode("отчёт за неделю.txt", "koi8-r") + "\"\nContent-Disposition: attachment\n\nx\n--b--\n";
+  tidewell::message_t const full = tidewell::parse(message);
+  EXPECT_EQ(full.subject, "Тест");
+  ASSERT_EQ(full.from.size(), 1u);
+  EXPECT_EQ(full.from[0].name, "Иван Петрович Сидоров");
+  ASSERT_EQ(full.to.size(), 1u);
+  EXPECT_EQ(full.to[0].name, "Ольга Николаевна");
+  EXPECT_EQ(full.text, "Добрый день! Высылаю отчёт за прошлую неделю.");
+  ASSERT_EQ(full.attachments.size(), 1u);
+  EXPECT_EQ(full.attachments[0].file_name, "отчёт за неделю.txt");
+  tidewell::options_t desktop = tidewell::options_t::desktop();
+  EXPECT_EQ(tidewell::parse(message, desktop).subject, "ôÅÓÔ");
 }
 
 // The share of texts given back exactly, per charset, over lengths from 100
