@@ -290,12 +290,18 @@ void convert_windows_1252(char const* first, char const* last, sink_t const& out
 
 // UTF-8 damaged in a few places: at least three well-formed multi-byte
 // characters for each ill-formed sequence. Text in a legacy charset makes
-// almost nothing but ill-formed sequences, so the count gives up as soon as
-// the good ones could no longer make up for the bad.
+// almost nothing but ill-formed sequences, so the count gives up once the
+// bad ones outnumber the good (after the first few).
 bool is_mostly_utf8(char const* first, char const* last) {
   using traits = boost::locale::utf::utf_traits<char>;
   std::uint64_t good = 0, bad = 0;
   for (char const* p = first; p != last;) {
+    // Runs of ASCII, eight bytes at a time.
+    std::uint64_t word;
+    if (last - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080) == 0)) {
+      p += 8;
+      continue;
+    }
     if (static_cast<unsigned char>(*p) < 0x80) {
       ++p;
       continue;
@@ -303,7 +309,7 @@ bool is_mostly_utf8(char const* first, char const* last) {
     char const* const start = p;
     auto const code_point = traits::decode(p, last);
     if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
-      if (++bad > 8 && 3 * bad > good)
+      if (++bad > 4 && bad > good)
         return false;
       p = start + 1;
     } else {
@@ -373,7 +379,9 @@ bool guess_label(char const* first, char const* last, sink_t& out, std::string& 
   if (known) {
     if (!is_latin1_name(charset))
       return false;
-    convert_windows_1252(first, last, out);
+    // The table (single_byte.h) holds every byte but the five undefined ones.
+    if (!convert_single_byte(first, last, out, "windows-1252"))
+      convert_windows_1252(first, last, out);
     return true;
   }
   std::string detected = hinted(fallback);

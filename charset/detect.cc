@@ -67,8 +67,7 @@ std::string detected_name(char const* first, char const* last) {
   uchardet_t const detector = uchardet_new();
   if (!detector)
     return {};
-  // The start of a long text tells as much as all of it.
-  uchardet_handle_data(detector, first, std::min(static_cast<std::size_t>(last - first), max_detected));
+  uchardet_handle_data(detector, first, static_cast<std::size_t>(last - first));
   uchardet_data_end(detector);
   std::string name = trusted_name(uchardet_get_charset(detector));
   uchardet_delete(detector);
@@ -152,6 +151,8 @@ std::string fewest_breaks(char const* first, char const* last, std::string detec
 std::string detect_charset(char const* first, char const* last) {
   if (first == last)
     return {};
+  // The start of a long text tells as much as all of it.
+  last = first + std::min(static_cast<std::size_t>(last - first), max_detected);
   std::string detected = detected_name(first, last);
   if (std::count_if(first, last, [](char c) { return static_cast<unsigned char>(c) >= 0x80; }) <= short_text)
     detected = fewest_breaks(first, last, std::move(detected));

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -314,7 +315,7 @@ private:
 // (in the full reading past missing or wrong charset labels, raw 8-bit text in
 // the block's charset).
 std::string field_value(std::string const& name, field_t const& field, reading_t reading,
-                        quern::error::handler_t* problems, raw_charset_t& raw_charset) {
+                        quern::error::handler_t* problems, std::function<std::string()> const& raw_fallback) {
   std::string value;
   if (field.value_first == field.value_last)
     return value;
@@ -325,10 +326,8 @@ std::string field_value(std::string const& name, field_t const& field, reading_t
   if (name.starts_with("content-") || keep_address)
     value.assign(field.value_first, field.value_last);
   else if (reading == reading_t::full)
-    decode_header_line(
-        field.value_first, field.value_last, std::back_inserter(value), problems, std::string(),
-        [&raw_charset] { return raw_charset().empty() ? default_fallback_charset() : raw_charset(); },
-        charset::policy_t::guess);
+    decode_header_line(field.value_first, field.value_last, std::back_inserter(value), problems, std::string(),
+                       raw_fallback, charset::policy_t::guess);
   else
     decode_header_line(field.value_first, field.value_last, std::back_inserter(value), problems, std::string());
   cleanup_header_body(value);
@@ -390,6 +389,11 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   auto const at = [&](char const* p) { return base + static_cast<std::size_t>(p - block); };
   std::size_t date_offset = base;
   raw_charset_t raw_charset(first, last, wanted);
+  // What undeclared 8-bit text in a value is read as: the block's charset,
+  // or (when the detector was not sure of it) what the value itself shows.
+  std::function<std::string()> const raw_fallback = [&raw_charset] {
+    return raw_charset().empty() ? default_fallback_charset() : raw_charset();
+  };
   bool raw_addresses = false; // an address field kept raw holds 8-bit text that is not UTF-8
   for_each_field(first, last, [&](field_t const& field) {
     // Most fields are not wanted: they are looked up lower-cased on the
@@ -404,7 +408,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     quern::error::offset_scope_t const here(problems, at(field.name_first));
     if (name == "date"sv)
       date_offset = at(field.name_first);
-    std::string value = field_value(name, field, reading, problems, raw_charset);
+    std::string value = field_value(name, field, reading, problems, raw_fallback);
     raw_addresses = raw_addresses || (reading == reading_t::full && is_address_field(name) &&
                                       has_raw_8bit(field.value_first, field.value_last));
     if (received)
