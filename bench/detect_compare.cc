@@ -3,20 +3,20 @@
 // reading of convert_to_utf8 give back texts in a known charset.
 //
 // The paragraphs of tests/data/charset_samples.tsv are encoded with iconv,
-// repeated and cut on a character boundary at lengths from 20 bytes to 20 KB;
+// repeated and cut on a character boundary at lengths from 10 bytes to 20 KB,
+// from eight places each;
 // each detector names a charset, iconv decodes with that name, and a text
 // counts when the decoding equals the original exactly. ICU is asked twice:
 // for its best answer, and for its best answer among the charsets the
 // importer trusts. The tables go to standard output as Markdown, one row a
-// charset and one column a length. With --corpus DIR it reads every .eml
-// under DIR and prints, for each detector, the text/plain bodies without a
-// usable label (undeclared, an ASCII name holding 8-bit bytes) whose reading
-// it would change from ISO-8859-1, so that they can be looked at.
+// charset and one column a length, followed by the wrong names each
+// detector gave (what restricting its answers has to keep out).
 //
-// Built by hand; it is a measuring tool, not part of the library:
-//   g++ -std=c++20 -O2 -I. bench/detect_compare.cc charset/detect.cc \
-//       -o /tmp/detect_compare -luchardet -licui18n -licuuc -Lbuild -ltidewell
-// (the pipeline's column needs the library; see the notes of the change).
+// Built by hand against a build of the library; it is a measuring tool, not
+// part of it:
+//   g++ -std=c++20 -O1 -I. bench/detect_compare.cc -o /tmp/detect_compare \
+//       -Lbuild -ltidewell -Wl,-rpath,$PWD/build -luchardet -licui18n -licuuc
+//   /tmp/detect_compare tests/data/charset_samples.tsv
 #include <iconv.h>
 #include <uchardet/uchardet.h>
 #include <unicode/ucsdet.h>
