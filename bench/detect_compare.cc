@@ -14,8 +14,9 @@
 //
 // Built by hand against a build of the library; it is a measuring tool, not
 // part of it:
-//   g++ -std=c++20 -O1 -I. bench/detect_compare.cc -o /tmp/detect_compare \
+//   g++ -std=c++20 -O1 -I. bench/detect_compare.cc -o /tmp/detect_compare
 //       -Lbuild -ltidewell -Wl,-rpath,$PWD/build -luchardet -licui18n -licuuc
+// (one command)
 //   /tmp/detect_compare tests/data/charset_samples.tsv
 #include <iconv.h>
 #include <uchardet/uchardet.h>
