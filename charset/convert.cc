@@ -336,7 +336,7 @@ void repair_utf8(char const* first, char const* last, sink_t const& out, handler
 // than "not UTF-8": the charset a message's other texts were found in.
 std::string hinted(fallback_charset_t const& fallback) {
   std::string hint = fallback ? fallback() : std::string();
-  if (hint == "iso-2022-jp"sv || ascii_encodings.is_ascii(hint) || is_latin1_name(hint))
+  if (hint == "iso-2022-jp"sv || ascii_encodings.is_ascii(hint) || (is_latin1_name(hint) && hint != "windows-1252"sv))
     return {};
   return hint;
 }
