@@ -20,6 +20,7 @@
 #include "charset/single_byte.h"
 #include "charset/surrogates.h"
 #include "charset/utf8.h"
+#include "charset/windows_japanese.h"
 #include "text/ascii.h"
 #include "text/format.h"
 #include "text/utf8.h"
@@ -375,7 +376,9 @@ bool guess_label(char const* first, char const* last, sink_t& out, std::string& 
     repair_utf8(first, last, out, problems);
     return true;
   }
-  bool const known = !ascii_name && !utf8_label && (is_latin1_name(charset) || open_descriptor(charset, "UTF-8"));
+  bool const known = !ascii_name && !utf8_label &&
+                     (is_latin1_name(charset) || windows_japanese_form(charset) != windows_japanese_t::none ||
+                      open_descriptor(charset, "UTF-8"));
   if (known) {
     if (!is_latin1_name(charset))
       return false;
@@ -480,6 +483,14 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
 
   if (charset == "us-ascii"sv) {
     out(first, last);
+    return;
+  }
+  // Guessing, Japanese labels read as the Windows and phone mail programs
+  // that write them mean them: with their vendors' characters.
+  if (windows_japanese_t const form =
+          policy == policy_t::guess ? windows_japanese_form(charset) : windows_japanese_t::none;
+      form != windows_japanese_t::none) {
+    detail::windows_japanese_convert(first, last, out, form, problems);
     return;
   }
   if (charset == "iso-2022-jp"sv || charset == "shift_jis"sv) {

@@ -465,6 +465,8 @@ bool rfc822_date_parser_t::parse_zone_number(std::int64_t& zone) {
   if (*cursor_ == '+' || *cursor_ == '-') {
     negative = *cursor_ == '-';
     ++cursor_;
+    if (rules_.written_offsets)
+      return parse_written_offset(negative, zone);
   } else if (is_digit(*cursor_)) {
     note(code_t::date_unsigned_zone);
   } else {
@@ -474,6 +476,28 @@ bool rfc822_date_parser_t::parse_zone_number(std::int64_t& zone) {
   if (!parse_int(number, 4))
     return false;
   // Minutes are not checked; only a number no zone could have is reported.
+  if (number >= 9960)
+    note(code_t::date_zone_bounds);
+  zone = negative ? -number : number;
+  return true;
+}
+
+bool rfc822_date_parser_t::parse_written_offset(bool negative, std::int64_t& zone) {
+  char const* const start = cursor_;
+  int number = 0;
+  if (!parse_int(number, 4))
+    return false;
+  // One or two digits are hours, maybe with ":MM" after them; three or four
+  // are the usual HMM or HHMM.
+  if (cursor_ - start <= 2) {
+    int minutes = 0;
+    if (last_ - cursor_ >= 3 && *cursor_ == ':' && is_digit(cursor_[1]) && is_digit(cursor_[2]) &&
+        (last_ - cursor_ == 3 || !is_digit(cursor_[3]))) {
+      minutes = (cursor_[1] - '0') * 10 + (cursor_[2] - '0');
+      cursor_ += 3;
+    }
+    number = number * 100 + minutes;
+  }
   if (number >= 9960)
     note(code_t::date_zone_bounds);
   zone = negative ? -number : number;
@@ -523,6 +547,17 @@ bool rfc822_date_parser_t::parse_zone() {
     zone_ = 0;
     note(code_t::date_unknown_zone);
   }
+  // "GMT+1", "UTC-05:30": the offset from GMT the writer meant, written
+  // onto the name.
+  auto const is_utc_name = [](std::string_view n) {
+    return text::equals_lower(n, "gmt") || text::equals_lower(n, "utc") || text::equals_lower(n, "ut");
+  };
+  if (rules_.written_offsets && is_utc_name(name) && last_ - cursor_ >= 2 && (*cursor_ == '+' || *cursor_ == '-') &&
+      is_digit(cursor_[1])) {
+    char const* const sign = cursor_++;
+    if (!parse_written_offset(*sign == '-', zone_))
+      cursor_ = sign;
+  }
   return true;
 }
 
@@ -550,6 +585,73 @@ bool rfc822_date_parser_t::parse() {
     return false;
   }
   skip_comments();
+  parsed_ = true;
+  return true;
+}
+
+bool rfc822_date_parser_t::parse_iso() {
+  char const* const start = cursor_;
+  auto const fail = [&] {
+    cursor_ = start;
+    return false;
+  };
+  auto const number = [&](int count, int& value) {
+    if (last_ - cursor_ < count || !std::all_of(cursor_, cursor_ + count, is_digit))
+      return false;
+    value = 0;
+    for (int i = 0; i < count; ++i)
+      value = value * 10 + (*cursor_++ - '0');
+    return true;
+  };
+  auto const take = [&](char c) {
+    bool const taken = cursor_ != last_ && *cursor_ == c;
+    cursor_ += taken;
+    return taken;
+  };
+  skip_fws();
+  int year = 0, month = 0, day = 0;
+  if (!number(4, year) || !take('-') || !number(2, month) || !take('-') || !number(2, day) || month < 1 || month > 12 ||
+      day < 1 || day > 31 || (cursor_ != last_ && is_digit(*cursor_)))
+    return fail();
+  int hour = 0, minute = 0, second = 0;
+  std::int64_t zone = 0;
+  bool const separator = take('T') || take('t');
+  char const* const after_date = cursor_;
+  skip_fws();
+  if (cursor_ != last_ && is_digit(*cursor_) && (separator || cursor_ != after_date)) {
+    if (!number(2, hour) || !take(':') || !number(2, minute) || hour >= 24 || minute >= 60)
+      return fail();
+    if (take(':') && (!number(2, second) || second >= 61))
+      return fail();
+    // Fractions of a second are dropped, as the canonical forms have none.
+    if (last_ - cursor_ >= 2 && (*cursor_ == '.' || *cursor_ == ',') && is_digit(cursor_[1]))
+      cursor_ = std::find_if_not(cursor_ + 1, last_, is_digit);
+    skip_fws();
+    if (cursor_ != last_ && (*cursor_ == 'Z' || *cursor_ == 'z') && (cursor_ + 1 == last_ || !is_alpha(cursor_[1]))) {
+      ++cursor_;
+    } else if (cursor_ != last_ && (*cursor_ == '+' || *cursor_ == '-')) {
+      bool const negative = *cursor_++ == '-';
+      if (!parse_written_offset(negative, zone))
+        return fail();
+    } else if (cursor_ != last_ && is_alpha(*cursor_)) {
+      if (!parse_zone())
+        return fail();
+      zone = zone_;
+    }
+  } else if (separator) {
+    return fail();
+  }
+  skip_comments();
+  skip_fws();
+  if (cursor_ != last_)
+    return fail();
+  time_.tm_year = year;
+  time_.tm_mon = month - 1;
+  time_.tm_mday = day;
+  time_.tm_hour = hour;
+  time_.tm_min = minute;
+  time_.tm_sec = second;
+  zone_ = zone;
   parsed_ = true;
   return true;
 }
@@ -595,7 +697,7 @@ bool rfc822_date_parser_t::parse_soup() {
 
 rfc822_date_t::rfc822_date_t(char const* first, char const* last, quern::error::handler_t* problems, rules_t rules)
     : parser_(std::make_shared<rfc822_date_parser_t>(first, last, problems, rules)) {
-  if (!parser_->parse())
+  if (!parser_->parse() && !(rules.iso_dates && parser_->parse_iso()))
     parser_->parse_soup();
 }
 

@@ -5,7 +5,8 @@
 // grammar close to RFC 2822 that also admits the obsolete RFC 822 forms
 // (two-digit years, zone names, comments almost anywhere). Real mail breaks
 // even that, so when it fails a "soup" pass picks the month, time, day, year
-// and an optional zone out of the text in any order. Every irregularity that
+// and an optional zone out of the text in any order (the full reading first
+// tries an ISO 8601 date in between). Every irregularity that
 // either pass tolerates is described to the problem handler, when one is
 // given, with the whole date text as its context.
 //
@@ -37,11 +38,19 @@ namespace date {
 // month is its first three letters ("June" leaves an "e" that the soup pass
 // may take for a military zone) and the first zone the soup pass meets is
 // kept. The full reading reads whole month names (and "Sept"), and lets an
-// explicit numeric zone replace a zone taken from a stray word.
+// explicit numeric zone replace a zone taken from a stray word. It also reads
+// zone offsets the way people and some mailers write them: an offset after
+// GMT or UTC ("GMT+1", "UTC-05:30"), hours alone ("+1") and hours and
+// minutes apart ("+05:30"); by default "GMT+1" is GMT, and "+05" five
+// minutes. And it reads ISO 8601 dates ("2007-11-09T18:37:09.25+02:00",
+// "2007-11-09 18:37:09"), which some programs write into Date fields; one
+// without an offset is in UTC, as an RFC date without a zone is.
 struct rules_t {
   bool full_month_names = false;
   bool numeric_zone_wins = false;
-  static constexpr rules_t full() { return {true, true}; }
+  bool written_offsets = false;
+  bool iso_dates = false;
+  static constexpr rules_t full() { return {true, true, true, true}; }
 };
 
 // A parsed date as the message gave it: the instant, and the offset from UTC
@@ -74,6 +83,13 @@ public:
   bool parse_zone_number(std::int64_t& zone);
   // A ±HHMM number with its sign; the cursor is restored on failure.
   bool parse_signed_zone();
+  // With written_offsets: the digits of a signed offset, as HHMM, H, HH or
+  // HH:MM, into a ±HHMM number; the cursor is restored on failure.
+  bool parse_written_offset(bool negative, std::int64_t& zone);
+  // With iso_dates: "YYYY-MM-DD", then optionally a time ("T" or blanks,
+  // "hh:mm[:ss[.fraction]]") and a zone ("Z", an offset or a zone name),
+  // and nothing else but comments.
+  bool parse_iso();
   bool parse_day_name();
   bool parse_day();
   bool parse_month();

@@ -334,6 +334,20 @@ std::string field_value(std::string const& name, field_t const& field, reading_t
   return value;
 }
 
+// The full reading keeps every one of repeated address fields (three To
+// lines are broken but common, and each names recipients), in order, one
+// per line. An unfolded value holds no LF, so the list reader cuts them
+// apart again and reads each on its own: a quote or bracket that one field
+// leaves open cannot take in the next.
+void append_address_field(header_map_t& map, std::string const& name, std::string value) {
+  auto const [it, inserted] = map.try_emplace(name, std::move(value));
+  if (inserted || value.empty())
+    return;
+  if (!it->second.empty())
+    it->second.push_back('\n');
+  it->second += value;
+}
+
 // The keys derived from the raw fields once the block is read: the content
 // keys, and the Date value replaced by its canonical text (or removed).
 void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t reading, quern::error::handler_t* problems,
@@ -413,6 +427,8 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
                                       has_raw_8bit(field.value_first, field.value_last));
     if (received)
       store_received(map, value, reading, problems, dates);
+    else if (reading == reading_t::full && is_address_field(name))
+      append_address_field(map, name, std::move(value));
     else
       map.insert_or_assign(name, std::move(value));
   });

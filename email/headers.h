@@ -54,6 +54,8 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 // decoded per mailbox after the list is split, so that a decoded comma or
 // quote cannot change where one mailbox ends. (A field holding raw ISO-2022
 // escapes is still converted whole, since its escapes hold '(' and '$'.)
+// Repeated address fields are all kept, their values in order and joined by
+// an LF (which no unfolded value holds); other fields keep the last.
 // When dates is given it also receives the Date and Received dates as read,
 // with the zones they were written in, so that a caller after typed values
 // need not read the canonical text back.

@@ -22,16 +22,22 @@ void parse_addresses(std::string const& value, std::vector<std::string>& names, 
 // The full reading of an address field, given as written (encoded words not
 // yet decoded): every mailbox of the list, in order, each adding one entry to
 // names and one to emails, so the two lists stay parallel. A mailbox without
-// a display name adds an empty name; an item without an address adds
-// nothing. The list is cut with header::address_split_function, and an item
-// it cut inside a comment or angle brackets is joined with what follows
-// until they close. Group syntax is read: "Team: a@x, b@y;" gives a and b,
-// "undisclosed-recipients:;" nothing. Each item is read with the single-mailbox
-// extractor, and only then are its name and address decoded (RFC 2047 words,
-// undeclared 8-bit text), so that a decoded comma or quote stays inside its
-// mailbox. Linear in the value. The full reading's: texts are read past
-// missing and wrong charset labels, raw 8-bit text in raw_charset when it
-// is not empty (the charset the header block's raw text was found in).
+// a display name adds an empty name; a name without an address ("John Doe",
+// "MAILER-DAEMON <>") adds an empty address; a lone word is a local address
+// ("postmaster"), named by a comment after it; a comment alone adds nothing.
+// An LF separates the values of repeated fields, each read on its own. The
+// list is cut with header::address_split_function, and an item it cut inside
+// a comment or angle brackets is joined with what follows until they close;
+// other commas end a mailbox too, except in "Doe, John <j@x>". Group syntax
+// is read: "Team: a@x, b@y;" gives a and b, "undisclosed-recipients:;"
+// nothing. Comments and folding white space inside an address are taken out
+// ("pete(his account)@silly . test" is pete@silly.test). Each item is read
+// with the single-mailbox extractor, and only then are its name and address
+// decoded (RFC 2047 words, undeclared 8-bit text), so that a decoded comma or
+// quote stays inside its mailbox. Linear in the value. The full reading's:
+// texts are read past missing and wrong charset labels, raw 8-bit text in
+// raw_charset when it is not empty (the charset the header block's raw text
+// was found in).
 void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails,
                      std::string const& raw_charset = std::string());
 

@@ -100,8 +100,8 @@ public:
     }
     importer::parse_mailboxes(*field, names, addresses, raw_charset_);
     result.reserve(names.size());
-    // A mailbox written twice in one field is listed once. A set only for
-    // long lists: most fields hold a handful.
+    // A mailbox written twice in one field, or in two fields of the same
+    // name, is listed once. A set only for long lists: most hold a handful.
     std::unordered_set<std::string> seen;
     for (std::size_t i = 0; i < addresses.size(); ++i) {
       mailbox_t mailbox{*value(std::move(names[i])), *value(std::move(addresses[i]))};

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <optional>
 #include <random>
 #include <string_view>
 #include <tuple>
@@ -106,7 +107,8 @@ TEST(date, parses_to_both_canonical_forms) {
       {"Jul 1 10:52 12", "2012-07-01 10:52:00", "2012-07-01 10:52:00 +0000", {yr20, yr20}},
       // Not dates.
       {"1 Jul 2003 24:00:00", "", "", {no_sign}},
-      {"2012-12-08 00:48", "", ""},
+      {"2012-12-08 00:48", "", "", {}, "2012-12-08 00:48:00"}, // ISO 8601, full reading only
+      {"1 Jul 2003 10:52:37 GMT+1", "2003-07-01 10:52:37", "2003-07-01 10:52:37 +0000", {named}, "2003-07-01 09:52:37"},
       {"32 Jul 2003 10:52", "", "", {yr20, no_sign}},
   };
   for (auto const& c : cases) {
@@ -175,6 +177,53 @@ TEST(date, full_reading_whole_months_then_zones) {
     EXPECT_EQ(zoned->instant, row.day + row.time);
     EXPECT_EQ(zoned->offset, row.offset);
   }
+}
+
+// The full reading's offsets after GMT or UTC, offsets as hours or HH:MM,
+// and ISO 8601 dates; all read as UTC by default, or not at all.
+TEST(date, full_reading_offsets_and_iso_dates) {
+  using namespace std::chrono;
+  sys_seconds const base = sys_days(2016y / May / 16) + 9h + 30min + 32s; // in UTC
+  struct row_t {
+    std::string text;
+    std::optional<minutes> offset; // none: no date
+  };
+  std::vector<row_t> const rows{
+      {"16 May 2016 10:30:32 GMT+1", 1h},
+      {"Mon, 16 May 2016 04:30:32 UTC-5", -5h},
+      {"16 May 2016 15:00:32 GMT+0530", 5h + 30min},
+      {"16 May 2016 15:00:32 gmt+05:30", 5h + 30min},
+      {"16 May 2016 04:30:32 -05", -5h},
+      {"16 May 2016 11:30:32 +02:00", 2h},
+      {"16 May 2016 09:30:32 GMT+", 0min},
+      {"2016-05-16 09:30:32", 0min},
+      {"2016-05-16T09:30:32Z", 0min},
+      {"2016-05-16T11:30:32+02:00", 2h},
+      {" 2016-05-16 11:30:32.125 +0200 (CEST)", 2h},
+      {"2016-05-16t04:30:32,5-05", -5h},
+      {"2016-05-16 09:30:32 UTC", 0min},
+      {"2016-05-16T25:00:00", std::nullopt},
+      {"2016-13-16 09:30:32", std::nullopt},
+      {"2016-05-16T09:30:32 and more", std::nullopt},
+      {"2016-05-16T", std::nullopt},
+  };
+  for (auto const& row : rows) {
+    SCOPED_TRACE(row.text);
+    std::vector<char> const bytes(row.text.begin(), row.text.end());
+    auto const zoned =
+        date::rfc822_date_t(bytes.data(), bytes.data() + bytes.size(), nullptr, date::rules_t::full()).zoned();
+    ASSERT_EQ(zoned.has_value(), row.offset.has_value());
+    if (zoned) {
+      EXPECT_EQ(zoned->instant, base);
+      EXPECT_EQ(zoned->offset, *row.offset);
+    }
+  }
+  // A date-only ISO value is midnight UTC.
+  std::string const day = "2016-05-16";
+  auto const midnight =
+      date::rfc822_date_t(day.data(), day.data() + day.size(), nullptr, date::rules_t::full()).zoned();
+  ASSERT_TRUE(midnight);
+  EXPECT_EQ(midnight->instant, sys_days(2016y / May / 16));
 }
 
 // The UTC form against timegm and gmtime, the C library's reading of the same

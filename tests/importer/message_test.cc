@@ -44,11 +44,36 @@ TEST(message, address_fields_stay_apart) {
   EXPECT_EQ(m.from, (std::vector<mailbox_t>{{"Ann", "ann@x.test"}}));
   EXPECT_EQ(m.sender, (std::vector<mailbox_t>{{"", "list@x.test"}}));
   EXPECT_EQ(m.reply_to, (std::vector<mailbox_t>{{"Lee, Ann", "a@y.test"}}));
-  // The last of repeated To fields, as the header scanner keeps it.
-  EXPECT_EQ(m.to, (std::vector<mailbox_t>{{"Jörg", "j@x.test"}}));
+  // Every one of repeated To fields, in order.
+  EXPECT_EQ(m.to, (std::vector<mailbox_t>{{"Bob", "bob@x.test"}, {"", "carol@x.test"}, {"Jörg", "j@x.test"}}));
   // Group names go; a mailbox in both To and Cc is in both lists.
   EXPECT_EQ(m.cc, (std::vector<mailbox_t>{{"", "dan@x.test"}, {"Bob", "bob@x.test"}}));
   EXPECT_TRUE(m.bcc.empty());
+}
+
+// Repeated address fields: all read in the full reading, in order, a
+// mailbox listed once, a quote one leaves open kept to it; the desktop
+// reading keeps the last field's one mailbox.
+TEST(message, repeated_address_fields) {
+  std::string const bytes = "From: Ann <ann@x.test>\nFrom: eve@y.test\nTo: a@x.test, \"Open <b@x.test>\n"
+                            "To: c@x.test\nTo:\nto: a@x.test, Name Only\nCc: d@x.test\nBcc: e@x.test\n"
+                            "Bcc: f@x.test (F\n\nx\n";
+  auto const m = full(bytes);
+  EXPECT_EQ(m.from, (std::vector<mailbox_t>{{"Ann", "ann@x.test"}, {"", "eve@y.test"}}));
+  EXPECT_EQ(m.to,
+            (std::vector<mailbox_t>{{"", "a@x.test"}, {"Open", "b@x.test"}, {"", "c@x.test"}, {"Name Only", ""}}));
+  EXPECT_EQ(m.cc, (std::vector<mailbox_t>{{"", "d@x.test"}}));
+  EXPECT_EQ(m.bcc, (std::vector<mailbox_t>{{"", "e@x.test"}, {"F", "f@x.test"}}));
+  auto const desktop = tidewell::parse(bytes, tidewell::options_t::desktop());
+  EXPECT_EQ(desktop.from, (std::vector<mailbox_t>{{"", "eve@y.test"}}));
+  EXPECT_EQ(desktop.to, (std::vector<mailbox_t>{{"Name Only", "a@x.test,"}}));
+  // Names without addresses and comments inside them, desktop untouched.
+  auto const named = "From: John Doe\nTo: pete(his account)@silly.test(his host)\n\nx\n";
+  EXPECT_EQ(full(named).from, (std::vector<mailbox_t>{{"John Doe", ""}}));
+  EXPECT_EQ(full(named).to, (std::vector<mailbox_t>{{"his host", "pete@silly.test"}}));
+  auto const desktop_named = tidewell::parse(named, tidewell::options_t::desktop());
+  EXPECT_EQ(desktop_named.from, (std::vector<mailbox_t>{{"John Doe", ""}}));
+  EXPECT_EQ(desktop_named.to, (std::vector<mailbox_t>{{"pete", "@silly.test"}}));
 }
 
 TEST(message, dates_keep_their_zone) {
@@ -59,9 +84,14 @@ TEST(message, dates_keep_their_zone) {
   };
   sys_seconds const base = sys_days(2025y / October / 7) + hours(1) + minutes(30);
   row_t const rows[] = {
-      {"Tue, 7 Oct 2025 03:30:00 +0200", base, minutes(120)}, {"Mon, 6 Oct 2025 20:00:00 -0530", base, minutes(-330)},
-      {"7 Oct 2025 01:30:00 GMT", base, minutes(0)},          {"Tue, 7 Oct 2025 01:30:00 +0000", base, minutes(0)},
+      {"Tue, 7 Oct 2025 03:30:00 +0200", base, minutes(120)},
+      {"Mon, 6 Oct 2025 20:00:00 -0530", base, minutes(-330)},
+      {"7 Oct 2025 01:30:00 GMT", base, minutes(0)},
+      {"Tue, 7 Oct 2025 01:30:00 +0000", base, minutes(0)},
       {"7 October 2025 02:30:00 +0100", base, minutes(60)}, // whole month names
+      {"7 Oct 2025 02:30:00 GMT+1", base, minutes(60)},
+      {"2025-10-07T03:30:00+02:00", base, minutes(120)},
+      {"2025-10-07 01:30:00", base, minutes(0)},
       {"no date at all", std::nullopt, minutes(0)},
   };
   for (row_t const& row : rows) {
@@ -72,6 +102,10 @@ TEST(message, dates_keep_their_zone) {
       EXPECT_EQ(m.date->offset, row.offset) << row.field;
     }
   }
+  // The desktop reading reads neither.
+  auto const desktop = tidewell::options_t::desktop();
+  EXPECT_EQ(tidewell::parse("Date: 7 Oct 2025 02:30:00 GMT+1\n\nx\n", desktop).date->offset, minutes(0));
+  EXPECT_FALSE(tidewell::parse("Date: 2025-10-07 01:30:00\n\nx\n", desktop).date);
   auto const m = full("Received: from a by b; Tue, 7 Oct 2025 10:00:00 +0900\n"
                       "Received: from c by d; Tue, 7 Oct 2025 00:00:00 +0000\n\nx\n");
   ASSERT_TRUE(m.received);
