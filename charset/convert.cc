@@ -13,7 +13,9 @@
 #include <cstring>
 #include <iterator>
 
+#include "charset/detect.h"
 #include "charset/iconv_convert.h"
+#include "charset/iconv_descriptor.h"
 #include "charset/japanese.h"
 #include "charset/single_byte.h"
 #include "charset/surrogates.h"
@@ -21,6 +23,9 @@
 #include "charset/windows_japanese.h"
 #include "text/ascii.h"
 #include "text/format.h"
+#include "text/utf8.h"
+
+#include <boost/locale/utf.hpp>
 
 namespace charset {
 
@@ -227,11 +232,237 @@ void convert_with_retry(char const* first, char const* last, sink_t& out, std::s
     detail::convert(stop, last, out, "iso-8859-1", "UTF-8", &errors, problems);
 }
 
+// The guessing reading. Mail programs show text whose label is missing,
+// too narrow or wrong by what its bytes say: UTF-8 when they are UTF-8,
+// whatever the label, and otherwise the charset a detector recognises, with
+// windows-1252 (a superset of Latin-1 that every such program uses for
+// Latin-1) when nothing is recognised. The steps below only rewrite the label
+// where they can, so that the conversion after them is the labelled
+// reading's own; they write the text themselves only where that has no
+// equivalent: UTF-8 with U+FFFD for its few ill-formed sequences, and
+// windows-1252 with the five bytes the code page leaves undefined read as
+// the C1 controls of the same number, as browsers read them.
+
+constexpr char replacement_character[] = "\xEF\xBF\xBD";
+
+bool is_latin1_name(std::string_view name) {
+  static constexpr std::string_view names[] = {
+      "iso-8859-1", "iso8859-1", "iso_8859-1", "iso_8859-1:1987", "latin1",   "latin-1",     "l1",
+      "cp819",      "ibm819",    "iso-ir-100", "csisolatin1",     "iso88591", "windows-1252"};
+  return std::find(std::begin(names), std::end(names), name) != std::end(names);
+}
+
+// Labels whose text is made of 16- or 32-bit units or of 7-bit bytes alone:
+// an 8-bit byte in them proves nothing about UTF-8.
+bool is_wide_or_7bit_unicode(std::string_view name) {
+  return name.starts_with("utf-16"sv) || name.starts_with("utf16"sv) || name.starts_with("utf-32"sv) ||
+         name.starts_with("utf32"sv) || name.starts_with("ucs"sv) || name.starts_with("utf-7"sv) ||
+         name.starts_with("utf7"sv) || name.starts_with("unicode"sv);
+}
+
+constexpr char16_t windows_1252_high[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                            0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                            0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                            0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+void convert_windows_1252(char const* first, char const* last, sink_t const& out) {
+  char buffer[1024];
+  std::size_t used = 0;
+  for (char const* p = first; p != last; ++p) {
+    if (sizeof buffer - used < 3) {
+      out(buffer, buffer + used);
+      used = 0;
+    }
+    auto const c = static_cast<unsigned char>(*p);
+    unsigned const u = c >= 0x80 && c < 0xA0 ? windows_1252_high[c - 0x80] : c;
+    if (u < 0x80) {
+      buffer[used++] = static_cast<char>(u);
+    } else if (u < 0x800) {
+      buffer[used++] = static_cast<char>(0xC0 | (u >> 6));
+      buffer[used++] = static_cast<char>(0x80 | (u & 0x3F));
+    } else {
+      buffer[used++] = static_cast<char>(0xE0 | (u >> 12));
+      buffer[used++] = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+      buffer[used++] = static_cast<char>(0x80 | (u & 0x3F));
+    }
+  }
+  out(buffer, buffer + used);
+}
+
+// UTF-8 damaged in a few places: at least three well-formed multi-byte
+// characters for each ill-formed sequence. Text in a legacy charset makes
+// almost nothing but ill-formed sequences, so the count gives up once the
+// bad ones outnumber the good (after the first few).
+bool is_mostly_utf8(char const* first, char const* last) {
+  using traits = boost::locale::utf::utf_traits<char>;
+  std::uint64_t good = 0, bad = 0;
+  for (char const* p = first; p != last;) {
+    // Runs of ASCII, eight bytes at a time.
+    std::uint64_t word;
+    if (last - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080) == 0)) {
+      p += 8;
+      continue;
+    }
+    if (static_cast<unsigned char>(*p) < 0x80) {
+      ++p;
+      continue;
+    }
+    char const* const start = p;
+    auto const code_point = traits::decode(p, last);
+    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
+      if (++bad > 4 && bad > good)
+        return false;
+      p = start + 1;
+    } else {
+      ++good;
+    }
+  }
+  return bad != 0 && good >= 3 * bad;
+}
+
+std::string upper(std::string const& name) {
+  return text::to_upper_copy(name);
+}
+
+// Reads [first, last) as UTF-8 with one U+FFFD for each ill-formed sequence.
+void repair_utf8(char const* first, char const* last, sink_t const& out, handler_t* problems) {
+  if (problems)
+    problems->push_back(code_t::charset_invalid_sequence,
+                        {{"context", "UTF-8, each ill-formed sequence read as U+FFFD"}});
+  std::string const repaired = text::repair(std::string_view(first, static_cast<std::size_t>(last - first)));
+  out(repaired.data(), repaired.data() + repaired.size());
+}
+
+// The charset a caller's fallback names, when it names one that tells more
+// than "not UTF-8": the charset a message's other texts were found in.
+std::string hinted(fallback_charset_t const& fallback) {
+  std::string hint = fallback ? fallback() : std::string();
+  if (hint == "iso-2022-jp"sv || ascii_encodings.is_ascii(hint) || (is_latin1_name(hint) && hint != "windows-1252"sv))
+    return {};
+  return hint;
+}
+
+// The label's verdict in the guessing reading, for text that holds 8-bit
+// bytes (or an ESC): true when the text was written out, else charset is
+// what the conversion reads it as.
+bool guess_label(char const* first, char const* last, sink_t& out, std::string& charset,
+                 fallback_charset_t const& fallback, handler_t* problems) {
+  if (is_wide_or_7bit_unicode(charset))
+    return false;
+  bool const utf8_label = charset == "utf-8"sv || charset == "utf8"sv;
+  if (utf8_label && utf8::is_well_formed(first, last)) {
+    out(first, last);
+    return true;
+  }
+  bool const ascii_name = ascii_encodings.is_ascii(charset);
+  char const* const high = std::find_if(first, last, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+  if (high == last) {
+    // 7-bit text with an ESC: undeclared ISO-2022-JP, as the labelled reading
+    // finds it.
+    if (ascii_name)
+      relabel_ascii_text(first, last, charset, fallback, problems);
+    return false;
+  }
+  widen_label(charset);
+  std::string const label = charset;
+  if (utf8::is_valid(high, last)) {
+    charset = "utf-8";
+    if (problems && !utf8_label)
+      problems->push_back(code_t::charset_label_ignored,
+                          {{"description", text::format(pattern_of<code_t::charset_label_ignored>, label.c_str())}});
+    return false;
+  }
+  if (is_mostly_utf8(high, last)) {
+    repair_utf8(first, last, out, problems);
+    return true;
+  }
+  bool const known = !ascii_name && !utf8_label &&
+                     (is_latin1_name(charset) || windows_japanese_form(charset) != windows_japanese_t::none ||
+                      open_descriptor(charset, "UTF-8"));
+  if (known) {
+    if (!is_latin1_name(charset))
+      return false;
+    // The table (single_byte.h) holds every byte but the five undefined ones.
+    if (!convert_single_byte(first, last, out, "windows-1252"))
+      convert_windows_1252(first, last, out);
+    return true;
+  }
+  std::string detected = hinted(fallback);
+  if (detected.empty())
+    detected = detect_charset(first, last);
+  if (detected.empty())
+    detected = "windows-1252";
+  if (problems) {
+    code_t const code = label.empty() ? code_t::charset_eight_bit_undeclared
+                        : ascii_name  ? code_t::charset_eight_bit_in_ascii
+                                      : code_t::charset_eight_bit_unknown;
+    std::string description = code == code_t::charset_eight_bit_undeclared ? std::string(text_of(code))
+                              : code == code_t::charset_eight_bit_in_ascii
+                                  ? text::format(pattern_of<code_t::charset_eight_bit_in_ascii>, label.c_str())
+                                  : text::format(pattern_of<code_t::charset_eight_bit_unknown>, label.c_str());
+    description += text::format(pattern_of<code_t::charset_fallback>, upper(detected).c_str());
+    problems->push_back(
+        code, {{"description", description}, {"context", hex_context(text::bytes_around(first, last, high, 20))}});
+  }
+  if (detected == "windows-1252"sv) {
+    convert_windows_1252(first, last, out);
+    return true;
+  }
+  charset = std::move(detected);
+  return false;
+}
+
+// Appends [first, last) read as charset with a U+FFFD for each byte it
+// cannot read, and counts those; stops counting (and appending) once more
+// than a tenth of the bytes failed, which tells that charset is not the
+// text's.
+std::uint64_t convert_replacing(char const* first, char const* last, sink_t const& out, std::string const& charset) {
+  auto const size = static_cast<std::uint64_t>(last - first);
+  std::uint64_t errors = 0;
+  while (first != last && errors * 10 <= size) {
+    char const* const stop = detail::convert(first, last, out, charset, "UTF-8", nullptr, nullptr);
+    if (stop == last)
+      break;
+    out(replacement_character, replacement_character + 3);
+    ++errors;
+    first = stop + 1;
+  }
+  return errors;
+}
+
+// A strict pass; where the label's charset cannot read the rest, a few bad
+// bytes become U+FFFD, and many make the rest be read in the charset the
+// detector finds for it (windows-1252 when it finds none).
+void guess_with_retry(char const* first, char const* last, sink_t& out, std::string const& charset,
+                      handler_t* problems) {
+  char const* const stop = detail::convert(first, last, out, charset, "UTF-8", nullptr, problems);
+  if (stop == last)
+    return;
+  std::string rest;
+  auto rest_out = std::back_inserter(rest);
+  if (convert_replacing(stop, last, sink_t(rest_out), charset) * 10 <= static_cast<std::uint64_t>(last - stop)) {
+    out(rest.data(), rest.data() + rest.size());
+    return;
+  }
+  std::string().swap(rest);
+  std::string const detected = detect_charset(stop, last);
+  if (problems)
+    problems->push_back(code_t::charset_invalid_sequence,
+                        {{"description", std::string(text_of(code_t::charset_invalid_sequence)) +
+                                             text::format(pattern_of<code_t::charset_fallback>,
+                                                          upper(detected.empty() ? "windows-1252" : detected).c_str())},
+                         {"context", hex_context(text::bytes_around(first, last, stop, 20))}});
+  if (detected.empty() || detected == "windows-1252"sv || detected == charset)
+    convert_windows_1252(stop, last, out);
+  else
+    convert_to_utf8(
+        stop, last, out, detected, [] { return std::string(); }, problems, policy_t::labelled);
+}
+
 } // namespace
 
 void convert_to_utf8(char const* first, char const* last, sink_t out, std::string charset,
                      fallback_charset_t const& fallback, handler_t* problems, policy_t policy) {
-  (void)policy; // the guessing reading is not yet different
   if (first == last || pass_plain_ascii(first, last, out, charset, problems))
     return;
   if (charset == "ascii"sv) {
@@ -239,10 +470,15 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
       problems->push_back(code_t::charset_ascii_label, {{"context", charset}});
     charset = "us-ascii";
   }
-  if (ascii_encodings.is_ascii(charset))
+  bool const guess = policy == policy_t::guess;
+  if (guess) {
+    if (guess_label(first, last, out, charset, fallback, problems))
+      return;
+  } else if (ascii_encodings.is_ascii(charset)) {
     relabel_ascii_text(first, last, charset, fallback, problems);
-  else if (charset != "utf-8"sv)
+  } else if (charset != "utf-8"sv) {
     relabel_utf8_text(first, last, charset, problems);
+  }
   widen_label(charset);
 
   if (charset == "us-ascii"sv) {
@@ -271,7 +507,11 @@ void convert_to_utf8(char const* first, char const* last, sink_t out, std::strin
     out(first, last);
     return;
   }
-  if (!convert_single_byte(first, last, out, charset))
+  if (convert_single_byte(first, last, out, charset))
+    return;
+  if (guess)
+    guess_with_retry(first, last, out, charset, problems);
+  else
     convert_with_retry(first, last, out, charset, problems);
 }
 

@@ -60,7 +60,20 @@ using fallback_charset_t = std::function<std::string()>;
 // How far a conversion may depart from the rules above. labelled keeps them
 // exactly (the desktop reading's text depends on them byte for byte); guess
 // lets the full reading read text the way a person's mail program would show
-// it where the label is missing, wrong or too narrow.
+// it where the label is missing, wrong or too narrow:
+//  - 8-bit text that is valid UTF-8 is UTF-8 under any label (but UTF-16,
+//    UTF-32 and UTF-7), and UTF-8 with a few ill-formed sequences (three
+//    well-formed multi-byte characters or more for each) is UTF-8 with a
+//    U+FFFD for each of them;
+//  - other 8-bit text under no label, an ASCII name or a name iconv does not
+//    know is in the charset detect_charset finds (detect.h), or, when the
+//    caller's fallback names one other than ISO-8859-1 or ASCII, in that
+//    one; when neither says, windows-1252;
+//  - ISO-8859-1 is read as windows-1252, as browsers and mail programs do;
+//  - where a label's strict conversion fails, a few bad bytes become U+FFFD;
+//    more than a tenth make the rest be read as detected (or windows-1252).
+// Text that declares its charset correctly takes the labelled path with
+// only a check for UTF-8 in front; the detector is not asked about it.
 enum class policy_t { labelled, guess };
 
 namespace detail {

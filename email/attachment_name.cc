@@ -77,7 +77,7 @@ int section_of(std::string const& parameter, std::string const& name, bool& enco
 }
 
 // The extended value: "charset'language'bytes" in the first section.
-std::string join_extended(std::map<int, section_t> const& sections) {
+std::string join_extended(std::map<int, section_t> const& sections, charset::policy_t policy) {
   std::string charset, bytes;
   bool first = true;
   for (auto const& [number, section] : sections) {
@@ -99,7 +99,7 @@ std::string join_extended(std::map<int, section_t> const& sections) {
   }
   std::string text;
   charset::convert_to_utf8(bytes.data(), bytes.data() + bytes.size(), std::back_inserter(text), charset,
-                           default_fallback_charset, nullptr);
+                           default_fallback_charset, nullptr, policy);
   return text;
 }
 
@@ -115,7 +115,7 @@ std::string one_line(std::string text) {
 
 } // namespace
 
-std::string parameter_text(char const* first, char const* last, std::string const& name) {
+std::string parameter_text(char const* first, char const* last, std::string const& name, charset::policy_t policy) {
   char const* position = std::find(first, last, ';');
   std::map<int, section_t> sections;
   std::string plain;
@@ -143,18 +143,20 @@ std::string parameter_text(char const* first, char const* last, std::string cons
       sections.clear();
       sections.emplace(0, std::move(value));
     }
-    if (std::string text = join_extended(sections); !text.empty())
+    if (std::string text = join_extended(sections, policy); !text.empty())
       return text;
   }
   std::string text;
-  decode_header_line(plain.data(), plain.data() + plain.size(), std::back_inserter(text), nullptr, std::string());
+  decode_header_line(plain.data(), plain.data() + plain.size(), std::back_inserter(text), nullptr, std::string(),
+                     default_fallback_charset, policy);
   return text;
 }
 
-std::string attachment_name(std::string const& disposition, std::string const& content_type) {
-  std::string name = one_line(parameter_text(disposition.data(), disposition.data() + disposition.size(), "filename"));
+std::string attachment_name(std::string const& disposition, std::string const& content_type, charset::policy_t policy) {
+  std::string name =
+      one_line(parameter_text(disposition.data(), disposition.data() + disposition.size(), "filename", policy));
   if (name.empty())
-    name = one_line(parameter_text(content_type.data(), content_type.data() + content_type.size(), "name"));
+    name = one_line(parameter_text(content_type.data(), content_type.data() + content_type.size(), "name", policy));
   return name;
 }
 

@@ -20,17 +20,22 @@
 #include <cstddef>
 #include <string>
 
+#include "charset/convert.h"
+
 namespace email {
 
 inline constexpr std::size_t max_name_sections = 1000;
 
 // The file name given by the raw Content-Disposition and Content-Type values
-// of one part; empty when neither names a file.
-std::string attachment_name(std::string const& disposition, std::string const& content_type);
+// of one part; empty when neither names a file. The full reading reads
+// names under policy_t::guess, like the rest of its text.
+std::string attachment_name(std::string const& disposition, std::string const& content_type,
+                            charset::policy_t policy = charset::policy_t::labelled);
 
 // The value of the parameter called name (lower case) in the raw header value
 // [first, last), RFC 2231 continuations and charset applied, RFC 2047 words
 // decoded; empty when the parameter is absent.
-std::string parameter_text(char const* first, char const* last, std::string const& name);
+std::string parameter_text(char const* first, char const* last, std::string const& name,
+                           charset::policy_t policy = charset::policy_t::labelled);
 
 } // namespace email

@@ -66,6 +66,11 @@ reading_t reading_of(context_t const& context) {
   return context.full ? reading_t::full : reading_t::desktop;
 }
 
+// The full reading reads text past missing and wrong charset labels.
+charset::policy_t policy_of(context_t const& context) {
+  return context.full ? charset::policy_t::guess : charset::policy_t::labelled;
+}
+
 // The size of a part's body once its transfer encoding is undone. The
 // decoded bytes are only counted; their buffer is kept per thread.
 std::uint64_t decoded_size(char const* begin, char const* end, content_fields_t const& headers, reading_t reading) {
@@ -99,7 +104,7 @@ std::string without_angles(std::string const& id) {
 void note_name(char const* begin, char const* end, content_fields_t const& headers, context_t const& context) {
   if (!context.names)
     return;
-  std::string name = attachment_name(headers.content_disposition, headers.content_type);
+  std::string name = attachment_name(headers.content_disposition, headers.content_type, policy_of(context));
   if (name.empty())
     return;
   context.names->push_back({std::move(name), headers.type + '/' + headers.subtype,
@@ -154,7 +159,7 @@ std::vector<byte_range_t> body_parts(char const* begin, char const* end, content
 }
 
 std::string html_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& charset,
-                      quern::error::handler_t* problems) {
+                      quern::error::handler_t* problems, charset::policy_t policy) {
   if (!buffer.empty()) {
     begin = buffer.data();
     end = begin + buffer.size();
@@ -162,7 +167,7 @@ std::string html_text(char const* begin, char const* end, std::vector<char>& buf
   std::vector<char> document;
   document.reserve(static_cast<std::size_t>(end - begin));
   charset::convert_to_utf8(
-      begin, end, std::back_inserter(document), charset, [] { return std::string(); }, problems);
+      begin, end, std::back_inserter(document), charset, [] { return std::string(); }, problems, policy);
   std::vector<char>().swap(buffer);
   std::string text = html_to_text(document, problems);
   std::vector<char>().swap(document);
@@ -190,7 +195,8 @@ std::string calendar_part_text(char const* begin, char const* end, std::vector<c
   text.reserve(events.size());
   charset::convert_to_utf8(
       events.data(), events.data() + events.size(), std::back_inserter(text),
-      charset == "us-ascii"sv ? std::string("utf-8") : charset, [] { return std::string(); }, problems);
+      charset == "us-ascii"sv ? std::string("utf-8") : charset, [] { return std::string(); }, problems,
+      charset::policy_t::guess); // only the full reading reads calendars
   return std::string(text.begin(), text.end());
 }
 
@@ -381,13 +387,14 @@ private:
       // canonicalised, and undeclared 8-bit text that is not UTF-8 is left to
       // the converter's own choice (the fallback names no charset).
       decode_text(
-          begin, end, buffer, subtype, false, false, headers.charset, [] { return std::string(); }, context.problems);
+          begin, end, buffer, subtype, false, false, headers.charset, [] { return std::string(); }, context.problems,
+          policy_of(context));
       // From the pointer, not the iterators: assigning from vector iterators
       // builds a temporary string first, a third copy of a large text.
       if (!buffer.empty())
         text.assign(buffer.data(), buffer.size());
     } else if (type == "text"sv && html_wanted) {
-      text = html_text(begin, end, buffer, headers.charset, context.problems);
+      text = html_text(begin, end, buffer, headers.charset, context.problems, policy_of(context));
       if (text.empty())
         text = no_text_marker;
     } else if (type == "text"sv && calendar_wanted) {

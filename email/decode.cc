@@ -114,7 +114,7 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
 
 void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype, bool flowed,
                  bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
-                 quern::error::handler_t* problems) {
+                 quern::error::handler_t* problems, charset::policy_t policy) {
   if (!buffer.empty()) {
     begin = buffer.data();
     end = begin + buffer.size();
@@ -124,7 +124,7 @@ void decode_text(char const* begin, char const* end, std::vector<char>& buffer, 
   thread_local std::vector<char> converted;
   converted.clear();
   converted.reserve(static_cast<std::size_t>(end - begin));
-  charset::convert_to_utf8(begin, end, std::back_inserter(converted), charset, fallback, problems);
+  charset::convert_to_utf8(begin, end, std::back_inserter(converted), charset, fallback, problems, policy);
   // The decoded bytes make room for the canonical text: a large body is held
   // twice at most.
   buffer.clear();

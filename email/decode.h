@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "charset/convert.h"
 #include "email/reading.h"
 #include "error/handler.h"
 
@@ -36,10 +37,10 @@ bool mime_decode(char const* first, char const* last, std::back_insert_iterator<
                  reading_t reading = reading_t::desktop);
 
 // Converts the decoded bytes (buffer, or [begin, end) when buffer is empty)
-// to UTF-8 and leaves the canonical text in buffer.
+// to UTF-8 under policy and leaves the canonical text in buffer.
 void decode_text(char const* begin, char const* end, std::vector<char>& buffer, std::string const& subtype, bool flowed,
                  bool delsp, std::string const& charset, std::function<std::string()> const& fallback,
-                 quern::error::handler_t* problems);
+                 quern::error::handler_t* problems, charset::policy_t policy = charset::policy_t::labelled);
 
 void decode_to_canonical_format(char const* begin, char const* end, std::string const& subtype, bool flowed, bool delsp,
                                 std::back_insert_iterator<std::vector<char>> out, quern::error::handler_t* problems);

@@ -9,6 +9,9 @@
 // with the caller's declared charset, each encoded word is Q- or B-decoded
 // and converted with its own charset, white space between two encoded words
 // is dropped, and any other text between them is converted as undeclared.
+// The conversion policy applies to every piece; under policy_t::guess the
+// fallback names the charset the message's other raw header text was found
+// in (or nothing).
 //
 // find_encoded_word is strict about the shape (=?charset?Q|B?text?=, no "?"
 // inside the text, charset made of a-z 0-9 : . _ -), but forgiving where a
@@ -61,7 +64,8 @@ std::string decode_word_text(encoded_word_t const& word, quern::error::handler_t
 template <typename OutputIt>
 OutputIt decode_header_line(char const* first, char const* last, OutputIt out, quern::error::handler_t* problems,
                             std::string const& charset,
-                            std::function<std::string()> const& fallback_charset = default_fallback_charset) {
+                            std::function<std::string()> const& fallback_charset = default_fallback_charset,
+                            charset::policy_t policy = charset::policy_t::labelled) {
   std::string merged;
   if (merge_encoded_words(first, last, merged)) {
     first = merged.data();
@@ -69,7 +73,7 @@ OutputIt decode_header_line(char const* first, char const* last, OutputIt out, q
   }
   auto const convert = [&](char const* from, char const* to, std::string const& name) {
     if (from != to)
-      charset::convert_to_utf8(from, to, out, name, fallback_charset, problems);
+      charset::convert_to_utf8(from, to, out, name, fallback_charset, problems, policy);
   };
 
   char const* pos = std::find(first, last, '=');

@@ -4,9 +4,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <utility>
 
+#include "charset/detect.h"
+#include "charset/utf8.h"
 #include "date/rfc822_date.h"
 #include "email/encoded_word.h"
 #include "email/parameter.h"
@@ -270,10 +273,49 @@ template <typename Visit> void for_each_field(char const*& first, char const* la
   first = p;
 }
 
+bool has_raw_8bit(char const* first, char const* last) {
+  return std::any_of(first, last, [](char c) { return static_cast<unsigned char>(c) >= 0x80; }) &&
+         !utf8::is_valid(first, last);
+}
+
+// The charset of a header block's raw 8-bit text that is not UTF-8, found
+// once for all of it: one value alone (a name, a subject) is often too short
+// for the detector to be sure, and the values of one block were written by
+// one program in one charset. Looked for only when a value needs it; empty
+// when the detector is not sure.
+class raw_charset_t {
+public:
+  raw_charset_t(char const* block, char const* last, header_set_t const& wanted)
+      : block_(block), last_(last), wanted_(wanted) {}
+
+  std::string const& operator()() {
+    if (!found_) {
+      found_ = true;
+      std::string text;
+      char const* p = block_;
+      for_each_field(p, last_, [&](field_t const& field) {
+        if (is_wanted(field.name_first, field.name_last, wanted_) && has_raw_8bit(field.value_first, field.value_last))
+          text.append(field.value_first, field.value_last).append(1, '\n');
+      });
+      name_ = charset::detect_charset(text.data(), text.data() + text.size());
+    }
+    return name_;
+  }
+
+private:
+  char const* block_;
+  char const* last_;
+  header_set_t const& wanted_;
+  bool found_ = false;
+  std::string name_;
+};
+
 // The stored form of a wanted field's value: content fields and (in the full
-// reading) address fields raw, everything else with its encoded words decoded.
+// reading) address fields raw, everything else with its encoded words decoded
+// (in the full reading past missing or wrong charset labels, raw 8-bit text in
+// the block's charset).
 std::string field_value(std::string const& name, field_t const& field, reading_t reading,
-                        quern::error::handler_t* problems) {
+                        quern::error::handler_t* problems, std::function<std::string()> const& raw_fallback) {
   std::string value;
   if (field.value_first == field.value_last)
     return value;
@@ -283,6 +325,9 @@ std::string field_value(std::string const& name, field_t const& field, reading_t
                             std::find(field.value_first, field.value_last, '\x1B') == field.value_last;
   if (name.starts_with("content-") || keep_address)
     value.assign(field.value_first, field.value_last);
+  else if (reading == reading_t::full)
+    decode_header_line(field.value_first, field.value_last, std::back_inserter(value), problems, std::string(),
+                       raw_fallback, charset::policy_t::guess);
   else
     decode_header_line(field.value_first, field.value_last, std::back_inserter(value), problems, std::string());
   cleanup_header_body(value);
@@ -357,6 +402,13 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   std::size_t const base = problems ? problems->offset() : 0;
   auto const at = [&](char const* p) { return base + static_cast<std::size_t>(p - block); };
   std::size_t date_offset = base;
+  raw_charset_t raw_charset(first, last, wanted);
+  // What undeclared 8-bit text in a value is read as: the block's charset,
+  // or (when the detector was not sure of it) what the value itself shows.
+  std::function<std::string()> const raw_fallback = [&raw_charset] {
+    return raw_charset().empty() ? default_fallback_charset() : raw_charset();
+  };
+  bool raw_addresses = false; // an address field kept raw holds 8-bit text that is not UTF-8
   for_each_field(first, last, [&](field_t const& field) {
     // Most fields are not wanted: they are looked up lower-cased on the
     // stack and only a wanted name is copied.
@@ -370,7 +422,9 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     quern::error::offset_scope_t const here(problems, at(field.name_first));
     if (name == "date"sv)
       date_offset = at(field.name_first);
-    std::string value = field_value(name, field, reading, problems);
+    std::string value = field_value(name, field, reading, problems, raw_fallback);
+    raw_addresses = raw_addresses || (reading == reading_t::full && is_address_field(name) &&
+                                      has_raw_8bit(field.value_first, field.value_last));
     if (received)
       store_received(map, value, reading, problems, dates);
     else if (reading == reading_t::full && is_address_field(name))
@@ -380,6 +434,8 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   });
   quern::error::offset_scope_t const here(problems, date_offset);
   derive_keys(map, wanted, reading, problems, dates);
+  if (raw_addresses && !raw_charset().empty())
+    map.insert_or_assign(std::string(raw_charset_key), raw_charset());
   return map;
 }
 

@@ -59,6 +59,11 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
 // When dates is given it also receives the Date and Received dates as read,
 // with the zones they were written in, so that a caller after typed values
 // need not read the canonical text back.
+// The full reading also stores, under raw_charset_key, the charset the raw
+// 8-bit text of the block's values was found in, when an address field (kept
+// raw) holds such text and the detector was sure: the mailboxes are decoded
+// with it after the list is split.
+inline constexpr std::string_view raw_charset_key = "#raw-charset";
 struct header_dates_t {
   std::optional<date::zoned_t> date, received;
 };

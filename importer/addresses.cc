@@ -259,9 +259,14 @@ bool trailing_comment(char const* after, char const* last, header::match_t& text
   return text.first != text.last;
 }
 
-std::string decoded(std::string const& raw) {
+// A piece of a mailbox as UTF-8, its raw 8-bit text read in raw_charset (the
+// header block's, when it was found) or as the guessing reading finds it.
+std::string decoded(std::string const& raw, std::string const& raw_charset) {
   std::string text;
-  email::decode_header_line(raw.data(), raw.data() + raw.size(), std::back_inserter(text), nullptr, std::string());
+  email::decode_header_line(
+      raw.data(), raw.data() + raw.size(), std::back_inserter(text), nullptr, std::string(),
+      [&raw_charset] { return raw_charset.empty() ? email::default_fallback_charset() : raw_charset; },
+      charset::policy_t::guess);
   email::cleanup_header_body(text);
   return text;
 }
@@ -318,7 +323,7 @@ bool local_angle_address(char const* first, char const* last, std::string& name,
 // word in angle brackets is a local address, and so is a word with a comment
 // after it ("root (Cron Daemon)"), which the comment names.
 void read_mailbox(char const* first, char const* last, std::vector<std::string>& names,
-                  std::vector<std::string>& emails) {
+                  std::vector<std::string>& emails, std::string const& raw_charset) {
   strip_group(first, last);
   if (first == last)
     return;
@@ -332,7 +337,7 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
   while (end != first && is_blank(end[-1]))
     --end;
   if (end - first > 2 && end[-1] == '>' && end[-2] == '<') {
-    std::string display = decoded(header::dequote_string(first, end - 2));
+    std::string display = decoded(header::dequote_string(first, end - 2), raw_charset);
     if (!display.empty()) {
       names.push_back(std::move(display));
       emails.emplace_back();
@@ -345,14 +350,14 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
     std::string local_name, local_address;
     char const *open = nullptr, *close = nullptr;
     if (local_angle_address(first, last, local_name, local_address)) {
-      names.push_back(decoded(local_name));
-      emails.push_back(decoded(local_address));
+      names.push_back(decoded(local_name, raw_charset));
+      emails.push_back(decoded(local_address, raw_charset));
     } else if (inner_angle_address(first, last, open, close)) {
-      names.push_back(decoded(header::dequote_string(first, open)));
-      emails.push_back(decoded(std::string(open + 1, close)));
+      names.push_back(decoded(header::dequote_string(first, open), raw_charset));
+      emails.push_back(decoded(std::string(open + 1, close), raw_charset));
     } else if (name.found() && !name.empty() && !name.comment) {
       // A comment alone ("(no To-header on input)") is a remark, no name.
-      std::string display = decoded(header::dequote_string(name.first, name.last));
+      std::string display = decoded(header::dequote_string(name.first, name.last), raw_charset);
       if (!display.empty()) {
         names.push_back(std::move(display));
         emails.emplace_back();
@@ -369,19 +374,20 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
   // ("xyz, abc", "postmaster") is what its writer called the recipient, not
   // an address anyone outside that host could write to: a name.
   if (local && !name.found() && std::find(first, last, '<') == last) {
-    std::string display = decoded(std::string(email.first, email.last));
+    std::string display = decoded(std::string(email.first, email.last), raw_charset);
     if (!display.empty()) {
       names.push_back(std::move(display));
       emails.emplace_back();
     }
     return;
   }
-  std::string display = name.found() ? decoded(header::dequote_string(name.first, name.last)) : std::string();
+  std::string display =
+      name.found() ? decoded(header::dequote_string(name.first, name.last), raw_charset) : std::string();
   // "Just A Name, bob@y" is one item: its comma is no part of the name.
   while (!display.empty() && (display.back() == ',' || is_blank(display.back())))
     display.pop_back();
   names.push_back(std::move(display));
-  emails.push_back(decoded(std::string(email.first, email.last)));
+  emails.push_back(decoded(std::string(email.first, email.last), raw_charset));
 }
 
 // Reads one run of the list that holds at most one address, given the
@@ -390,16 +396,16 @@ void read_mailbox(char const* first, char const* last, std::vector<std::string>&
 // angle brackets. Otherwise each comma ends a mailbox ("xyz, abc" is two,
 // "John Doe, bob@y" a name and an address).
 void read_run(char const* first, char const* last, std::vector<char const*> const& commas, bool named,
-              std::vector<std::string>& names, std::vector<std::string>& emails) {
+              std::vector<std::string>& names, std::vector<std::string>& emails, std::string const& raw_charset) {
   if (named) {
-    read_mailbox(first, last, names, emails);
+    read_mailbox(first, last, names, emails, raw_charset);
     return;
   }
   for (char const* comma : commas) {
-    read_mailbox(first, comma, names, emails);
+    read_mailbox(first, comma, names, emails, raw_charset);
     first = comma + 1;
   }
-  read_mailbox(first, last, names, emails);
+  read_mailbox(first, last, names, emails, raw_charset);
 }
 
 // Reads the mailboxes of one item of the list splitter. Outside quotes,
@@ -408,7 +414,8 @@ void read_run(char const* first, char const* last, std::vector<char const*> cons
 // same rule as the splitter's, applied again to items that were joined over
 // a comment, and to "Ann <ann>, Bob <bob>", which has no '@' at all. The
 // other commas are left to read_run.
-void read_item(char const* first, char const* last, std::vector<std::string>& names, std::vector<std::string>& emails) {
+void read_item(char const* first, char const* last, std::vector<std::string>& names, std::vector<std::string>& emails,
+               std::string const& raw_charset) {
   balance_t balance;
   bool addressed = false;
   bool text = false;  // the text since the last comma has more than blanks
@@ -423,7 +430,7 @@ void read_item(char const* first, char const* last, std::vector<std::string>& na
         text = named = false;
         continue;
       }
-      read_run(start, p, commas, addressed && named, names, emails);
+      read_run(start, p, commas, addressed && named, names, emails, raw_charset);
       start = p + 1;
       addressed = text = named = false;
       commas.clear();
@@ -439,11 +446,12 @@ void read_item(char const* first, char const* last, std::vector<std::string>& na
     if ((outside && *p == '@') || (*p == '>' && !balance.open() && !balance.quoted))
       addressed = true;
   }
-  read_run(start, last, commas, addressed && named, names, emails);
+  read_run(start, last, commas, addressed && named, names, emails, raw_charset);
 }
 
 // The list of one field.
-void read_list(char const* cursor, char const* end, std::vector<std::string>& names, std::vector<std::string>& emails) {
+void read_list(char const* cursor, char const* end, std::vector<std::string>& names, std::vector<std::string>& emails,
+               std::string const& raw_charset) {
   while (cursor != end) {
     header::match_t item = header::address_split_function(cursor, end);
     balance_t balance;
@@ -455,18 +463,19 @@ void read_list(char const* cursor, char const* end, std::vector<std::string>& na
       item.last = next.last;
     }
     if (item.first != item.last)
-      read_item(item.first, item.last, names, emails);
+      read_item(item.first, item.last, names, emails, raw_charset);
   }
 }
 
 } // namespace
 
-void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails) {
+void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails,
+                     std::string const& raw_charset) {
   char const* first = value.data();
   char const* const end = first + value.size();
   while (first != end) {
     char const* const line = std::find(first, end, '\n');
-    read_list(first, line, names, emails);
+    read_list(first, line, names, emails, raw_charset);
     first = line == end ? end : line + 1;
   }
 }

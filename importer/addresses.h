@@ -34,7 +34,11 @@ void parse_addresses(std::string const& value, std::vector<std::string>& names, 
 // ("pete(his account)@silly . test" is pete@silly.test). Each item is read
 // with the single-mailbox extractor, and only then are its name and address
 // decoded (RFC 2047 words, undeclared 8-bit text), so that a decoded comma or
-// quote stays inside its mailbox. Linear in the value.
-void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails);
+// quote stays inside its mailbox. Linear in the value. The full reading's:
+// texts are read past missing and wrong charset labels, raw 8-bit text in
+// raw_charset when it is not empty (the charset the header block's raw text
+// was found in).
+void parse_mailboxes(std::string const& value, std::vector<std::string>& names, std::vector<std::string>& emails,
+                     std::string const& raw_charset = std::string());
 
 } // namespace importer

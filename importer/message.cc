@@ -68,7 +68,8 @@ email::header_set_t const& wanted_fields_without_ids() {
 
 class builder_t {
 public:
-  explicit builder_t(options_t const& options) : options_(options) {}
+  builder_t(options_t const& options, std::string raw_charset)
+      : options_(options), raw_charset_(std::move(raw_charset)) {}
 
   // A value in this reading's terms: repaired in the full reading, left out
   // when it is not well-formed in the desktop one.
@@ -97,7 +98,7 @@ public:
         result.push_back(std::move(mailbox));
       return result;
     }
-    importer::parse_mailboxes(*field, names, addresses);
+    importer::parse_mailboxes(*field, names, addresses, raw_charset_);
     result.reserve(names.size());
     // A mailbox written twice in one field, or in two fields of the same
     // name, is listed once. A set only for long lists: most hold a handful.
@@ -120,6 +121,7 @@ public:
 
 private:
   options_t const& options_;
+  std::string raw_charset_; // the header block's raw 8-bit text's, in the full reading
 };
 
 std::string const* find(email::header_map_t const& map, std::string_view key) {
@@ -208,7 +210,8 @@ message_t parse_lf(char const* first, char const* last, options_t const& options
     body = email::read_body(cursor, last, map, true, reading, full && options.attachments, problems);
   }
 
-  builder_t const builder(options);
+  std::string const* const raw_charset = find(map, email::raw_charset_key);
+  builder_t const builder(options, raw_charset ? *raw_charset : std::string());
   if (auto const subject = map.find("subject"sv); subject != map.end())
     message.subject = builder.value(std::move(subject->second));
   message.from = builder.mailboxes(find(map, "from"));
