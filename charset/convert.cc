@@ -358,9 +358,15 @@ bool guess_label(char const* first, char const* last, sink_t& out, std::string& 
   char const* const high = std::find_if(first, last, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
   if (high == last) {
     // 7-bit text with an ESC: undeclared ISO-2022-JP, as the labelled reading
-    // finds it.
-    if (ascii_name)
+    // finds it. Guessing, an "us-ascii" that only the missing label implied
+    // (or a sender wrote without thinking) holds it just as well, and
+    // escapes are never meant to be shown.
+    if (ascii_name) {
+      static constexpr char jis[] = "\x1B$";
+      if (!charset.empty() && std::search(first, last, jis, jis + 2) != last)
+        charset.clear();
       relabel_ascii_text(first, last, charset, fallback, problems);
+    }
     return false;
   }
   widen_label(charset);

@@ -68,6 +68,8 @@ TEST(GuessPolicy, ReadsTextPastMissingAndWrongLabels) {
       {"valid UTF-8 under a wrong label", utf8_czech, "iso-8859-2", "", utf8_czech, decode(utf8_czech, "iso-8859-2")},
       {"unknown label", encode(russian, "koi8-r"), "x-cyrillic", "", russian, ""},
       {"a fallback that names a charset", "\xE2\xEE\xEF\xF0\xEE\xF1", "", "windows-1251", "вопрос", ""},
+      {"ISO-2022-JP under the implied us-ascii", "\x1B$B%F%9%H\x1B(B ok", "us-ascii", "", "テスト ok",
+       "\x1B$B%F%9%H\x1B(B ok"},
       {"correct labels keep their reading", encode(russian, "koi8-r"), "koi8-r", "", russian, russian},
   };
   for (case_t const& c : cases) {
