@@ -38,10 +38,10 @@
 
 #include <boost/locale/utf.hpp>
 
-#include "importer/import.h"
-#include "importer/mbox.h"
-#include "importer/message.h"
-#include "importer/walk.h"
+#include "tidewell/importer/import.h"
+#include "tidewell/importer/mbox.h"
+#include "tidewell/importer/message.h"
+#include "tidewell/importer/walk.h"
 
 namespace py = pybind11;
 
