@@ -517,9 +517,14 @@ struct task_t {
 
 class pool_t {
 public:
-  pool_t(unsigned jobs, settings_t settings) : settings_(settings), capacity_(std::max(8u, jobs * 4)) {
-    for (unsigned i = 0; i < jobs; ++i)
-      workers_.emplace_back([this] { work(); });
+  // One job parses on the caller's thread (without the interpreter lock), in
+  // next(): handing each message to another thread and back would cost more
+  // than it saves when there is no second parser to keep busy.
+  pool_t(unsigned jobs, settings_t settings)
+      : settings_(settings), inline_(jobs == 1), capacity_(jobs == 1 ? 1 : jobs * 32) {
+    if (!inline_)
+      for (unsigned i = 0; i < jobs; ++i)
+        workers_.emplace_back([this] { work(); });
   }
   ~pool_t() {
     {
@@ -532,22 +537,34 @@ public:
   }
 
   bool full() const { return window_.size() >= capacity_; }
+  // Sources are taken in batches, from half full to full, so the parsers
+  // find work queued rather than waiting for the caller's thread each time.
+  bool wants_more() const { return window_.size() <= capacity_ / 2; }
   bool empty() const { return window_.empty(); }
 
+  // Queues a task; the parsers hear of it at release().
   void submit(std::unique_ptr<task_t> task) {
-    {
+    if (!inline_) {
       std::lock_guard const lock(mutex_);
       queue_.push_back(task.get());
     }
     window_.push_back(std::move(task));
-    ready_.notify_one();
   }
+  void release() { ready_.notify_all(); }
 
   // The oldest task, once it is done. Call without the interpreter lock.
   std::unique_ptr<task_t> next() {
+    if (inline_) {
+      std::unique_ptr<task_t> task = std::move(window_.front());
+      window_.pop_front();
+      run(*task);
+      return task;
+    }
     std::unique_lock lock(mutex_);
     task_t* const front = window_.front().get();
+    waiting_for_ = front;
     done_.wait(lock, [&] { return front->done; });
+    waiting_for_ = nullptr;
     std::unique_ptr<task_t> task = std::move(window_.front());
     window_.pop_front();
     return task;
@@ -566,11 +583,15 @@ private:
         queue_.pop_front();
       }
       run(*task);
+      bool wanted;
       {
         std::lock_guard const lock(mutex_);
         task->done = true;
+        wanted = task == waiting_for_;
       }
-      done_.notify_all();
+      // Only the task the caller waits for wakes it: the others it finds done.
+      if (wanted)
+        done_.notify_one();
     }
   }
 
@@ -595,10 +616,12 @@ private:
   }
 
   settings_t const settings_;
+  bool const inline_;
   std::size_t const capacity_;
   std::mutex mutex_;
   std::condition_variable ready_, done_;
   std::deque<task_t*> queue_;
+  task_t* waiting_for_ = nullptr;
   bool closing_ = false;
   std::deque<std::unique_ptr<task_t>> window_; // the caller's thread only
   std::vector<std::thread> workers_;
@@ -763,7 +786,8 @@ public:
     // Fill the window; a source that fails (a wrong type, an iterator that
     // raises) ends the input, and its error is raised once the messages
     // before it are out.
-    while (sources_ && !pool_->full()) {
+    bool const refill = pool_->wants_more();
+    while (refill && sources_ && !pool_->full()) {
       std::unique_ptr<task_t> task;
       try {
         task = sources_->next();
@@ -778,6 +802,8 @@ public:
       }
       pool_->submit(std::move(task));
     }
+    if (refill)
+      pool_->release();
     if (pool_->empty()) {
       stop();
       if (pending_error_) {
