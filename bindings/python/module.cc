@@ -562,9 +562,14 @@ public:
     }
     std::unique_lock lock(mutex_);
     task_t* const front = window_.front().get();
-    waiting_for_ = front;
-    done_.wait(lock, [&] { return front->done; });
-    waiting_for_ = nullptr;
+    if (!front->done) {
+      // Woken once a batch is done, not for every message: each wake-up
+      // costs the caller's thread more than taking a finished message.
+      waiting_for_ = front;
+      done_.wait(lock, [&] { return worth_waking(); });
+      waiting_for_ = nullptr;
+    }
+    --done_count_;
     std::unique_ptr<task_t> task = std::move(window_.front());
     window_.pop_front();
     return task;
@@ -581,18 +586,26 @@ private:
           return;
         task = queue_.front();
         queue_.pop_front();
+        ++running_;
       }
       run(*task);
-      bool wanted;
+      bool wake;
       {
         std::lock_guard const lock(mutex_);
         task->done = true;
-        wanted = task == waiting_for_;
+        ++done_count_;
+        --running_;
+        wake = waiting_for_ && worth_waking();
       }
-      // Only the task the caller waits for wakes it: the others it finds done.
-      if (wanted)
+      if (wake)
         done_.notify_one();
     }
+  }
+
+  // The caller waits for its oldest task; it is done, and so is a batch
+  // after it or everything there is. Called with mutex_ held.
+  bool worth_waking() const {
+    return waiting_for_->done && (done_count_ >= batch_ || (queue_.empty() && running_ == 0));
   }
 
   void run(task_t& task) {
@@ -622,6 +635,9 @@ private:
   std::condition_variable ready_, done_;
   std::deque<task_t*> queue_;
   task_t* waiting_for_ = nullptr;
+  std::size_t done_count_ = 0; // done and not yet taken
+  std::size_t running_ = 0;
+  std::size_t const batch_ = std::min<std::size_t>(16, capacity_ / 4);
   bool closing_ = false;
   std::deque<std::unique_ptr<task_t>> window_; // the caller's thread only
   std::vector<std::thread> workers_;
