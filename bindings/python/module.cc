@@ -34,6 +34,7 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include <boost/locale/utf.hpp>
@@ -63,6 +64,8 @@ struct record_t {
 // The types the module hands out besides Message; made once at import.
 struct types_t {
   py::object address, attachment, problem, datetime, timezone, timedelta;
+  // A timezone object per offset met, in minutes.
+  std::unordered_map<long, py::object> zones;
 };
 types_t& types() {
   static types_t* held = new types_t(); // never destroyed: outlives the interpreter's teardown order
@@ -171,15 +174,31 @@ py::object datetime_of(std::optional<tidewell::date_t> const& date) {
   local_t const d = local_time(*date);
   if (d.year < 1 || d.year > 9999 || date->offset.count() <= -24 * 60 || date->offset.count() >= 24 * 60)
     return py::none();
-  types_t const& t = types();
-  py::object const zone = t.timezone(t.timedelta(py::arg("minutes") = date->offset.count()));
+  types_t& t = types();
+  py::object& zone = t.zones[date->offset.count()];
+  if (!zone)
+    zone = t.timezone(t.timedelta(py::arg("minutes") = date->offset.count()));
   return t.datetime(d.year, d.month, d.day, d.hours, d.minutes, d.seconds, 0, zone);
+}
+
+// An instance of one of the module's named tuples, made as tuple's own
+// constructor makes a subclass's instance (these classes add no storage),
+// without a call to their Python-level __new__ for every address.
+py::object make_named(py::object const& type, std::initializer_list<py::object> items) {
+  auto* const cls = reinterpret_cast<PyTypeObject*>(type.ptr());
+  PyObject* const tuple = cls->tp_alloc(cls, Py_ssize_t(items.size()));
+  if (!tuple)
+    throw py::error_already_set();
+  Py_ssize_t i = 0;
+  for (py::object const& item : items)
+    PyTuple_SET_ITEM(tuple, i++, item.inc_ref().ptr());
+  return py::reinterpret_steal<py::object>(tuple);
 }
 
 py::tuple addresses_of(std::vector<tidewell::mailbox_t> const& list) {
   py::tuple out(list.size());
   for (std::size_t i = 0; i < list.size(); ++i)
-    out[i] = types().address(text_of(list[i].name), text_of(list[i].address));
+    out[i] = make_named(types().address, {text_of(list[i].name), text_of(list[i].address)});
   return out;
 }
 
@@ -187,8 +206,8 @@ py::tuple attachments_of(std::vector<tidewell::attachment_t> const& list) {
   py::tuple out(list.size());
   for (std::size_t i = 0; i < list.size(); ++i) {
     tidewell::attachment_t const& a = list[i];
-    out[i] = types().attachment(text_of(a.file_name), text_of(a.media_type), a.size, text_of(a.content_id),
-                                text_of(a.disposition));
+    out[i] = make_named(types().attachment, {text_of(a.file_name), text_of(a.media_type), py::int_(a.size),
+                                             text_of(a.content_id), text_of(a.disposition)});
   }
   return out;
 }
@@ -198,7 +217,8 @@ py::tuple problems_of(std::vector<tidewell::problem_t> const& list) {
   for (std::size_t i = 0; i < list.size(); ++i) {
     tidewell::problem_t const& p = list[i];
     auto const name = quern::error::name_of(p.code);
-    out[i] = types().problem(py::str(name.data(), name.size()), p.offset, text_of(p.text), text_of(p.context));
+    out[i] = make_named(types().problem,
+                        {py::str(name.data(), name.size()), py::int_(p.offset), text_of(p.text), text_of(p.context)});
   }
   return out;
 }
