@@ -41,7 +41,7 @@ for path in paths:
     fields = [m["subject"] and str(m["subject"])]
     for name in ("from", "to", "cc", "bcc"):
         for value in m.get_all(name) or []:
-            fields.append([a.addr_spec for a in value.addresses])
+            fields.append([(a.username, a.domain) for a in value.addresses])
     date = m["date"]
     fields.append(date and date.datetime)
     body = m.get_body(("plain", "html"))

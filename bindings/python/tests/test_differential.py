@@ -67,7 +67,7 @@ def stdlib_fields(data):
     def addresses(name):
         found = []
         for value in message.get_all(name) or []:
-            found.extend(a.addr_spec for a in value.addresses)
+            found.extend(a.username + ("@" + a.domain if a.domain else "") for a in value.addresses)
         return found
 
     def date():
@@ -198,7 +198,7 @@ RULES = [
      "Words before an address written without angle brackets, or an address-like display name before a "
      "bracketed address ('a@x <b@y>'): Python joins the words into a quoted local part or takes the display "
      "name; the full reading takes the address itself",
-     lambda f, o, t, c: any(a.startswith('"') for a in t)
+     lambda f, o, t, c: any(" " in a.partition("@")[0] for a in t)
      or any(re.search(rb"@[^<,]*<", v) for v in c.raw(f))),
     ("obsolete address syntax", ADDRESSES,
      "Comments inside an address and source routes ('pete(his account)@silly.test', '@route:mary@x'): "
