@@ -1079,9 +1079,10 @@ path as filename) when the file cannot be read or is not a regular file.)");
 
 Parses every source of an iterable of paths (str, os.PathLike) and
 bytes-like objects on jobs native threads (default: the number of
-processors) without the interpreter lock, and yields a Message for each, in
-input order. The iterable is consumed as the results are taken, a few per
-job ahead, so memory stays bounded however long it is. A path that cannot
+processors; with one job, the calling thread) without the interpreter lock,
+and yields a Message for each, in input order. The iterable is consumed as
+the results are taken, at most 32 per job ahead, so memory stays bounded
+however long it is. A path that cannot
 be read yields a Message with imported=False and error set; the run goes
 on. An element of another type raises TypeError when its turn comes.)");
   module.def(
