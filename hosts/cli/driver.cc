@@ -17,12 +17,20 @@
 #include <unistd.h>
 
 #include "hosts/cli/console.h"
-#include "hosts/cli/mbox.h"
 #include "hosts/cli/output.h"
-#include "hosts/cli/walk.h"
+#include "importer/mbox.h"
+#include "importer/walk.h"
 
 namespace cli {
 namespace {
+
+using tidewell::mbox_reader_t;
+using tidewell::source_t;
+
+// A walk or an mbox read gives up once SIGINT or SIGTERM came.
+bool stopping() {
+  return stop_signal() != 0;
+}
 
 using clock_t_ = std::chrono::steady_clock;
 
@@ -639,7 +647,7 @@ bool submit_mbox(scheduler_t& scheduler, std::string const& path, settings_t con
   int const fd = open_source(path, error);
   if (fd < 0)
     return scheduler.submit({path, 0, error, false, {}, 0});
-  mbox_reader_t reader(fd, bytes_to_keep(settings) - 1);
+  mbox_reader_t reader(fd, bytes_to_keep(settings) - 1, stopping);
   std::size_t number = 0;
   std::string message;
   bool going = true;
@@ -679,9 +687,9 @@ bool submit_stdin(scheduler_t& scheduler, settings_t const& settings) {
 
 int run(std::vector<std::string> const& paths, settings_t const& settings) {
   std::vector<source_t> sources;
-  walk_counts_t counts;
+  tidewell::walk_counts_t counts;
   for (std::string const& path : paths)
-    expand(path, sources, counts, settings.progress);
+    tidewell::expand(path, sources, counts, settings.progress, stopping);
   std::uint64_t total_bytes = 0;
   std::size_t files = 0;
   for (source_t const& source : sources) {

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "hosts/cli/walk.h"
-
-#include "hosts/cli/console.h"
+#include "importer/walk.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -10,7 +8,7 @@
 #include <system_error>
 #include <utility>
 
-namespace cli {
+namespace tidewell {
 namespace {
 
 std::string reason(int error) {
@@ -62,15 +60,15 @@ int list(std::string const& folder, std::vector<entry_t>& entries) {
 
 class walker_t {
 public:
-  walker_t(std::vector<source_t>& sources, walk_counts_t& counts, bool sizes)
-      : sources_(sources), counts_(counts), sizes_(sizes) {}
+  walker_t(std::vector<source_t>& sources, walk_counts_t& counts, bool sizes, stop_t const& stop)
+      : sources_(sources), counts_(counts), sizes_(sizes), stop_(stop) {}
 
   void walk(std::string const& root) {
     struct stat info;
     if (::stat(root.c_str(), &info) == 0)
       seen_.insert({info.st_dev, info.st_ino});
     pending_.push_back(root);
-    while (!pending_.empty() && !stop_signal()) {
+    while (!pending_.empty() && !(stop_ && stop_())) {
       std::string folder = std::move(pending_.back());
       pending_.pop_back();
       visit(folder);
@@ -158,6 +156,7 @@ private:
   std::vector<source_t>& sources_;
   walk_counts_t& counts_;
   bool const sizes_;
+  stop_t const& stop_;
   std::vector<std::string> pending_;
   std::set<std::pair<dev_t, ino_t>> seen_;
 };
@@ -168,7 +167,8 @@ bool is_ignored_name(std::string const& name) {
   return name.starts_with("dovecot") || name == ".notmuch" || name == ".mu";
 }
 
-void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts, bool sizes) {
+void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts, bool sizes,
+            stop_t const& stop) {
   struct stat info;
   bool const found = path != "-" && ::stat(path.c_str(), &info) == 0;
   if (!found || !S_ISDIR(info.st_mode)) {
@@ -177,11 +177,11 @@ void expand(std::string const& path, std::vector<source_t>& sources, walk_counts
     return;
   }
   std::size_t const first = sources.size();
-  walker_t(sources, counts, sizes).walk(path);
+  walker_t(sources, counts, sizes, stop).walk(path);
   auto const by_path = [](source_t const& a, source_t const& b) { return a.path < b.path; };
   auto const start = sources.begin() + static_cast<std::ptrdiff_t>(first);
   if (!std::is_sorted(start, sources.end(), by_path))
     std::sort(start, sources.end(), by_path);
 }
 
-} // namespace cli
+} // namespace tidewell

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "hosts/cli/mbox.h"
-
-#include "hosts/cli/console.h"
+#include "importer/mbox.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
 
-namespace cli {
+namespace tidewell {
 namespace {
 
 constexpr std::size_t chunk = 1 << 20;
@@ -223,7 +221,7 @@ bool mbox_reader_t::next_line(std::string_view& line) {
     ssize_t n;
     do
       n = ::read(fd_, buffer_.data() + had, chunk);
-    while (n < 0 && errno == EINTR && !stop_signal());
+    while (n < 0 && errno == EINTR && !(stop_ && stop_()));
     buffer_.resize(had + static_cast<std::size_t>(n > 0 ? n : 0));
     if (n < 0)
       error_ = errno;
@@ -277,4 +275,4 @@ bool mbox_reader_t::next(std::string& message) {
   return true;
 }
 
-} // namespace cli
+} // namespace tidewell

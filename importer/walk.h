@@ -18,10 +18,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
-namespace cli {
+namespace tidewell {
+
+// Asked between steps of a long walk or read: true ends it early (a signal
+// came, the caller lost interest). Empty: never stop.
+using stop_t = std::function<bool()>;
 
 struct source_t {
   std::string path;
@@ -44,12 +49,12 @@ struct walk_counts_t {
 // Appends the sources path stands for, in byte order of their paths. A path
 // that is not a folder (or cannot be stat'ed) is one source, checked when it
 // is read; "-" is standard input. Without sizes, the files of a folder are
-// listed with the size 0. A walk ends early once a stop signal came (see
-// console.h).
-void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts, bool sizes = true);
+// listed with the size 0. A walk ends early once stop says so.
+void expand(std::string const& path, std::vector<source_t>& sources, walk_counts_t& counts, bool sizes = true,
+            stop_t const& stop = {});
 
 // Names a walk leaves alone wherever they are: the index folders of other
 // mail tools and Dovecot's index and list files.
 bool is_ignored_name(std::string const& name);
 
-} // namespace cli
+} // namespace tidewell

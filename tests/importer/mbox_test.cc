@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/cli/mbox.h"
+#include "importer/mbox.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ TEST(mbox, envelope_lines) {
       {"From alice Thu Oct  2 14:03:09 2025.\n", false},
   };
   for (auto const& row : rows)
-    EXPECT_EQ(cli::is_envelope_line(row.line), row.separator) << row.line;
+    EXPECT_EQ(tidewell::is_envelope_line(row.line), row.separator) << row.line;
 }
 
 std::vector<std::string> split(std::string const& mbox, std::size_t max_message = SIZE_MAX) {
@@ -75,7 +75,7 @@ std::vector<std::string> split(std::string const& mbox, std::size_t max_message 
   std::fwrite(mbox.data(), 1, mbox.size(), file);
   std::fflush(file);
   std::rewind(file);
-  cli::mbox_reader_t reader(fileno(file), max_message);
+  tidewell::mbox_reader_t reader(fileno(file), max_message);
   std::vector<std::string> messages;
   for (std::string message; reader.next(message);)
     messages.push_back(message);

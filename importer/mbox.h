@@ -29,16 +29,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
-namespace cli {
+namespace tidewell {
 
 class mbox_reader_t {
 public:
+  // Asked when a read is interrupted by a signal: true gives up reading
+  // (the end of the input), false reads again. Empty: always read again.
+  using stop_t = std::function<bool()>;
+
   // Reads from fd, which stays the caller's to close.
-  explicit mbox_reader_t(int fd, std::size_t max_message = SIZE_MAX)
-      : fd_(fd), keep_(max_message == SIZE_MAX ? SIZE_MAX : max_message + 1) {}
+  explicit mbox_reader_t(int fd, std::size_t max_message = SIZE_MAX, stop_t stop = {})
+      : fd_(fd), keep_(max_message == SIZE_MAX ? SIZE_MAX : max_message + 1), stop_(std::move(stop)) {}
 
   // The next message, unquoted and without its separator; false at the end
   // or after a read error.
@@ -57,6 +63,7 @@ private:
 
   int fd_;
   std::size_t keep_;
+  stop_t stop_;
   // The last piece next_line gave ended a line: the next one starts one.
   bool at_line_start_ = true;
   int error_ = 0;
@@ -72,4 +79,4 @@ private:
 // Whether line (with or without its line end) is an mbox separator.
 bool is_envelope_line(std::string_view line);
 
-} // namespace cli
+} // namespace tidewell
