@@ -226,6 +226,10 @@ RULES = [
      "not fit, or a wrong declared one), the full reading checks the declaration and detects",
      lambda f, o, t, c: isinstance(t, tuple) and isinstance(o, str)
      and (has_replacement(t[1]) or contained(re.sub(r"[^\x00-\x7f]", " ", t[1]), o))),
+    ("escapes Python leaves in", ("text",),
+     "ISO-2022-JP text under no charset (us-ascii by default): Python shows its escape sequences, the full "
+     "reading reads them as the Japanese they encode",
+     lambda f, o, t, c: isinstance(t, tuple) and isinstance(o, str) and "\x1b$" in t[1] and "\x1b" not in o),
     ("body Python leaves encoded", ("text",),
      "Python gives the body still transfer-encoded (base64 with a stray character, an unknown "
      "Content-Transfer-Encoding); the full reading decodes what it can",
