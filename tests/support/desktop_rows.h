@@ -38,10 +38,13 @@ inline std::string flatten(std::initializer_list<std::vector<tidewell::mailbox_t
   return out;
 }
 
+// An empty element ("From: :; a@x" gives the name "") is no name a mailbox
+// can carry, so it is passed over as the typed side passes it over.
 inline std::string flatten(std::optional<std::vector<std::string>> const& list) {
   std::string out;
   for (std::string const& element : list.value_or(std::vector<std::string>()))
-    out += "[" + element + "]";
+    if (!element.empty())
+      out += "[" + element + "]";
   return out;
 }
 
