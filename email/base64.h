@@ -21,6 +21,8 @@
 // the pass-through search only move forward, so the decoder is linear.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -48,6 +50,13 @@ std::vector<char> decode_base_64_data(char const* begin, char const* end, bool l
 // is how the desktop reading has always read them.
 void decode_base_64_append(char const* begin, char const* end, bool line_mode, std::vector<char>& result,
                            quern::error::handler_t* problems, bool blank_lines_empty = false);
+
+// The size decode_base_64_append gives (in line mode, blank lines empty) for
+// a body that is nothing but lines of letters and, at its very end, the
+// padding after a letter: what nearly every mail program writes. Counted,
+// not decoded, as an attachment's size needs only that. Nothing for any
+// other body, whose size only decoding tells.
+std::optional<std::uint64_t> plain_base64_size(char const* begin, char const* end);
 
 // decode_base_64_data in free mode, as a string. context names the caller's
 // input for diagnostics and does not affect the result.
