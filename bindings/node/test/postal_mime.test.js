@@ -367,10 +367,27 @@ const RULES = [
                     (contained(o ?? '', unframed(t ?? '')) || contained(unframed(t ?? ''), o ?? ''))
   ],
   [
+    'unknown multipart subtype', [ 'text' ],
+    'A multipart subtype the full reading does not know (parallel, x-enmime): MIME says to read it as ' +
+        'mixed, as postal-mime does; the full reading takes its first part only (our fault)',
+    (f, o, t, c) =>
+        c.types.some((type) => /^multipart\/(?!mixed|alternative|related|signed|encrypted|report)/u.test(type))
+  ],
+  [
+    'text labelled base64', [ 'text' ],
+    'A body labelled base64 that is text, wholly or after the padding of a line (\'...Cg== ignored\'): ' +
+        'the full reading passes such lines through as text (mailers append footers so), postal-mime ' +
+        'decodes them into bytes that are no text (it is right to drop the words after the padding)',
+    // A part labelled base64 whose first body line has words.
+    (f, o, t, c) =>
+        /^content-transfer-encoding:[ \t]*base64[ \t]*\r?\n(?:[^\r\n]+\r?\n)*\r?\n[^\r\n]*\S[ \t]+\S/imu.test(c.text)
+  ],
+  [
     'text of more parts', [ 'text' ],
-    'postal-mime joins the text of every inline text part of any multipart but an alternative (related, ' +
-        'signed, report, unknown subtypes, parts after the root); the full reading joins the parts of a ' +
-        'multipart/mixed and takes the root or first part of the others. Our text is all in theirs',
+    'postal-mime joins the text of every inline text part: every plain alternative of a ' +
+        'multipart/alternative, every part of a related or signed one; the full reading picks one ' +
+        'alternative, takes the root of a related one and joins the parts of a multipart/mixed. Our text is ' +
+        'all in theirs',
     (f, o, t) => texts(f, o, t) && contained(o, t)
   ],
   [
@@ -383,8 +400,8 @@ const RULES = [
     'charset of a body', [ 'text' ],
     'The same body read in another charset: postal-mime decodes in the declared one (U+FFFD for what does ' +
         'not fit, escapes of ISO-2022-JP left in, UTF-8 read as windows-1251 or Latin-1, Big5 as Latin-1), the ' +
-        'full reading checks the ' +
-        'declaration and detects (we are right)',
+        'full reading checks the declaration and detects (we are right, but for a Shift_JIS body labelled ' +
+        'us-ascii with two stray bytes, which our detector takes for Greek)',
     (f, o, t) => texts(f, o, t) && (replaced(t) || /\x1b/u.test(t) || contained(t.replace(/[^\x00-\x7f]/gu, ' '), o) ||
                                     (/[\u0080-\u00ff]{2}/u.test(t) && /[\u0100-\uffff]/u.test(o)))
   ],
