@@ -42,6 +42,7 @@
 #include "tidewell/importer/import.h"
 #include "tidewell/importer/mbox.h"
 #include "tidewell/importer/message.h"
+#include "tidewell/importer/record.h"
 #include "tidewell/importer/walk.h"
 
 namespace py = pybind11;
@@ -72,32 +73,10 @@ types_t& types() {
   return *held;
 }
 
-// Every byte that is not part of well-formed UTF-8 as U+FFFD, one for each
-// byte, as the command-line tool writes it (not Python's "replace", which
-// takes a maximal bad run as one).
-std::string repaired_utf8(std::string_view bytes) {
-  using traits = boost::locale::utf::utf_traits<char>;
-  std::string out;
-  out.reserve(bytes.size() + 8);
-  char const* p = bytes.data();
-  char const* const end = p + bytes.size();
-  while (p != end) {
-    char const* const start = p;
-    auto const code_point = traits::decode(p, end);
-    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
-      out += "\xEF\xBF\xBD";
-      p = start + 1;
-    } else {
-      out.append(start, p);
-    }
-  }
-  return out;
-}
-
 py::str text_of(std::string_view bytes) {
   if (importer::is_well_formed_utf8(bytes))
     return py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(bytes.data(), Py_ssize_t(bytes.size()), "strict"));
-  std::string const repaired = repaired_utf8(bytes);
+  std::string const repaired = tidewell::record::repaired_utf8(bytes);
   return py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(repaired.data(), Py_ssize_t(repaired.size()), "strict"));
 }
 
@@ -113,65 +92,12 @@ py::object path_object(record_t const& record) {
       PyUnicode_DecodeFSDefaultAndSize(record.path.data(), Py_ssize_t(record.path.size())));
 }
 
-// The lossless form of a path that is not UTF-8 (the record's "path_bytes"):
-// every byte outside well-formed UTF-8 and '%' itself as %HH.
-std::string path_bytes(std::string_view path) {
-  using traits = boost::locale::utf::utf_traits<char>;
-  static constexpr char hex[] = "0123456789ABCDEF";
-  std::string out;
-  char const* p = path.data();
-  char const* const end = p + path.size();
-  auto const escape = [&](unsigned char c) { out.append({'%', hex[c >> 4], hex[c & 15]}); };
-  while (p != end) {
-    char const* const start = p;
-    auto const code_point = traits::decode(p, end);
-    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
-      escape(static_cast<unsigned char>(*start));
-      p = start + 1;
-    } else {
-      for (char const* c = start; c != p; ++c)
-        *c == '%' ? escape('%') : out.push_back(*c);
-    }
-  }
-  return out;
-}
-
-struct local_t {
-  int year;
-  unsigned month, day;
-  long hours, minutes, seconds;
-};
-
-local_t local_time(tidewell::date_t const& date) {
-  auto const instant = date.instant + date.offset;
-  auto const days = std::chrono::floor<std::chrono::days>(instant);
-  std::chrono::year_month_day const ymd{days};
-  std::chrono::hh_mm_ss const time{instant - days};
-  return {int(ymd.year()),
-          unsigned(ymd.month()),
-          unsigned(ymd.day()),
-          long(time.hours().count()),
-          long(time.minutes().count()),
-          long(time.seconds().count())};
-}
-
-// RFC 3339 in the date's own zone, as the JSON record has it.
-std::string rfc3339(tidewell::date_t const& date) {
-  local_t const d = local_time(date);
-  long const offset = static_cast<long>(date.offset.count());
-  long const magnitude = offset < 0 ? -offset : offset;
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ld%c%02ld:%02ld", d.year, d.month, d.day, d.hours,
-                d.minutes, d.seconds, offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60);
-  return buffer;
-}
-
 // A timezone-aware datetime in the sender's zone; None where Python's
 // datetime cannot hold it (a year outside 1..9999, an offset of a day or more).
 py::object datetime_of(std::optional<tidewell::date_t> const& date) {
   if (!date)
     return py::none();
-  local_t const d = local_time(*date);
+  tidewell::record::local_time_t const d = tidewell::record::local_time(*date);
   if (d.year < 1 || d.year > 9999 || date->offset.count() <= -24 * 60 || date->offset.count() >= 24 * 60)
     return py::none();
   types_t& t = types();
@@ -238,7 +164,7 @@ py::dict to_dict(record_t const& record) {
   out["schema"] = 1;
   out["path"] = record.has_path ? py::object(text_of(record.path)) : py::object(py::none());
   if (record.has_path && !importer::is_well_formed_utf8(record.path))
-    out["path_bytes"] = py::str(path_bytes(record.path));
+    out["path_bytes"] = py::str(tidewell::record::path_bytes(record.path));
   if (record.number != 0)
     out["message"] = record.number;
   out["imported"] = record.imported;
@@ -262,7 +188,7 @@ py::dict to_dict(record_t const& record) {
   out["cc"] = mailboxes(m.cc);
   out["bcc"] = mailboxes(m.bcc);
   auto const date = [](std::optional<tidewell::date_t> const& d) {
-    return d ? py::object(py::str(rfc3339(*d))) : py::object(py::none());
+    return d ? py::object(py::str(tidewell::record::rfc3339(*d))) : py::object(py::none());
   };
   out["date"] = date(m.date);
   out["received"] = date(m.received);
@@ -323,7 +249,7 @@ py::str repr(record_t const& record) {
   if (!m.from.empty())
     parts.append(py::str("from_={}").format(py::repr(text_of(shown(m.from.front())))));
   if (m.date)
-    parts.append(py::str("date={}").format(rfc3339(*m.date)));
+    parts.append(py::str("date={}").format(tidewell::record::rfc3339(*m.date)));
   std::size_t const recipients = m.to.size() + m.cc.size() + m.bcc.size();
   if (recipients)
     parts.append(py::str("recipients={}").format(recipients));
@@ -475,46 +401,23 @@ std::string copy_of(py::handle obj) {
   return bytes;
 }
 
-std::string not_regular(mode_t mode) {
-  char const* kind = S_ISFIFO(mode)   ? "a FIFO; use - to read standard input"
-                     : S_ISSOCK(mode) ? "a socket"
-                     : S_ISCHR(mode)  ? "a character device"
-                     : S_ISBLK(mode)  ? "a block device"
-                     : S_ISDIR(mode)  ? "a directory"
-                                      : "not a file";
-  return std::string("not a regular file (") + kind + ")";
-}
-
 std::string reason(int error) {
   return std::error_code(error, std::generic_category()).message();
 }
 
 // Reads the file at path, as the command-line tool does: only a regular file
-// is opened. Gives the errno (0 when read) and, for a file that is not
-// regular, the tool's text for it.
+// is opened. Gives the errno (0 when read or when the path is not a regular
+// file, which the record says).
 record_t read_file(std::string const& path, settings_t const& s, int& error) {
   record_t record;
-  record.path = path;
+  tidewell::record::source_t source;
+  record.message = tidewell::record::read_path(path, s.options, source);
+  record.path = std::move(source.path);
   record.has_path = true;
   record.with_problems = s.with_problems;
-  error = 0;
-  struct stat info;
-  if (::stat(path.c_str(), &info) != 0) {
-    error = errno;
-  } else if (!S_ISREG(info.st_mode)) {
-    record.imported = false;
-    record.error = not_regular(info.st_mode);
-    return record;
-  } else {
-    std::error_code code;
-    record.message = tidewell::parse_file(path.c_str(), s.options, code);
-    error = code.value();
-  }
-  if (error) {
-    record.imported = false;
-    record.error = reason(error);
-    record.message = {};
-  }
+  record.imported = source.imported;
+  record.error = std::move(source.error);
+  error = source.error_number;
   return record;
 }
 
@@ -773,24 +676,14 @@ private:
 
   // Opens an mbox; only a regular file, without blocking.
   bool open(std::string const& path, std::string& error) {
-    struct stat info;
-    int fd = -1;
-    if (::stat(path.c_str(), &info) != 0 ||
-        (S_ISREG(info.st_mode) &&
-         ((fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) < 0 || ::fstat(fd, &info) != 0))) {
-      error = reason(errno);
-    } else if (!S_ISREG(info.st_mode)) {
-      error = not_regular(info.st_mode);
-    } else {
-      fd_ = fd;
-      number_ = 0;
-      std::size_t const keep = max_bytes_ >= SIZE_MAX ? SIZE_MAX : static_cast<std::size_t>(max_bytes_);
-      reader_ = std::make_unique<tidewell::mbox_reader_t>(fd, keep);
-      return true;
-    }
-    if (fd >= 0)
-      ::close(fd);
-    return false;
+    int const fd = tidewell::record::open_regular(path, error);
+    if (fd < 0)
+      return false;
+    fd_ = fd;
+    number_ = 0;
+    std::size_t const keep = max_bytes_ >= SIZE_MAX ? SIZE_MAX : static_cast<std::size_t>(max_bytes_);
+    reader_ = std::make_unique<tidewell::mbox_reader_t>(fd, keep);
+    return true;
   }
 
   void close() {

@@ -19,6 +19,7 @@
 #include "hosts/cli/console.h"
 #include "hosts/cli/output.h"
 #include "importer/mbox.h"
+#include "importer/record.h"
 #include "importer/walk.h"
 
 namespace cli {
@@ -38,15 +39,7 @@ std::string reason(int error) {
   return std::error_code(error, std::generic_category()).message();
 }
 
-std::string not_regular(mode_t mode) {
-  char const* kind = S_ISFIFO(mode)   ? "a FIFO; use - to read standard input"
-                     : S_ISSOCK(mode) ? "a socket"
-                     : S_ISCHR(mode)  ? "a character device"
-                     : S_ISBLK(mode)  ? "a block device"
-                     : S_ISDIR(mode)  ? "a directory"
-                                      : "not a file";
-  return std::string("not a regular file (") + kind + ")";
-}
+using tidewell::record::not_regular;
 
 struct task_t {
   std::string path;
@@ -624,20 +617,7 @@ private:
 int open_source(std::string const& path, std::string& error) {
   if (path == "-")
     return 0;
-  struct stat info;
-  int fd = -1;
-  if (::stat(path.c_str(), &info) != 0 ||
-      (S_ISREG(info.st_mode) &&
-       ((fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) < 0 || ::fstat(fd, &info) != 0))) {
-    error = reason(errno);
-  } else if (!S_ISREG(info.st_mode)) {
-    error = not_regular(info.st_mode);
-  } else {
-    return fd;
-  }
-  if (fd >= 0)
-    ::close(fd);
-  return -1;
+  return tidewell::record::open_regular(path, error);
 }
 
 // Every message of the mbox at path as its own task; each keeps at most the

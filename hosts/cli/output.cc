@@ -20,200 +20,21 @@
 namespace cli {
 namespace {
 
-template <typename Keep, typename Bad> void each_utf8_run(std::string_view bytes, Keep&& keep, Bad&& bad) {
-  using traits = boost::locale::utf::utf_traits<char>;
-  char const* p = bytes.data();
-  char const* const end = p + bytes.size();
-  while (p != end) {
-    char const* start = p;
-    auto const code_point = traits::decode(p, end);
-    if (code_point == boost::locale::utf::illegal || code_point == boost::locale::utf::incomplete) {
-      bad(static_cast<unsigned char>(*start));
-      p = start + 1;
-    } else {
-      keep(start, p);
-    }
-  }
-}
+using tidewell::record::append_escaped;
+using tidewell::record::append_quoted;
+using tidewell::record::append_string;
+using tidewell::record::path_bytes;
+using tidewell::record::rfc3339;
 
 // Paths are bytes; JSON wants UTF-8.
 std::string valid_utf8(std::string_view bytes) {
-  if (importer::is_well_formed_utf8(bytes))
-    return std::string(bytes);
-  std::string out;
-  each_utf8_run(
-      bytes, [&](char const* first, char const* last) { out.append(first, last); },
-      [&](unsigned char) { out += "\xEF\xBF\xBD"; });
-  return out;
+  return tidewell::record::repaired_utf8(bytes);
 }
 
-struct date_parts_t {
-  int year;
-  unsigned month, day;
-  long hours, minutes, seconds;
-};
+using date_parts_t = tidewell::record::local_time_t;
 
 date_parts_t split(importer::instant_t instant) {
-  auto const days = std::chrono::floor<std::chrono::days>(instant);
-  std::chrono::year_month_day const ymd{days};
-  std::chrono::hh_mm_ss const time{instant - days};
-  return {int(ymd.year()),
-          unsigned(ymd.month()),
-          unsigned(ymd.day()),
-          long(time.hours().count()),
-          long(time.minutes().count()),
-          long(time.seconds().count())};
-}
-
-bool needs_escape(unsigned char c) {
-  return c < 0x20 || c == '"' || c == '\\';
-}
-
-// Writes the escape of c at out; returns its length.
-std::size_t write_escape(unsigned char c, char* out) {
-  static constexpr char hex[] = "0123456789abcdef";
-  out[0] = '\\';
-  switch (c) {
-  case '"':
-  case '\\':
-    out[1] = static_cast<char>(c);
-    return 2;
-  case '\b':
-    out[1] = 'b';
-    return 2;
-  case '\f':
-    out[1] = 'f';
-    return 2;
-  case '\n':
-    out[1] = 'n';
-    return 2;
-  case '\r':
-    out[1] = 'r';
-    return 2;
-  case '\t':
-    out[1] = 't';
-    return 2;
-  default:
-    std::memcpy(out + 1, "u00", 3);
-    out[4] = hex[c >> 4];
-    out[5] = hex[c & 15];
-    return 6;
-  }
-}
-
-// Appends text escaped as in a JSON string, with the escapes boost::json writes: the
-// short forms for '"', '\\' and \b \f \n \r \t, \u00XX for the other control
-// characters, every other byte as it is. Sixteen bytes (or eight) at a time
-// are tested for anything to escape, as most text has nothing; a run of bytes
-// to escape (a text of NULs) is written in one go.
-void append_escaped(std::string& out, std::string_view text) {
-  constexpr std::uint64_t ones = 0x0101010101010101, highs = 0x8080808080808080;
-  auto const has_byte = [](std::uint64_t word, unsigned char c) {
-    std::uint64_t const x = word ^ (ones * c);
-    return ((x - ones) & ~x & highs) != 0;
-  };
-  char const* p = text.data();
-  char const* const end = p + text.size();
-  char const* run = p;
-  while (p != end) {
-#ifdef __SSE2__
-    if (end - p >= 16) {
-      __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
-      // A byte below 0x20 is its own maximum with 0x1F only if it is 0x1F or less.
-      __m128i const control = _mm_cmpeq_epi8(_mm_max_epu8(bytes, _mm_set1_epi8(0x1F)), _mm_set1_epi8(0x1F));
-      __m128i const special =
-          _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
-      // Straight to the first byte to escape, if any.
-      int const found = _mm_movemask_epi8(_mm_or_si128(control, special));
-      p += found == 0 ? 16 : __builtin_ctz(static_cast<unsigned>(found));
-      if (found == 0)
-        continue;
-    }
-#endif
-    if (end - p >= 8) {
-      std::uint64_t word;
-      std::memcpy(&word, p, 8);
-      bool const control = ((word - ones * 0x20) & ~word & highs) != 0;
-      if (!control && !has_byte(word, '"') && !has_byte(word, '\\')) {
-        p += 8;
-        continue;
-      }
-    }
-    if (!needs_escape(static_cast<unsigned char>(*p))) {
-      ++p;
-      continue;
-    }
-    out.append(run, p);
-    char const* stop = p;
-    while (stop != end && needs_escape(static_cast<unsigned char>(*stop)))
-      ++stop;
-    std::size_t const at = out.size();
-    out.resize(at + 6 * static_cast<std::size_t>(stop - p));
-    char* written = out.data() + at;
-    for (; p != stop; ++p)
-      written += write_escape(static_cast<unsigned char>(*p), written);
-    out.resize(static_cast<std::size_t>(written - out.data()));
-    run = p;
-  }
-  out.append(run, end);
-}
-
-// The text in quotes, escaped a slice at a time so that a printer that
-// spills never holds more than a slice of it escaped.
-void append_quoted(printer_t& out, std::string_view text) {
-  constexpr std::size_t slice = 256 * 1024;
-  out.text += '"';
-  for (std::size_t at = 0; at < text.size(); at += slice) {
-    append_escaped(out.text, text.substr(at, slice));
-    out.maybe_spill();
-  }
-  out.text += '"';
-}
-
-// The same for a value that may hold bytes that are not UTF-8; a text that
-// is well-formed, as nearly every one is, is not copied.
-void append_utf8(printer_t& out, std::string_view text) {
-  if (importer::is_well_formed_utf8(text))
-    append_quoted(out, text);
-  else
-    append_quoted(out, valid_utf8(text));
-}
-
-void append_optional(printer_t& out, std::optional<std::string> const& text) {
-  if (text)
-    append_utf8(out, *text);
-  else
-    out.text += "null";
-}
-
-// Writes the elements of list, comma-separated, each by write_one.
-template <typename List, typename Write> void append_each(printer_t& out, List const& list, Write&& write_one) {
-  bool first = true;
-  for (auto const& element : list) {
-    if (!first)
-      out.text += ',';
-    first = false;
-    write_one(element);
-  }
-}
-
-void append_mailboxes(printer_t& out, std::vector<tidewell::mailbox_t> const& list) {
-  out.text += '[';
-  append_each(out, list, [&](tidewell::mailbox_t const& mailbox) {
-    out.text += "{\"name\":";
-    append_utf8(out, mailbox.name);
-    out.text += ",\"address\":";
-    append_utf8(out, mailbox.address);
-    out.text += '}';
-  });
-  out.text += ']';
-}
-
-void append_date(printer_t& out, std::optional<tidewell::date_t> const& date) {
-  if (date)
-    out.text.append(1, '"').append(rfc3339(*date)).append(1, '"');
-  else
-    out.text += "null";
+  return tidewell::record::utc_time(instant);
 }
 
 // The local time of the date in its own zone, and its offset as +HH:MM.
@@ -226,107 +47,12 @@ struct local_t {
 local_t local_time(tidewell::date_t const& date) {
   long const offset = static_cast<long>(date.offset.count());
   long const magnitude = offset < 0 ? -offset : offset;
-  return {split(date.instant + date.offset), offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60};
+  return {tidewell::record::local_time(date), offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60};
 }
 
-// The problem's code, where it is in the message, its description and the
-// context it was found in.
-void append_full_problem(printer_t& out, tidewell::problem_t const& problem) {
-  out.text += "{\"code\":\"";
-  out.text += quern::error::name_of(problem.code);
-  out.text += "\",\"offset\":";
-  out.text += std::to_string(problem.offset);
-  out.text += ",\"text\":";
-  append_utf8(out, problem.text);
-  out.text += ",\"context\":";
-  append_utf8(out, problem.context);
-  out.text += '}';
-}
-
-std::size_t printed_size(tidewell::message_t const& message) {
-  auto const optional = [](std::optional<std::string> const& text) { return text ? text->size() : 0; };
-  std::size_t size = 512 + optional(message.subject) + optional(message.message_id) + optional(message.in_reply_to);
-  if (message.text)
-    size += message.text->size() + message.text->size() / 16;
-  for (auto const* list : {&message.from, &message.sender, &message.reply_to, &message.to, &message.cc, &message.bcc})
-    for (tidewell::mailbox_t const& mailbox : *list)
-      size += mailbox.name.size() + mailbox.address.size() + 24;
-  for (std::string const& id : message.references)
-    size += id.size() + 4;
-  for (tidewell::attachment_t const& attachment : message.attachments)
-    size += attachment.file_name.size() + attachment.media_type.size() + attachment.content_id.size() + 96;
-  for (tidewell::problem_t const& problem : message.problems)
-    size += problem.text.size() + problem.context.size() + 80;
-  return size;
-}
-
-// What every record starts with, in both readings: where it came from,
-// whether it was imported and, when it could not be read, why.
-void append_record_head(record_t const& record, printer_t& out) {
-  std::string& line = out.text;
-  line += "\"path\":";
-  append_quoted(out, valid_utf8(record.path));
-  if (std::string const lossless = path_bytes(record.path); !lossless.empty()) {
-    line += ",\"path_bytes\":";
-    append_quoted(out, lossless);
-  }
-  if (record.message != 0)
-    line += ",\"message\":" + std::to_string(record.message);
-  line += record.imported ? ",\"imported\":true" : ",\"imported\":false";
-  if (!record.error.empty()) {
-    line += ",\"error\":";
-    append_quoted(out, valid_utf8(record.error));
-  }
-}
-
-void print_full_json_line(record_t const& record, printer_t& out) {
-  tidewell::message_t const& message = *record.full;
-  std::string& line = out.text;
-  line.reserve(std::min(printed_size(record), printer_t::spill_at * 2));
-  line += "{\"schema\":" + std::to_string(schema_version) + ",";
-  append_record_head(record, out);
-  line += ",\"subject\":";
-  append_optional(out, message.subject);
-  std::pair<char const*, std::vector<tidewell::mailbox_t> const*> const address_fields[] = {
-      {"from", &message.from}, {"sender", &message.sender}, {"reply_to", &message.reply_to},
-      {"to", &message.to},     {"cc", &message.cc},         {"bcc", &message.bcc}};
-  for (auto const& [key, list] : address_fields) {
-    line.append(",\"").append(key).append("\":");
-    append_mailboxes(out, *list);
-  }
-  line += ",\"date\":";
-  append_date(out, message.date);
-  line += ",\"received\":";
-  append_date(out, message.received);
-  line += ",\"message_id\":";
-  append_optional(out, message.message_id);
-  line += ",\"in_reply_to\":";
-  append_optional(out, message.in_reply_to);
-  line += ",\"references\":[";
-  append_each(out, message.references, [&](std::string const& id) { append_utf8(out, id); });
-  line += "],\"text\":";
-  append_optional(out, message.text);
-  line += ",\"attachments\":[";
-  append_each(out, message.attachments, [&](tidewell::attachment_t const& attachment) {
-    line += "{\"file_name\":";
-    append_utf8(out, attachment.file_name);
-    line += ",\"media_type\":";
-    append_utf8(out, attachment.media_type);
-    line += ",\"size\":" + std::to_string(attachment.size) + ",\"content_id\":";
-    append_utf8(out, attachment.content_id);
-    line += ",\"disposition\":";
-    append_utf8(out, attachment.disposition);
-    line += '}';
-  });
-  line += ']';
-  if (record.full_problems) {
-    line += ",\"problems\":[";
-    append_each(out, message.problems, [&](tidewell::problem_t const& problem) { append_full_problem(out, problem); });
-    line += ']';
-  }
-  if (message.cut)
-    line += ",\"cut\":true";
-  line += "}\n";
+// Where the record came from, as the library's JSON writer takes it.
+tidewell::record::source_t source_of(record_t const& record) {
+  return {record.path, record.message, record.imported, record.error, 0};
 }
 
 // The start of a "name = value" line of the listing.
@@ -359,7 +85,7 @@ void print_full_listing(record_t const& record, printer_t& printer) {
     if (!text)
       return;
     listing_name(out, name);
-    append_utf8(printer, *text);
+    append_string(printer, *text);
     out += '\n';
   };
   auto const date_line = [&](char const* name, std::optional<tidewell::date_t> const& date) {
@@ -375,7 +101,7 @@ void print_full_listing(record_t const& record, printer_t& printer) {
   // "Name" <address>, or either alone.
   auto const mailbox = [&](tidewell::mailbox_t const& m) {
     if (!m.name.empty())
-      append_utf8(printer, m.name);
+      append_string(printer, m.name);
     if (!m.name.empty() && !m.address.empty())
       out += ' ';
     if (!m.address.empty()) {
@@ -394,11 +120,11 @@ void print_full_listing(record_t const& record, printer_t& printer) {
   date_line("received", message.received);
   text_line("message_id", message.message_id);
   text_line("in_reply_to", message.in_reply_to);
-  listing_list(printer, "references", message.references, [&](std::string const& id) { append_utf8(printer, id); });
+  listing_list(printer, "references", message.references, [&](std::string const& id) { append_string(printer, id); });
   text_line("text", message.text);
   // "name.pdf" application/pdf, 1234 bytes, attachment, <content-id>
   listing_list(printer, "attachments", message.attachments, [&](tidewell::attachment_t const& a) {
-    append_utf8(printer, a.file_name);
+    append_string(printer, a.file_name);
     out += ' ' + valid_utf8(a.media_type) + ", " + std::to_string(a.size) + " bytes, " + valid_utf8(a.disposition);
     if (!a.content_id.empty())
       out += ", <" + valid_utf8(a.content_id) + '>';
@@ -421,7 +147,7 @@ void print_full_listing(record_t const& record, printer_t& printer) {
       out += " at " + std::to_string(problem.offset) + ": " + text;
       if (!problem.context.empty()) {
         out += ": ";
-        append_utf8(printer, problem.context);
+        append_string(printer, problem.context);
       }
       out += '\n';
     }
@@ -429,33 +155,6 @@ void print_full_listing(record_t const& record, printer_t& printer) {
 }
 
 } // namespace
-
-std::string path_bytes(std::string_view path) {
-  if (importer::is_well_formed_utf8(path))
-    return {};
-  static constexpr char hex[] = "0123456789ABCDEF";
-  std::string out;
-  auto const escape = [&](unsigned char c) { out.append({'%', hex[c >> 4], hex[c & 15]}); };
-  each_utf8_run(
-      path,
-      [&](char const* first, char const* last) {
-        for (; first != last; ++first)
-          if (*first == '%')
-            escape('%');
-          else
-            out += *first;
-      },
-      escape);
-  return out;
-}
-
-std::string rfc3339(tidewell::date_t const& date) {
-  auto const [d, sign, hours, minutes] = local_time(date);
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02ld:%02ld:%02ld%c%02ld:%02ld", d.year, d.month, d.day, d.hours,
-                d.minutes, d.seconds, sign, hours, minutes);
-  return buffer;
-}
 
 std::string iso8601(importer::instant_t instant) {
   auto const d = split(instant);
@@ -482,7 +181,7 @@ std::string iso8601(importer::instant_t instant) {
 
 std::size_t printed_size(record_t const& record) {
   if (record.full)
-    return record.path.size() + printed_size(*record.full);
+    return record.path.size() + tidewell::record::printed_size(*record.full);
   std::size_t size = record.path.size() + 64;
   for (auto const& [name, value] : record.attributes) {
     size += name.size() + 32;
@@ -499,13 +198,13 @@ std::size_t printed_size(record_t const& record) {
 // serialise it cost more than the import of many messages.
 void print_json_line(record_t const& record, printer_t& out) {
   if (record.full)
-    return print_full_json_line(record, out);
+    return tidewell::record::print_json(source_of(record), &*record.full, record.full_problems, out);
   // Room for everything unescaped, so that most lines are written into
   // one allocation.
   std::string& line = out.text;
   line.reserve(std::min(printed_size(record), printer_t::spill_at * 2));
   line += "{";
-  append_record_head(record, out);
+  tidewell::record::append_head(out, source_of(record));
   line += ",\"attributes\":{";
   bool first = true;
   for (auto const& [name, value] : record.attributes) {

@@ -9,7 +9,6 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +18,7 @@
 #include "error/handler.h"
 #include "importer/attributes.h"
 #include "importer/message.h"
+#include "importer/record.h"
 
 namespace cli {
 
@@ -47,31 +47,8 @@ struct record_t {
   bool cut = false;
 };
 
-// The version of the full reading's JSON record. It changes only when a key
-// changes meaning or goes away; new keys may appear within a version.
-inline constexpr int schema_version = 1;
-
-// Where a record is printed. With spill set, the printed text is handed on
-// each time it passes spill_at bytes and then dropped, so a record with a
-// huge text (escaped, up to six bytes a byte) is never held whole in its
-// printed form; without it, text holds the whole record.
-struct printer_t {
-  static constexpr std::size_t spill_at = 1 << 20;
-
-  std::string text;
-  std::function<void(std::string_view)> spill;
-
-  void maybe_spill() {
-    if (spill && text.size() >= spill_at)
-      finish();
-  }
-  void finish() {
-    if (spill && !text.empty()) {
-      spill(text);
-      text.clear();
-    }
-  }
-};
+using tidewell::record::printer_t;
+using tidewell::record::schema_version;
 
 // About how many bytes the record's printed form takes, unescaped.
 std::size_t printed_size(record_t const& record);
@@ -94,13 +71,6 @@ void print_listing(record_t const& record, printer_t& out);
 // repair, so "path_bytes" then holds it losslessly (see path_bytes).
 std::string to_json_line(record_t const& record);
 
-// A path that is not well-formed UTF-8, written so that no byte is lost and
-// the result is UTF-8: every byte that is not part of a well-formed
-// sequence as %HH (upper-case hex), '%' itself as %25, everything else as it
-// is. Any percent-decoder gives the bytes back. Empty for a UTF-8 path,
-// which needs no such form.
-std::string path_bytes(std::string_view path);
-
 // The path (PATH:N for an mbox message; in its path_bytes form, with a
 // line saying so, when it is not UTF-8), then "name = value" lines with lists
 // in parentheses, then the problems as indented lines, then a blank line.
@@ -109,9 +79,5 @@ std::string to_listing(record_t const& record);
 
 // "YYYY-MM-DDTHH:MM:SSZ".
 std::string iso8601(importer::instant_t instant);
-
-// RFC 3339 in the date's own zone: "2025-10-07T03:30:00+02:00"; a zero
-// offset is "+00:00".
-std::string rfc3339(tidewell::date_t const& date);
 
 } // namespace cli

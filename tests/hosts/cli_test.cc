@@ -98,7 +98,7 @@ TEST(output, dates_in_the_senders_zone) {
       {date_at(2025, 3, 1, 3, 0, -210), "2025-02-28T23:30:00-03:30"},
   };
   for (auto const& row : rows)
-    EXPECT_EQ(cli::rfc3339(row.date), row.expected);
+    EXPECT_EQ(tidewell::record::rfc3339(row.date), row.expected);
 }
 
 // Every ASCII byte and some UTF-8, at every offset within sixteen bytes,
@@ -191,7 +191,7 @@ TEST(output, path_bytes_are_lossless) {
                                std::string("n\0\x80", 3)};
   std::vector<std::string> forms;
   for (std::string const& path : paths) {
-    std::string const form = cli::path_bytes(path);
+    std::string const form = tidewell::record::path_bytes(path);
     EXPECT_EQ(percent_decoded(form), path) << form;
     EXPECT_TRUE(importer::is_well_formed_utf8(form)) << form;
     EXPECT_EQ(std::count(forms.begin(), forms.end(), form), 0) << form;
@@ -200,7 +200,7 @@ TEST(output, path_bytes_are_lossless) {
   EXPECT_EQ(forms[0], "a/%FF.eml");
   EXPECT_EQ(forms[2], "a/%25FF%C3.eml");
   EXPECT_EQ(forms[4], "caf\xC3\xA9/\xE6\x97\xA5%E6%97.eml");
-  EXPECT_EQ(cli::path_bytes("caf\xC3\xA9 100%.eml"), "");
+  EXPECT_EQ(tidewell::record::path_bytes("caf\xC3\xA9 100%.eml"), "");
   cli::record_t record{"100%.eml", true, {}};
   EXPECT_EQ(cli::to_json_line(record).find("path_bytes"), std::string::npos);
   record.path = paths[2];

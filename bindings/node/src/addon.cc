@@ -1,0 +1,704 @@
+// SPDX-License-Identifier: MIT
+// The Node.js addon tidewell.node: the library's typed message for
+// JavaScript, through Node-API (node-addon-api's C++ wrapper), so one build
+// works with every Node release that has Node-API 8.
+//
+// Parsing never runs on the JavaScript thread unless the caller asks for it
+// (parseSync): parse and the batches of parseMany and messages are libuv
+// thread-pool work, and only the conversion of a finished message into a
+// plain JavaScript object happens on the JavaScript thread. That object is
+// the command-line tool's full-reading JSON record, key for key with the keys
+// in camelCase, built from the same helpers (tidewell::record) the tool
+// prints with, so the two cannot drift apart.
+//
+// A batch is several messages in one piece of pool work: a pool hand-off and
+// its completion cost about as much as parsing a small message, so a stream
+// of small messages is handed over a few dozen at a time. The parsed batch
+// stays in C++ until JavaScript takes it (take), so the caller can hand the
+// pool its next batch before it pays for the conversion of this one.
+//
+// Nothing here lets a C++ exception reach Node: the parser does not throw for
+// bad mail, and every entry point turns what else could throw (a failed
+// allocation, a Node-API call that failed) into a JavaScript exception.
+#include <napi.h>
+#include <uv.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "tidewell/importer/import.h"
+#include "tidewell/importer/mbox.h"
+#include "tidewell/importer/message.h"
+#include "tidewell/importer/record.h"
+#include "tidewell/importer/walk.h"
+
+namespace node_binding {
+namespace {
+
+// How a message is read: the library's options, and whether the record
+// lists the problems.
+struct settings_t {
+  tidewell::options_t options;
+  bool with_problems = false;
+};
+
+// One message as it goes back to JavaScript: where it came from and what was
+// read.
+struct record_t {
+  tidewell::record::source_t source;
+  bool has_path = false;
+  tidewell::message_t message;
+};
+
+// One source of a batch: bytes of its own, or a path to read in the pool.
+struct item_t {
+  std::string path;
+  bool has_path = false;
+  bool from_file = false;
+  std::string bytes;
+  std::size_t number = 0;
+  std::string error; // known already (a folder that cannot be listed): nothing to read
+};
+
+record_t run(item_t& item, settings_t const& s) {
+  record_t r;
+  if (item.from_file && item.error.empty()) {
+    r.message = tidewell::record::read_path(item.path, s.options, r.source);
+  } else {
+    r.source.path = std::move(item.path);
+    if (!item.error.empty()) {
+      r.source.imported = false;
+      r.source.error = std::move(item.error);
+    } else {
+      r.message = tidewell::parse(item.bytes, s.options);
+    }
+  }
+  std::string().swap(item.bytes);
+  r.has_path = item.has_path;
+  r.source.message = item.number;
+  return r;
+}
+
+// ---------------------------------------------------------------------------
+// From C++ values to JavaScript values.
+
+// The property names, made once for each conversion (a batch shares them),
+// so that every record is built by the same sequence of named sets and all
+// records share one hidden class.
+struct keys_t {
+#define TIDEWELL_KEYS(X)                                                                                               \
+  X(schema)                                                                                                            \
+  X(path) X(pathBytes) X(message) X(imported) X(error) X(subject) X(from) X(sender) X(replyTo) X(to) X(cc) X(bcc)      \
+      X(date) X(received) X(messageId) X(inReplyTo) X(references) X(text) X(attachments) X(problems) X(cut) X(name)    \
+          X(address) X(value) X(offset) X(fileName) X(mediaType) X(size) X(contentId) X(disposition) X(code)           \
+              X(context)
+#define TIDEWELL_DECLARE(name) napi_value name;
+  TIDEWELL_KEYS(TIDEWELL_DECLARE)
+#undef TIDEWELL_DECLARE
+  napi_value empty, null, yes, no, one;
+
+  explicit keys_t(napi_env env) {
+#define TIDEWELL_MAKE(name) check(env, napi_create_string_utf8(env, #name, NAPI_AUTO_LENGTH, &name));
+    TIDEWELL_KEYS(TIDEWELL_MAKE)
+#undef TIDEWELL_MAKE
+    check(env, napi_create_string_utf8(env, "", 0, &empty));
+    check(env, napi_get_null(env, &null));
+    check(env, napi_get_boolean(env, true, &yes));
+    check(env, napi_get_boolean(env, false, &no));
+    check(env, napi_create_uint32(env, 1, &one));
+  }
+
+  static void check(napi_env env, napi_status status) {
+    NAPI_THROW_IF_FAILED_VOID(env, status);
+  }
+};
+
+class builder_t {
+public:
+  explicit builder_t(napi_env env) : env_(env), k_(env) {}
+
+  napi_value record(record_t const& r) {
+    tidewell::message_t const& m = r.message;
+    napi_value out = object();
+    set(out, k_.schema, k_.one);
+    set(out, k_.path, r.has_path ? string(r.source.path) : k_.null);
+    if (r.has_path && !importer::is_well_formed_utf8(r.source.path))
+      set(out, k_.pathBytes, string(tidewell::record::path_bytes(r.source.path)));
+    if (r.source.message != 0)
+      set(out, k_.message, number(double(r.source.message)));
+    set(out, k_.imported, r.source.imported ? k_.yes : k_.no);
+    if (!r.source.error.empty())
+      set(out, k_.error, string(r.source.error));
+    set(out, k_.subject, optional(m.subject));
+    set(out, k_.from, mailboxes(m.from));
+    set(out, k_.sender, mailboxes(m.sender));
+    set(out, k_.replyTo, mailboxes(m.reply_to));
+    set(out, k_.to, mailboxes(m.to));
+    set(out, k_.cc, mailboxes(m.cc));
+    set(out, k_.bcc, mailboxes(m.bcc));
+    set(out, k_.date, date(m.date));
+    set(out, k_.received, date(m.received));
+    set(out, k_.messageId, optional(m.message_id));
+    set(out, k_.inReplyTo, optional(m.in_reply_to));
+    napi_value references = array(m.references.size());
+    for (std::size_t i = 0; i < m.references.size(); ++i)
+      element(references, i, string(m.references[i]));
+    set(out, k_.references, references);
+    set(out, k_.text, optional(m.text));
+    napi_value attachments = array(m.attachments.size());
+    for (std::size_t i = 0; i < m.attachments.size(); ++i) {
+      tidewell::attachment_t const& a = m.attachments[i];
+      napi_value item = object();
+      set(item, k_.fileName, string(a.file_name));
+      set(item, k_.mediaType, string(a.media_type));
+      set(item, k_.size, number(double(a.size)));
+      set(item, k_.contentId, string(a.content_id));
+      set(item, k_.disposition, string(a.disposition));
+      element(attachments, i, item);
+    }
+    set(out, k_.attachments, attachments);
+    if (with_problems) {
+      napi_value problems = array(m.problems.size());
+      for (std::size_t i = 0; i < m.problems.size(); ++i) {
+        tidewell::problem_t const& p = m.problems[i];
+        napi_value item = object();
+        set(item, k_.code, string(quern::error::name_of(p.code)));
+        set(item, k_.offset, number(double(p.offset)));
+        set(item, k_.text, string(p.text));
+        set(item, k_.context, string(p.context));
+        element(problems, i, item);
+      }
+      set(out, k_.problems, problems);
+    }
+    if (m.cut)
+      set(out, k_.cut, k_.yes);
+    return out;
+  }
+
+  bool with_problems = false;
+
+private:
+  void check(napi_status status) { NAPI_THROW_IF_FAILED_VOID(env_, status); }
+
+  napi_value object() {
+    napi_value out;
+    check(napi_create_object(env_, &out));
+    return out;
+  }
+  napi_value array(std::size_t length) {
+    napi_value out;
+    check(napi_create_array_with_length(env_, length, &out));
+    return out;
+  }
+  void set(napi_value object, napi_value key, napi_value value) { check(napi_set_property(env_, object, key, value)); }
+  void element(napi_value array, std::size_t i, napi_value value) {
+    check(napi_set_element(env_, array, uint32_t(i), value));
+  }
+  napi_value number(double value) {
+    napi_value out;
+    check(napi_create_double(env_, value, &out));
+    return out;
+  }
+
+  // UTF-8 for JavaScript; bytes that are not become one U+FFFD each, as in
+  // the JSON record (V8's own decoder would merge some of them).
+  napi_value string(std::string_view bytes) {
+    if (bytes.empty())
+      return k_.empty;
+    napi_value out;
+    if (importer::is_well_formed_utf8(bytes)) {
+      check(napi_create_string_utf8(env_, bytes.data(), bytes.size(), &out));
+    } else {
+      std::string const repaired = tidewell::record::repaired_utf8(bytes);
+      check(napi_create_string_utf8(env_, repaired.data(), repaired.size(), &out));
+    }
+    return out;
+  }
+  napi_value optional(std::optional<std::string> const& text) { return text ? string(*text) : k_.null; }
+
+  napi_value mailboxes(std::vector<tidewell::mailbox_t> const& list) {
+    napi_value out = array(list.size());
+    for (std::size_t i = 0; i < list.size(); ++i) {
+      napi_value item = object();
+      set(item, k_.name, string(list[i].name));
+      set(item, k_.address, string(list[i].address));
+      element(out, i, item);
+    }
+    return out;
+  }
+
+  // {value: Date, offset: minutes east of UTC, text: the record's RFC 3339}.
+  napi_value date(std::optional<tidewell::date_t> const& d) {
+    if (!d)
+      return k_.null;
+    napi_value out = object(), when;
+    check(napi_create_date(env_, double(d->instant.time_since_epoch().count()) * 1000.0, &when));
+    set(out, k_.value, when);
+    set(out, k_.offset, number(double(d->offset.count())));
+    set(out, k_.text, string(tidewell::record::rfc3339(*d)));
+    return out;
+  }
+
+  napi_env env_;
+  keys_t k_;
+};
+
+// ---------------------------------------------------------------------------
+// Errors.
+
+// The error Node's own fs functions give for a path that cannot be read:
+// "ENOENT: no such file or directory, open 'x'" with code, errno (negative,
+// as libuv's), syscall and path. A path that is not a regular file is EISDIR
+// for a folder and EINVAL for anything else (a FIFO, a device).
+Napi::Error system_error(Napi::Env env, record_t const& r) {
+  int number = r.source.error_number;
+  if (number == 0) {
+    struct stat info;
+    number = ::stat(r.source.path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+  }
+  std::string const code = uv_err_name(-number);
+  std::string const path = tidewell::record::repaired_utf8(r.source.path);
+  Napi::Error error = Napi::Error::New(env, code + ": " + r.source.error + ", open '" + path + "'");
+  error.Set("errno", Napi::Number::New(env, -number));
+  error.Set("code", Napi::String::New(env, code));
+  error.Set("syscall", Napi::String::New(env, "open"));
+  error.Set("path", Napi::String::New(env, path));
+  return error;
+}
+
+// Runs body, turning any C++ exception that is not already a JavaScript one
+// into one, so that none can end the process.
+template <typename Body> Napi::Value guarded(Napi::Env env, Body&& body) {
+  try {
+    return body();
+  } catch (Napi::Error const&) {
+    throw;
+  } catch (std::bad_alloc const&) {
+    throw Napi::Error::New(env, "tidewell: out of memory");
+  } catch (std::exception const& e) {
+    throw Napi::Error::New(env, std::string("tidewell: ") + e.what());
+  } catch (...) {
+    throw Napi::Error::New(env, "tidewell: unknown failure");
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Arguments. index.js checks them and says what was wrong in the caller's
+// terms; these checks only keep a direct call of the addon from doing harm.
+
+settings_t settings_of(Napi::CallbackInfo const& info, std::size_t at) {
+  settings_t s;
+  if (info.Length() > at && info[at].IsObject()) {
+    Napi::Object const o = info[at].As<Napi::Object>();
+    if (o.Get("desktop").ToBoolean())
+      s.options = tidewell::options_t::desktop();
+    s.with_problems = s.options.problems = o.Get("problems").ToBoolean();
+    Napi::Value const max = o.Get("maxBytes");
+    if (max.IsNumber()) {
+      double const n = max.As<Napi::Number>().DoubleValue();
+      if (n >= 0 && n < 18446744073709551616.0)
+        s.options.max_bytes = static_cast<std::uint64_t>(n);
+    }
+  }
+  return s;
+}
+
+// The bytes of a Uint8Array (Buffer included) or an ArrayBuffer, in place.
+std::optional<std::string_view> bytes_of(Napi::Value value) {
+  if (value.IsTypedArray()) {
+    Napi::TypedArray const array = value.As<Napi::TypedArray>();
+    if (array.TypedArrayType() != napi_uint8_array && array.TypedArrayType() != napi_uint8_clamped_array)
+      return std::nullopt;
+    Napi::Uint8Array const bytes = value.As<Napi::Uint8Array>();
+    return std::string_view(reinterpret_cast<char const*>(bytes.Data()), bytes.ByteLength());
+  }
+  if (value.IsArrayBuffer()) {
+    Napi::ArrayBuffer const buffer = value.As<Napi::ArrayBuffer>();
+    return std::string_view(static_cast<char const*>(buffer.Data()), buffer.ByteLength());
+  }
+  return std::nullopt;
+}
+
+// A source as a batch item: bytes are copied (the pool thread must not read
+// memory that JavaScript can free or detach meanwhile), a path is read later.
+item_t item_of(Napi::Env env, Napi::Value value) {
+  item_t item;
+  if (value.IsString()) {
+    item.path = value.As<Napi::String>().Utf8Value();
+    item.has_path = item.from_file = true;
+  } else if (auto const bytes = bytes_of(value)) {
+    item.bytes.assign(bytes->data(), bytes->size());
+  } else {
+    throw Napi::TypeError::New(env, "tidewell: a source is a Buffer, a Uint8Array, an ArrayBuffer or a path");
+  }
+  return item;
+}
+
+// ---------------------------------------------------------------------------
+// parse and parseSync.
+
+class parse_worker_t final : public Napi::AsyncWorker {
+public:
+  parse_worker_t(Napi::Env env, item_t item, settings_t s)
+      : Napi::AsyncWorker(env, "tidewell.parse"), deferred_(Napi::Promise::Deferred::New(env)), item_(std::move(item)),
+        settings_(s) {}
+  Napi::Promise promise() const { return deferred_.Promise(); }
+
+  void Execute() override {
+    try {
+      record_ = run(item_, settings_);
+    } catch (std::exception const& e) {
+      SetError(std::string("tidewell: ") + e.what());
+    }
+  }
+  void OnOK() override {
+    Napi::Env env = Env();
+    try {
+      if (!record_.source.imported) {
+        deferred_.Reject(system_error(env, record_).Value());
+        return;
+      }
+      builder_t b(env);
+      b.with_problems = settings_.with_problems;
+      deferred_.Resolve(b.record(record_));
+    } catch (Napi::Error const& e) {
+      deferred_.Reject(e.Value());
+    } catch (std::exception const& e) {
+      deferred_.Reject(Napi::Error::New(env, std::string("tidewell: ") + e.what()).Value());
+    }
+    record_ = {};
+  }
+  void OnError(Napi::Error const& error) override { deferred_.Reject(error.Value()); }
+
+private:
+  Napi::Promise::Deferred deferred_;
+  item_t item_;
+  settings_t const settings_;
+  record_t record_;
+};
+
+Napi::Value parse(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    auto* const worker = new parse_worker_t(info.Env(), item_of(info.Env(), info[0]), settings_of(info, 1));
+    Napi::Promise const promise = worker->promise();
+    worker->Queue();
+    return promise;
+  });
+}
+
+Napi::Value parse_sync(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    settings_t const s = settings_of(info, 1);
+    record_t r;
+    if (auto const bytes = bytes_of(info[0])) {
+      // Read in place: nothing can free the memory during a synchronous call.
+      r.message = tidewell::parse(*bytes, s.options);
+    } else {
+      item_t item = item_of(env, info[0]);
+      r = run(item, s);
+      if (!r.source.imported)
+        throw system_error(env, r);
+    }
+    builder_t b(env);
+    b.with_problems = s.with_problems;
+    return b.record(r);
+  });
+}
+
+// ---------------------------------------------------------------------------
+// Batches: parseMany's and messages'.
+
+// Parsed messages waiting to be taken; held by a JavaScript external.
+struct batch_t {
+  std::vector<record_t> records;
+  bool with_problems = false;
+  double sequence = -1; // the walk's batch number; -1 for none
+  bool end = false;     // the walk has nothing more
+};
+
+void drop_batch(Napi::Env, batch_t* batch) {
+  delete batch;
+}
+
+// The walk behind messages(path): the library's walk of folders and
+// Maildirs, and its mbox reader for each file with mbox. Several pool
+// threads take batches from one walk; a lock keeps it in order, and each
+// batch gets the next number, so that JavaScript can put batches back in
+// order however the pool ran them.
+struct walk_t {
+  std::mutex mutex;
+  std::string root;
+  bool mbox = false;
+  std::uint64_t max_bytes = UINT64_MAX;
+  bool listed = false;
+  std::vector<tidewell::source_t> sources;
+  std::size_t at = 0;
+  std::unique_ptr<tidewell::mbox_reader_t> reader;
+  int fd = -1;
+  std::size_t number = 0;
+  double next_sequence = 0;
+
+  ~walk_t() { close(); }
+
+  void close() {
+    reader.reset();
+    if (fd >= 0)
+      ::close(fd);
+    fd = -1;
+  }
+
+  static item_t failed(std::string const& path, std::string error) {
+    item_t item;
+    item.path = path;
+    item.has_path = true;
+    item.error = std::move(error);
+    return item;
+  }
+
+  // The next source; false at the end. Called with mutex held.
+  bool next(item_t& item) {
+    if (!listed) {
+      tidewell::walk_counts_t counts;
+      tidewell::expand(root, sources, counts, false);
+      listed = true;
+    }
+    for (;;) {
+      if (reader) {
+        item = {};
+        if (reader->next(item.bytes)) {
+          item.path = sources[at - 1].path;
+          item.has_path = true;
+          item.number = ++number;
+          return true;
+        }
+        int const error = reader->error();
+        close();
+        if (error) {
+          item = failed(sources[at - 1].path, std::error_code(error, std::generic_category()).message());
+          return true;
+        }
+        continue;
+      }
+      if (at == sources.size())
+        return false;
+      tidewell::source_t const& source = sources[at++];
+      if (!source.error.empty()) {
+        item = failed(source.path, source.error);
+        return true;
+      }
+      if (!mbox) {
+        item = {};
+        item.path = source.path;
+        item.has_path = item.from_file = true;
+        return true;
+      }
+      std::string error;
+      int const opened = tidewell::record::open_regular(source.path, error);
+      if (opened < 0) {
+        item = failed(source.path, error);
+        return true;
+      }
+      fd = opened;
+      number = 0;
+      std::size_t const keep = max_bytes >= SIZE_MAX ? SIZE_MAX : static_cast<std::size_t>(max_bytes);
+      reader = std::make_unique<tidewell::mbox_reader_t>(fd, keep);
+    }
+  }
+};
+
+using walk_handle_t = std::shared_ptr<walk_t>;
+
+void drop_walk(Napi::Env, walk_handle_t* walk) {
+  delete walk;
+}
+
+class batch_worker_t final : public Napi::AsyncWorker {
+public:
+  batch_worker_t(Napi::Env env, std::vector<item_t> items, settings_t s, walk_handle_t walk, std::size_t count,
+                 std::size_t byte_budget)
+      : Napi::AsyncWorker(env, "tidewell.batch"), deferred_(Napi::Promise::Deferred::New(env)),
+        items_(std::move(items)), settings_(s), walk_(std::move(walk)), count_(count), byte_budget_(byte_budget),
+        batch_(std::make_unique<batch_t>()) {}
+  Napi::Promise promise() const { return deferred_.Promise(); }
+
+  void Execute() override {
+    try {
+      if (walk_)
+        take_from_walk();
+      batch_->records.reserve(items_.size());
+      for (item_t& item : items_)
+        batch_->records.push_back(run(item, settings_));
+      std::vector<item_t>().swap(items_);
+    } catch (std::exception const& e) {
+      SetError(std::string("tidewell: ") + e.what());
+    }
+  }
+  void OnOK() override {
+    Napi::Env env = Env();
+    try {
+      batch_->with_problems = settings_.with_problems;
+      deferred_.Resolve(Napi::External<batch_t>::New(env, batch_.release(), drop_batch));
+    } catch (Napi::Error const& e) {
+      deferred_.Reject(e.Value());
+    }
+  }
+  void OnError(Napi::Error const& error) override { deferred_.Reject(error.Value()); }
+
+private:
+  // A batch's worth of sources: count of them, or fewer once their bytes
+  // pass the budget, so a batch of big mbox messages holds little more than
+  // one of small ones.
+  void take_from_walk() {
+    std::lock_guard const lock(walk_->mutex);
+    std::size_t bytes = 0;
+    item_t item;
+    while (items_.size() < count_ && bytes < byte_budget_ && walk_->next(item)) {
+      bytes += item.bytes.size();
+      items_.push_back(std::move(item));
+    }
+    batch_->end = items_.size() < count_ && bytes < byte_budget_;
+    if (!items_.empty())
+      batch_->sequence = walk_->next_sequence++;
+  }
+
+  Napi::Promise::Deferred deferred_;
+  std::vector<item_t> items_;
+  settings_t const settings_;
+  walk_handle_t walk_;
+  std::size_t const count_, byte_budget_;
+  std::unique_ptr<batch_t> batch_;
+};
+
+// parseBatch(sources: Array, options) -> Promise<External>
+Napi::Value parse_batch(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    if (!info[0].IsArray())
+      throw Napi::TypeError::New(env, "tidewell: parseBatch takes an array");
+    Napi::Array const list = info[0].As<Napi::Array>();
+    std::vector<item_t> items;
+    items.reserve(list.Length());
+    for (std::uint32_t i = 0; i < list.Length(); ++i)
+      items.push_back(item_of(env, list.Get(i)));
+    auto* const worker = new batch_worker_t(env, std::move(items), settings_of(info, 1), nullptr, 0, 0);
+    Napi::Promise const promise = worker->promise();
+    worker->Queue();
+    return promise;
+  });
+}
+
+// openWalk(path, options) -> External: nothing is read until the first batch.
+Napi::Value open_walk(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    if (!info[0].IsString())
+      throw Napi::TypeError::New(env, "tidewell: openWalk takes a path");
+    auto walk = std::make_shared<walk_t>();
+    walk->root = info[0].As<Napi::String>().Utf8Value();
+    settings_t const s = settings_of(info, 1);
+    walk->max_bytes = s.options.max_bytes;
+    if (info.Length() > 1 && info[1].IsObject())
+      walk->mbox = info[1].As<Napi::Object>().Get("mbox").ToBoolean();
+    return Napi::External<walk_handle_t>::New(env, new walk_handle_t(std::move(walk)), drop_walk);
+  });
+}
+
+// walkBatch(walk, count, byteBudget, options) -> Promise<External>
+Napi::Value walk_batch(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    if (!info[0].IsExternal() || !info[1].IsNumber() || !info[2].IsNumber())
+      throw Napi::TypeError::New(env, "tidewell: walkBatch(walk, count, bytes, options)");
+    walk_handle_t const walk = *info[0].As<Napi::External<walk_handle_t>>().Data();
+    double const count = info[1].As<Napi::Number>().DoubleValue();
+    double const bytes = info[2].As<Napi::Number>().DoubleValue();
+    if (!(count >= 1 && count <= 1e6) || !(bytes >= 1 && bytes <= 1e12))
+      throw Napi::RangeError::New(env, "tidewell: walkBatch's count or bytes out of range");
+    auto* const worker =
+        new batch_worker_t(env, {}, settings_of(info, 3), walk, std::size_t(count), std::size_t(bytes));
+    Napi::Promise const promise = worker->promise();
+    worker->Queue();
+    return promise;
+  });
+}
+
+// take(batch) -> [records, sequence, end]; the batch is emptied.
+Napi::Value take(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    if (!info[0].IsExternal())
+      throw Napi::TypeError::New(env, "tidewell: take takes a batch");
+    batch_t* const batch = info[0].As<Napi::External<batch_t>>().Data();
+    builder_t b(env);
+    b.with_problems = batch->with_problems;
+    Napi::Array records = Napi::Array::New(env, batch->records.size());
+    for (std::size_t i = 0; i < batch->records.size(); ++i) {
+      Napi::HandleScope const scope(env);
+      records.Set(uint32_t(i), Napi::Value(env, b.record(batch->records[i])));
+    }
+    std::vector<record_t>().swap(batch->records);
+    Napi::Array out = Napi::Array::New(env, 3);
+    out.Set(0u, records);
+    out.Set(1u, Napi::Number::New(env, batch->sequence));
+    out.Set(2u, Napi::Boolean::New(env, batch->end));
+    return out;
+  });
+}
+
+// batchEnd(batch) -> whether the walk had nothing more after this batch.
+Napi::Value batch_end(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    if (!info[0].IsExternal())
+      throw Napi::TypeError::New(info.Env(), "tidewell: batchEnd takes a batch");
+    return Napi::Boolean::New(info.Env(), info[0].As<Napi::External<batch_t>>().Data()->end);
+  });
+}
+
+// listFiles(path) -> string[]: the walk's files, on the calling thread.
+Napi::Value list_files(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    if (!info[0].IsString())
+      throw Napi::TypeError::New(env, "tidewell: listFiles takes a path");
+    std::vector<tidewell::source_t> sources;
+    tidewell::walk_counts_t counts;
+    tidewell::expand(info[0].As<Napi::String>().Utf8Value(), sources, counts, false);
+    Napi::Array out = Napi::Array::New(env, sources.size());
+    for (std::size_t i = 0; i < sources.size(); ++i)
+      out.Set(uint32_t(i), Napi::String::New(env, tidewell::record::repaired_utf8(sources[i].path)));
+    return out;
+  });
+}
+
+Napi::Object init(Napi::Env env, Napi::Object exports) {
+  exports.Set("parse", Napi::Function::New(env, parse, "parse"));
+  exports.Set("parseSync", Napi::Function::New(env, parse_sync, "parseSync"));
+  exports.Set("parseBatch", Napi::Function::New(env, parse_batch, "parseBatch"));
+  exports.Set("openWalk", Napi::Function::New(env, open_walk, "openWalk"));
+  exports.Set("walkBatch", Napi::Function::New(env, walk_batch, "walkBatch"));
+  exports.Set("take", Napi::Function::New(env, take, "take"));
+  exports.Set("batchEnd", Napi::Function::New(env, batch_end, "batchEnd"));
+  exports.Set("listFiles", Napi::Function::New(env, list_files, "listFiles"));
+  return exports;
+}
+
+} // namespace
+} // namespace node_binding
+
+NODE_API_MODULE(tidewell, node_binding::init)
