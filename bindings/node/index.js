@@ -105,7 +105,7 @@ function parseSync(source, options) {
 }
 
 // The window shared by parseMany and messages. submit() hands the pool one
-// batch and gives its promise, or null when there is nothing more to hand
+// batch and gives {batch: its promise}, or null when there is nothing more to hand
 // (it may be async: parseMany waits for an async iterable); it is told how
 // many batches are in the pool. At most
 // concurrency batches are in the pool at once and at most concurrency + 1
@@ -140,13 +140,14 @@ async function* windowed(submit, concurrency, byWalk, onClose) {
           await new Promise((resolve) => (wakePump = resolve));
           continue;
         }
+        // The batch's promise comes wrapped: an await would wait for it.
         const started = await submit(state);
         if (started === null) {
           ended = true;
           break;
         }
         running++;
-        const entry = { index: submitted++, promise: started };
+        const entry = { index: submitted++, promise: started.batch };
         entry.promise.then(
           (batch) => {
             running--;
@@ -244,7 +245,7 @@ function parseMany(sources, options) {
       if (pendingError) throw pendingError;
       return null;
     }
-    return native.parseBatch(batch, settings);
+    return { batch: native.parseBatch(batch, settings) };
   };
   const onClose = async () => {
     if (!done && typeof iterator.return === 'function') {
@@ -264,7 +265,7 @@ function messages(source, options) {
   const mbox = options?.mbox ?? false;
   if (typeof mbox !== 'boolean') throw new TypeError('tidewell.messages: mbox must be a boolean');
   const walk = native.openWalk(root, { ...settings, mbox });
-  const submit = async () => native.walkBatch(walk, BATCH_MESSAGES, BATCH_BYTES, settings);
+  const submit = async () => ({ batch: native.walkBatch(walk, BATCH_MESSAGES, BATCH_BYTES, settings) });
   return windowed(submit, concurrency, true, null);
 }
 

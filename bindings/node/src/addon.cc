@@ -103,10 +103,10 @@ record_t run(item_t& item, settings_t const& s) {
 struct keys_t {
 #define TIDEWELL_KEYS(X)                                                                                               \
   X(schema)                                                                                                            \
-  X(path) X(pathBytes) X(message) X(imported) X(error) X(subject) X(from) X(sender) X(replyTo) X(to) X(cc) X(bcc)      \
-      X(date) X(received) X(messageId) X(inReplyTo) X(references) X(text) X(attachments) X(problems) X(cut) X(name)    \
-          X(address) X(value) X(offset) X(fileName) X(mediaType) X(size) X(contentId) X(disposition) X(code)           \
-              X(context)
+  X(path)                                                                                                              \
+  X(pathBytes) X(message) X(imported) X(error) X(subject) X(from) X(sender) X(replyTo) X(to) X(cc) X(bcc) X(date)      \
+      X(received) X(messageId) X(inReplyTo) X(references) X(text) X(attachments) X(problems) X(cut) X(name) X(address) \
+          X(value) X(offset) X(fileName) X(mediaType) X(size) X(contentId) X(disposition) X(code) X(context)
 #define TIDEWELL_DECLARE(name) napi_value name;
   TIDEWELL_KEYS(TIDEWELL_DECLARE)
 #undef TIDEWELL_DECLARE
@@ -273,7 +273,8 @@ Napi::Error system_error(Napi::Env env, record_t const& r) {
   }
   std::string const code = uv_err_name(-number);
   std::string const path = tidewell::record::repaired_utf8(r.source.path);
-  Napi::Error error = Napi::Error::New(env, code + ": " + r.source.error + ", open '" + path + "'");
+  std::string const reason = r.source.error_number ? uv_strerror(-number) : r.source.error;
+  Napi::Error error = Napi::Error::New(env, code + ": " + reason + ", open '" + path + "'");
   error.Set("errno", Napi::Number::New(env, -number));
   error.Set("code", Napi::String::New(env, code));
   error.Set("syscall", Napi::String::New(env, "open"));
@@ -328,7 +329,7 @@ std::optional<std::string_view> bytes_of(Napi::Value value) {
     return std::string_view(reinterpret_cast<char const*>(bytes.Data()), bytes.ByteLength());
   }
   if (value.IsArrayBuffer()) {
-    Napi::ArrayBuffer const buffer = value.As<Napi::ArrayBuffer>();
+    Napi::ArrayBuffer buffer = value.As<Napi::ArrayBuffer>();
     return std::string_view(static_cast<char const*>(buffer.Data()), buffer.ByteLength());
   }
   return std::nullopt;
@@ -417,7 +418,7 @@ Napi::Value parse_sync(Napi::CallbackInfo const& info) {
     }
     builder_t b(env);
     b.with_problems = s.with_problems;
-    return b.record(r);
+    return Napi::Value(env, b.record(r));
   });
 }
 
@@ -686,6 +687,12 @@ Napi::Value list_files(Napi::CallbackInfo const& info) {
   });
 }
 
+} // namespace
+} // namespace node_binding
+
+namespace {
+using namespace node_binding;
+
 Napi::Object init(Napi::Env env, Napi::Object exports) {
   exports.Set("parse", Napi::Function::New(env, parse, "parse"));
   exports.Set("parseSync", Napi::Function::New(env, parse_sync, "parseSync"));
@@ -699,6 +706,5 @@ Napi::Object init(Napi::Env env, Napi::Object exports) {
 }
 
 } // namespace
-} // namespace node_binding
 
-NODE_API_MODULE(tidewell, node_binding::init)
+NODE_API_MODULE(tidewell, init)
