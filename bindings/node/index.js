@@ -18,6 +18,42 @@ const { fileURLToPath } = require('node:url');
 
 const native = require(path.join(__dirname, 'build', 'Release', 'tidewell.node'));
 
+// The addon makes its objects with these: a literal gives each object its
+// final shape at once, which is cheaper than building it property by
+// property from C++. A record's optional keys (pathBytes, message, error,
+// problems, cut) are undefined when absent and then left out, in the order
+// of the JSON record.
+function makeRecord(path, pathBytes, message, imported, error, subject, from, sender, replyTo, to, cc, bcc, date,
+  received, messageId, inReplyTo, references, text, attachments, problems, cut) {
+  if (pathBytes === undefined && message === undefined && error === undefined && problems === undefined && !cut)
+    return { schema: 1, path, imported, subject, from, sender, replyTo, to, cc, bcc, date, received, messageId,
+      inReplyTo, references, text, attachments };
+  const out = { schema: 1, path };
+  if (pathBytes !== undefined) out.pathBytes = pathBytes;
+  if (message !== undefined) out.message = message;
+  out.imported = imported;
+  if (error !== undefined) out.error = error;
+  Object.assign(out, { subject, from, sender, replyTo, to, cc, bcc, date, received, messageId, inReplyTo,
+    references, text, attachments });
+  if (problems !== undefined) out.problems = problems;
+  if (cut) out.cut = true;
+  return out;
+}
+
+function makeMailboxes() {
+  const out = new Array(arguments.length >> 1);
+  for (let i = 0; i < out.length; i++) out[i] = { name: arguments[2 * i], address: arguments[2 * i + 1] };
+  return out;
+}
+
+native.setFactories({
+  record: makeRecord,
+  mailboxes: makeMailboxes,
+  date: (ms, offset, text) => ({ value: new Date(ms), offset, text }),
+  attachment: (fileName, mediaType, size, contentId, disposition) => ({ fileName, mediaType, size, contentId, disposition }),
+  problem: (code, offset, text, context) => ({ code, offset, text, context }),
+});
+
 // A batch: up to this many messages, or fewer once their bytes pass the
 // budget. One pool hand-off costs about what a small message's parse does,
 // so small messages go a few dozen at a time.

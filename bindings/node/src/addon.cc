@@ -30,6 +30,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -40,6 +41,8 @@
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include <boost/locale/utf.hpp>
 
 #include "tidewell/importer/import.h"
 #include "tidewell/importer/mbox.h"
@@ -63,7 +66,112 @@ struct record_t {
   tidewell::record::source_t source;
   bool has_path = false;
   tidewell::message_t message;
+  // The text as JavaScript holds it, when it is not ASCII: made on the pool
+  // thread, so the JavaScript thread only copies it (V8's own UTF-8 decoding
+  // of a long text was the largest part of the conversion).
+  std::optional<std::u16string> text16;
+  // The path as UTF-8 and, for a path that is not, its %HH form.
+  std::string path_text, path_bytes;
+  std::string date_text, received_text;
 };
+
+bool is_ascii(std::string_view bytes) {
+  std::size_t i = 0;
+  std::uint64_t high = 0;
+  for (; i + 8 <= bytes.size(); i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes.data() + i, 8);
+    high |= word;
+  }
+  for (; i < bytes.size(); ++i)
+    high |= static_cast<unsigned char>(bytes[i]);
+  return (high & 0x8080808080808080ULL) == 0;
+}
+
+// UTF-16 of UTF-8, every byte that is not part of a well-formed sequence as
+// one U+FFFD, as tidewell::record::repaired_utf8 does.
+std::u16string utf16_of(std::string_view bytes) {
+  using traits = boost::locale::utf::utf_traits<char>;
+  // Never longer than the bytes: a unit per byte at most.
+  std::u16string out(bytes.size(), u'\0');
+  char16_t* o = out.data();
+  char const* p = bytes.data();
+  char const* const end = p + bytes.size();
+  while (p != end) {
+    if (static_cast<unsigned char>(*p) < 0x80) {
+      *o++ = static_cast<char16_t>(*p++);
+      continue;
+    }
+    char const* const start = p;
+    boost::locale::utf::code_point c = traits::decode(p, end);
+    if (c == boost::locale::utf::illegal || c == boost::locale::utf::incomplete) {
+      *o++ = u'\uFFFD';
+      p = start + 1;
+    } else if (c >= 0x10000) {
+      c -= 0x10000;
+      *o++ = static_cast<char16_t>(0xD800 + (c >> 10));
+      *o++ = static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+    } else {
+      *o++ = static_cast<char16_t>(c);
+    }
+  }
+  out.resize(static_cast<std::size_t>(o - out.data()));
+  return out;
+}
+
+// Everything of the conversion that needs no JavaScript, on the pool
+// thread: every text made well-formed UTF-8 (one U+FFFD for each byte that
+// is not, as in the JSON record), the long text as UTF-16 and the dates as
+// their RFC 3339 text.
+void repair(std::string& text) {
+  if (!is_ascii(text) && !importer::is_well_formed_utf8(text))
+    text = tidewell::record::repaired_utf8(text);
+}
+void repair(std::optional<std::string>& text) {
+  if (text)
+    repair(*text);
+}
+
+void prepare(record_t& r) {
+  tidewell::message_t& m = r.message;
+  if (r.has_path) {
+    if (is_ascii(r.source.path) || importer::is_well_formed_utf8(r.source.path)) {
+      r.path_text = r.source.path;
+    } else {
+      r.path_text = tidewell::record::repaired_utf8(r.source.path);
+      r.path_bytes = tidewell::record::path_bytes(r.source.path);
+    }
+  }
+  repair(r.source.error);
+  repair(m.subject);
+  for (auto* list : {&m.from, &m.sender, &m.reply_to, &m.to, &m.cc, &m.bcc})
+    for (tidewell::mailbox_t& mailbox : *list) {
+      repair(mailbox.name);
+      repair(mailbox.address);
+    }
+  repair(m.message_id);
+  repair(m.in_reply_to);
+  for (std::string& id : m.references)
+    repair(id);
+  for (tidewell::attachment_t& a : m.attachments) {
+    repair(a.file_name);
+    repair(a.media_type);
+    repair(a.content_id);
+    repair(a.disposition);
+  }
+  for (tidewell::problem_t& p : m.problems) {
+    repair(p.text);
+    repair(p.context);
+  }
+  if (m.text && !is_ascii(*m.text))
+    r.text16 = utf16_of(*m.text);
+  else
+    repair(m.text);
+  if (m.date)
+    r.date_text = tidewell::record::rfc3339(*m.date);
+  if (m.received)
+    r.received_text = tidewell::record::rfc3339(*m.received);
+}
 
 // One source of a batch: bytes of its own, or a path to read in the pool.
 struct item_t {
@@ -91,103 +199,107 @@ record_t run(item_t& item, settings_t const& s) {
   std::string().swap(item.bytes);
   r.has_path = item.has_path;
   r.source.message = item.number;
+  prepare(r);
   return r;
 }
 
 // ---------------------------------------------------------------------------
 // From C++ values to JavaScript values.
+//
+// The objects are made by small JavaScript functions (index.js hands them
+// over once, setFactories): an object literal in JavaScript is made in one
+// step with its final shape, where the same object built from here would
+// take a Node-API call for every property. One call makes a record, one a
+// whole list of mailboxes, one a date. What needs no JavaScript (repairing
+// text that is not UTF-8, the UTF-16 of a long text, the dates' RFC 3339
+// text) is done on the pool thread before (prepare).
 
-// The property names, made once for each conversion (a batch shares them),
-// so that every record is built by the same sequence of named sets and all
-// records share one hidden class.
-struct keys_t {
-#define TIDEWELL_KEYS(X)                                                                                               \
-  X(schema)                                                                                                            \
-  X(path)                                                                                                              \
-  X(pathBytes) X(message) X(imported) X(error) X(subject) X(from) X(sender) X(replyTo) X(to) X(cc) X(bcc) X(date)      \
-      X(received) X(messageId) X(inReplyTo) X(references) X(text) X(attachments) X(problems) X(cut) X(name) X(address) \
-          X(value) X(offset) X(fileName) X(mediaType) X(size) X(contentId) X(disposition) X(code) X(context)
-#define TIDEWELL_DECLARE(name) napi_value name;
-  TIDEWELL_KEYS(TIDEWELL_DECLARE)
-#undef TIDEWELL_DECLARE
-  napi_value empty, null, yes, no, one;
-
-  explicit keys_t(napi_env env) {
-#define TIDEWELL_MAKE(name) check(env, napi_create_string_utf8(env, #name, NAPI_AUTO_LENGTH, &name));
-    TIDEWELL_KEYS(TIDEWELL_MAKE)
-#undef TIDEWELL_MAKE
-    check(env, napi_create_string_utf8(env, "", 0, &empty));
-    check(env, napi_get_null(env, &null));
-    check(env, napi_get_boolean(env, true, &yes));
-    check(env, napi_get_boolean(env, false, &no));
-    check(env, napi_create_uint32(env, 1, &one));
-  }
-
-  static void check(napi_env env, napi_status status) {
-    NAPI_THROW_IF_FAILED_VOID(env, status);
-  }
+// The factories, per Node environment (a worker thread has its own).
+struct factories_t {
+  napi_ref record = nullptr, mailboxes = nullptr, date = nullptr, attachment = nullptr, problem = nullptr;
 };
+
+void drop_factories(napi_env env, void* data, void*) {
+  auto* const f = static_cast<factories_t*>(data);
+  for (napi_ref ref : {f->record, f->mailboxes, f->date, f->attachment, f->problem})
+    if (ref)
+      napi_delete_reference(env, ref);
+  delete f;
+}
 
 class builder_t {
 public:
-  explicit builder_t(napi_env env) : env_(env), k_(env) {}
+  explicit builder_t(napi_env env) : env_(env) {
+    void* data = nullptr;
+    check(napi_get_instance_data(env, &data));
+    auto const* const f = static_cast<factories_t const*>(data);
+    if (!f || !f->record)
+      throw Napi::Error::New(env, "tidewell: the addon is used through index.js, which sets its factories");
+    check(napi_get_reference_value(env, f->record, &record_));
+    check(napi_get_reference_value(env, f->mailboxes, &mailboxes_));
+    check(napi_get_reference_value(env, f->date, &date_));
+    check(napi_get_reference_value(env, f->attachment, &attachment_));
+    check(napi_get_reference_value(env, f->problem, &problem_));
+    check(napi_get_undefined(env, &undefined_));
+    check(napi_get_null(env, &null_));
+    check(napi_get_boolean(env, true, &yes_));
+    check(napi_get_boolean(env, false, &no_));
+    check(napi_create_string_latin1(env, "", 0, &empty_));
+  }
 
+  // The record's values in index.js's makeRecord order; undefined for a key
+  // the record leaves out.
   napi_value record(record_t const& r) {
     tidewell::message_t const& m = r.message;
-    napi_value out = object();
-    set(out, k_.schema, k_.one);
-    set(out, k_.path, r.has_path ? string(r.source.path) : k_.null);
-    if (r.has_path && !importer::is_well_formed_utf8(r.source.path))
-      set(out, k_.pathBytes, string(tidewell::record::path_bytes(r.source.path)));
-    if (r.source.message != 0)
-      set(out, k_.message, number(double(r.source.message)));
-    set(out, k_.imported, r.source.imported ? k_.yes : k_.no);
-    if (!r.source.error.empty())
-      set(out, k_.error, string(r.source.error));
-    set(out, k_.subject, optional(m.subject));
-    set(out, k_.from, mailboxes(m.from));
-    set(out, k_.sender, mailboxes(m.sender));
-    set(out, k_.replyTo, mailboxes(m.reply_to));
-    set(out, k_.to, mailboxes(m.to));
-    set(out, k_.cc, mailboxes(m.cc));
-    set(out, k_.bcc, mailboxes(m.bcc));
-    set(out, k_.date, date(m.date));
-    set(out, k_.received, date(m.received));
-    set(out, k_.messageId, optional(m.message_id));
-    set(out, k_.inReplyTo, optional(m.in_reply_to));
     napi_value references = array(m.references.size());
     for (std::size_t i = 0; i < m.references.size(); ++i)
-      element(references, i, string(m.references[i]));
-    set(out, k_.references, references);
-    set(out, k_.text, optional(m.text));
+      check(napi_set_element(env_, references, uint32_t(i), string(m.references[i])));
     napi_value attachments = array(m.attachments.size());
     for (std::size_t i = 0; i < m.attachments.size(); ++i) {
       tidewell::attachment_t const& a = m.attachments[i];
-      napi_value item = object();
-      set(item, k_.fileName, string(a.file_name));
-      set(item, k_.mediaType, string(a.media_type));
-      set(item, k_.size, number(double(a.size)));
-      set(item, k_.contentId, string(a.content_id));
-      set(item, k_.disposition, string(a.disposition));
-      element(attachments, i, item);
+      napi_value args[] = {string(a.file_name), string(a.media_type), number(double(a.size)), string(a.content_id),
+                           string(a.disposition)};
+      check(napi_set_element(env_, attachments, uint32_t(i), call(attachment_, args)));
     }
-    set(out, k_.attachments, attachments);
+    napi_value problems = undefined_;
     if (with_problems) {
-      napi_value problems = array(m.problems.size());
+      problems = array(m.problems.size());
       for (std::size_t i = 0; i < m.problems.size(); ++i) {
         tidewell::problem_t const& p = m.problems[i];
-        napi_value item = object();
-        set(item, k_.code, string(quern::error::name_of(p.code)));
-        set(item, k_.offset, number(double(p.offset)));
-        set(item, k_.text, string(p.text));
-        set(item, k_.context, string(p.context));
-        element(problems, i, item);
+        napi_value args[] = {string(quern::error::name_of(p.code)), number(double(p.offset)), string(p.text),
+                             string(p.context)};
+        check(napi_set_element(env_, problems, uint32_t(i), call(problem_, args)));
       }
-      set(out, k_.problems, problems);
     }
-    if (m.cut)
-      set(out, k_.cut, k_.yes);
-    return out;
+    napi_value text;
+    if (r.text16)
+      check(napi_create_string_utf16(env_, r.text16->data(), r.text16->size(), &text));
+    else
+      text = optional(m.text);
+    napi_value args[] = {
+        r.has_path ? string(r.path_text) : null_,
+        r.path_bytes.empty() ? undefined_ : string(r.path_bytes),
+        r.source.message != 0 ? number(double(r.source.message)) : undefined_,
+        r.source.imported ? yes_ : no_,
+        r.source.error.empty() ? undefined_ : string(r.source.error),
+        optional(m.subject),
+        mailboxes(m.from),
+        mailboxes(m.sender),
+        mailboxes(m.reply_to),
+        mailboxes(m.to),
+        mailboxes(m.cc),
+        mailboxes(m.bcc),
+        date(m.date, r.date_text),
+        date(m.received, r.received_text),
+        optional(m.message_id),
+        optional(m.in_reply_to),
+        references,
+        text,
+        attachments,
+        problems,
+        m.cut ? yes_ : undefined_,
+    };
+    return call(record_, args);
   }
 
   bool with_problems = false;
@@ -195,9 +307,9 @@ public:
 private:
   void check(napi_status status) { NAPI_THROW_IF_FAILED_VOID(env_, status); }
 
-  napi_value object() {
+  template <std::size_t n> napi_value call(napi_value function, napi_value (&args)[n]) {
     napi_value out;
-    check(napi_create_object(env_, &out));
+    check(napi_call_function(env_, undefined_, function, n, args, &out));
     return out;
   }
   napi_value array(std::size_t length) {
@@ -205,58 +317,62 @@ private:
     check(napi_create_array_with_length(env_, length, &out));
     return out;
   }
-  void set(napi_value object, napi_value key, napi_value value) { check(napi_set_property(env_, object, key, value)); }
-  void element(napi_value array, std::size_t i, napi_value value) {
-    check(napi_set_element(env_, array, uint32_t(i), value));
-  }
   napi_value number(double value) {
     napi_value out;
     check(napi_create_double(env_, value, &out));
     return out;
   }
 
-  // UTF-8 for JavaScript; bytes that are not become one U+FFFD each, as in
-  // the JSON record (V8's own decoder would merge some of them).
+  // Text already repaired on the pool thread: ASCII goes in as Latin-1,
+  // which V8 copies without decoding.
   napi_value string(std::string_view bytes) {
     if (bytes.empty())
-      return k_.empty;
+      return empty_;
     napi_value out;
-    if (importer::is_well_formed_utf8(bytes)) {
+    if (is_ascii(bytes))
+      check(napi_create_string_latin1(env_, bytes.data(), bytes.size(), &out));
+    else
       check(napi_create_string_utf8(env_, bytes.data(), bytes.size(), &out));
-    } else {
-      std::string const repaired = tidewell::record::repaired_utf8(bytes);
-      check(napi_create_string_utf8(env_, repaired.data(), repaired.size(), &out));
-    }
     return out;
   }
-  napi_value optional(std::optional<std::string> const& text) { return text ? string(*text) : k_.null; }
+  napi_value optional(std::optional<std::string> const& text) { return text ? string(*text) : null_; }
 
   napi_value mailboxes(std::vector<tidewell::mailbox_t> const& list) {
-    napi_value out = array(list.size());
-    for (std::size_t i = 0; i < list.size(); ++i) {
-      napi_value item = object();
-      set(item, k_.name, string(list[i].name));
-      set(item, k_.address, string(list[i].address));
-      element(out, i, item);
+    if (list.empty())
+      return array(0);
+    // Most lists hold a mailbox or two: the arguments stay on the stack.
+    napi_value small[8];
+    std::vector<napi_value> large;
+    napi_value* args = small;
+    if (list.size() * 2 > std::size(small)) {
+      large.resize(list.size() * 2);
+      args = large.data();
     }
+    for (std::size_t i = 0; i < list.size(); ++i) {
+      args[2 * i] = string(list[i].name);
+      args[2 * i + 1] = string(list[i].address);
+    }
+    napi_value out;
+    check(napi_call_function(env_, undefined_, mailboxes_, list.size() * 2, args, &out));
     return out;
   }
 
   // {value: Date, offset: minutes east of UTC, text: the record's RFC 3339}.
-  napi_value date(std::optional<tidewell::date_t> const& d) {
+  napi_value date(std::optional<tidewell::date_t> const& d, std::string const& text) {
     if (!d)
-      return k_.null;
-    napi_value out = object(), when;
-    check(napi_create_date(env_, double(d->instant.time_since_epoch().count()) * 1000.0, &when));
-    set(out, k_.value, when);
-    set(out, k_.offset, number(double(d->offset.count())));
-    set(out, k_.text, string(tidewell::record::rfc3339(*d)));
-    return out;
+      return null_;
+    napi_value args[] = {number(double(d->instant.time_since_epoch().count()) * 1000.0),
+                         number(double(d->offset.count())), string(text)};
+    return call(date_, args);
   }
 
   napi_env env_;
-  keys_t k_;
+  napi_value record_, mailboxes_, date_, attachment_, problem_;
+  napi_value undefined_, null_, yes_, no_, empty_;
 };
+
+// setFactories({record, mailboxes, date, attachment, problem})
+Napi::Value set_factories(Napi::CallbackInfo const& info);
 
 // ---------------------------------------------------------------------------
 // Errors.
@@ -410,6 +526,7 @@ Napi::Value parse_sync(Napi::CallbackInfo const& info) {
     if (auto const bytes = bytes_of(info[0])) {
       // Read in place: nothing can free the memory during a synchronous call.
       r.message = tidewell::parse(*bytes, s.options);
+      prepare(r);
     } else {
       item_t item = item_of(env, info[0]);
       r = run(item, s);
@@ -662,6 +779,34 @@ Napi::Value take(Napi::CallbackInfo const& info) {
   });
 }
 
+Napi::Value set_factories(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    if (!info[0].IsObject())
+      throw Napi::TypeError::New(env, "tidewell: setFactories takes an object of functions");
+    Napi::Object const o = info[0].As<Napi::Object>();
+    auto f = std::make_unique<factories_t>();
+    auto const take_ref = [&](char const* name, napi_ref& ref) {
+      Napi::Value const value = o.Get(name);
+      if (!value.IsFunction())
+        throw Napi::TypeError::New(env, std::string("tidewell: setFactories needs the function ") + name);
+      NAPI_THROW_IF_FAILED_VOID(env, napi_create_reference(env, value, 1, &ref));
+    };
+    take_ref("record", f->record);
+    take_ref("mailboxes", f->mailboxes);
+    take_ref("date", f->date);
+    take_ref("attachment", f->attachment);
+    take_ref("problem", f->problem);
+    void* old = nullptr;
+    NAPI_THROW_IF_FAILED(env, napi_get_instance_data(env, &old), Napi::Value());
+    if (old)
+      throw Napi::Error::New(env, "tidewell: the factories are set already");
+    NAPI_THROW_IF_FAILED(env, napi_set_instance_data(env, f.get(), drop_factories, nullptr), Napi::Value());
+    f.release();
+    return env.Undefined();
+  });
+}
+
 // batchEnd(batch) -> whether the walk had nothing more after this batch.
 Napi::Value batch_end(Napi::CallbackInfo const& info) {
   return guarded(info.Env(), [&]() -> Napi::Value {
@@ -700,6 +845,7 @@ Napi::Object init(Napi::Env env, Napi::Object exports) {
   exports.Set("openWalk", Napi::Function::New(env, open_walk, "openWalk"));
   exports.Set("walkBatch", Napi::Function::New(env, walk_batch, "walkBatch"));
   exports.Set("take", Napi::Function::New(env, take, "take"));
+  exports.Set("setFactories", Napi::Function::New(env, set_factories, "setFactories"));
   exports.Set("batchEnd", Napi::Function::New(env, batch_end, "batchEnd"));
   exports.Set("listFiles", Napi::Function::New(env, list_files, "listFiles"));
   return exports;
