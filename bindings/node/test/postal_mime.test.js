@@ -16,19 +16,14 @@
 const test = require('node:test');
 const assert = require('node:assert');
 const fs = require('node:fs');
-const path = require('node:path');
+const {tidewell, corpus} = require('./helper.js');
 
-const SOURCE = process.env.TIDEWELL_SOURCE_DIR || path.resolve(__dirname, '..', '..', '..');
-const CORPUS = process.env.TIDEWELL_CORPUS || path.join(SOURCE, '..', 'shared', 'corpus', 'messages');
-
-function optional(name) {
-  try {
-    return require(name);
-  } catch {
-    return null;
-  }
+let PostalMime = null;
+try {
+  PostalMime = require('postal-mime');
+} catch {
+  // a dev dependency: without it the test is skipped
 }
-const PostalMime = optional('postal-mime');
 
 const squeeze = (s) => (typeof s === 'string' ? s.normalize('NFC').split(/\s+/u).filter(Boolean).join(' ') : s);
 const empty = (v) => v == null || v === '' || (Array.isArray(v) && v.length === 0);
@@ -444,13 +439,10 @@ async function compare(records) {
   return {count, accepted, failures};
 }
 
-// Our records: the addon's walk of the corpus, from the build's staged package or the package this test is in.
-const records = () => require(process.env.TIDEWELL_NODE_PACKAGE || path.join(__dirname, '..')).messages(CORPUS);
-
 const show = (v) => (JSON.stringify(v) ?? String(v)).slice(0, 200);
 
 if (require.main === module && process.argv.includes('--list')) {
-  compare(records()).then(({accepted, failures}) => {
+  compare(tidewell.messages(corpus)).then(({accepted, failures}) => {
     for (const [name, found] of accepted) {
       console.log(`== ${name}: ${found.length}`);
       for (const [file, field] of found)
@@ -462,11 +454,10 @@ if (require.main === module && process.argv.includes('--list')) {
     }
   });
 } else {
-  const skip = !PostalMime              ? 'postal-mime is not installed (npm install)'
-               : !fs.existsSync(CORPUS) ? 'no shared corpus beside the checkout'
-                                        : false;
+  const skip =
+      !PostalMime ? 'postal-mime is not installed (npm install)' : !corpus && 'no shared corpus beside the checkout';
   test('tidewell against postal-mime over the shared corpus', {skip}, async () => {
-    const {count, accepted, failures} = await compare(records());
+    const {count, accepted, failures} = await compare(tidewell.messages(corpus));
     console.log(`${count} messages; accepted differences by rule:`);
     for (const [name, found] of accepted)
       console.log(`  ${String(found.length).padStart(5)}  ${name}`);
