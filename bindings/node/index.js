@@ -218,7 +218,11 @@ async function* windowed(submit, concurrency, byWalk, onClose) {
       }
       const entry = queue.shift();
       poke();
-      const [records, sequence] = native.take(await entry.promise);
+      const batch = await entry.promise;
+      // One turn of the microtask queue first: the pump, woken by the same
+      // batch, hands the pool its next one before this one is converted.
+      await undefined;
+      const [records, sequence] = native.take(batch);
       const key = byWalk ? sequence : entry.index;
       if (key < 0) continue;
       waiting.set(key, records);

@@ -60,6 +60,12 @@ struct settings_t {
   bool with_problems = false;
 };
 
+// UTF-16 text in a buffer that is never zeroed first: it is written whole.
+struct utf16_t {
+  std::unique_ptr<char16_t[]> units;
+  std::size_t size = 0;
+};
+
 // One message as it goes back to JavaScript: where it came from and what was
 // read.
 struct record_t {
@@ -69,7 +75,7 @@ struct record_t {
   // The text as JavaScript holds it, when it is not ASCII: made on the pool
   // thread, so the JavaScript thread only copies it (V8's own UTF-8 decoding
   // of a long text was the largest part of the conversion).
-  std::optional<std::u16string> text16;
+  std::optional<utf16_t> text16;
   // The path as UTF-8 and, for a path that is not, its %HH form.
   std::string path_text, path_bytes;
   std::string date_text, received_text;
@@ -90,11 +96,11 @@ bool is_ascii(std::string_view bytes) {
 
 // UTF-16 of UTF-8, every byte that is not part of a well-formed sequence as
 // one U+FFFD, as tidewell::record::repaired_utf8 does.
-std::u16string utf16_of(std::string_view bytes) {
+utf16_t utf16_of(std::string_view bytes) {
   using traits = boost::locale::utf::utf_traits<char>;
   // Never longer than the bytes: a unit per byte at most.
-  std::u16string out(bytes.size(), u'\0');
-  char16_t* o = out.data();
+  utf16_t out{std::unique_ptr<char16_t[]>(new char16_t[bytes.size()]), 0};
+  char16_t* o = out.units.get();
   char const* p = bytes.data();
   char const* const end = p + bytes.size();
   while (p != end) {
@@ -115,7 +121,7 @@ std::u16string utf16_of(std::string_view bytes) {
       *o++ = static_cast<char16_t>(c);
     }
   }
-  out.resize(static_cast<std::size_t>(o - out.data()));
+  out.size = static_cast<std::size_t>(o - out.units.get());
   return out;
 }
 
@@ -273,7 +279,7 @@ public:
     }
     napi_value text;
     if (r.text16)
-      check(napi_create_string_utf16(env_, r.text16->data(), r.text16->size(), &text));
+      check(napi_create_string_utf16(env_, r.text16->units.get(), r.text16->size, &text));
     else
       text = optional(m.text);
     napi_value args[] = {
@@ -554,6 +560,32 @@ void drop_batch(Napi::Env, batch_t* batch) {
   delete batch;
 }
 
+// Records already converted, freed by the next batch on the pool rather than
+// on the JavaScript thread: a record is a few dozen allocations, and freeing
+// them where they were made is cheaper too. What waits here is at most the
+// few batches taken since the last one started.
+struct spent_t {
+  std::mutex mutex;
+  std::vector<std::vector<record_t>> records;
+};
+spent_t& spent() {
+  static spent_t* const held = new spent_t(); // never destroyed: pool threads may use it at exit
+  return *held;
+}
+void bury(std::vector<record_t>&& records) {
+  spent_t& s = spent();
+  std::lock_guard const lock(s.mutex);
+  s.records.push_back(std::move(records));
+}
+void free_spent() {
+  std::vector<std::vector<record_t>> old;
+  spent_t& s = spent();
+  {
+    std::lock_guard const lock(s.mutex);
+    old.swap(s.records);
+  }
+}
+
 // The walk behind messages(path): the library's walk of folders and
 // Maildirs, and its mbox reader for each file with mbox. Several pool
 // threads take batches from one walk; a lock keeps it in order, and each
@@ -657,6 +689,7 @@ public:
 
   void Execute() override {
     try {
+      free_spent();
       if (walk_)
         take_from_walk();
       batch_->records.reserve(items_.size());
@@ -770,7 +803,8 @@ Napi::Value take(Napi::CallbackInfo const& info) {
       Napi::HandleScope const scope(env);
       records.Set(uint32_t(i), Napi::Value(env, b.record(batch->records[i])));
     }
-    std::vector<record_t>().swap(batch->records);
+    bury(std::move(batch->records));
+    batch->records.clear();
     Napi::Array out = Napi::Array::New(env, 3);
     out.Set(0u, records);
     out.Set(1u, Napi::Number::New(env, batch->sequence));
