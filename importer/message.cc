@@ -16,8 +16,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 #include <limits>
+#include <memory>
+#include <optional>
 #include <unordered_set>
 
 #include "email/body.h"
@@ -265,7 +268,25 @@ void place_in_original(std::vector<problem_t>& problems, char const* first, char
 
 // Reads fd to its end, or to max_bytes and one more (to tell that there is
 // more), into bytes; false with errno's error when a read fails.
-bool read_all(int fd, std::uint64_t max_bytes, std::string& bytes, std::error_code& error) {
+// A buffer of uninitialised bytes: a message is read straight into it, so
+// nothing is cleared first that the read overwrites anyway.
+struct read_buffer_t {
+  std::unique_ptr<char[]> data;
+  std::size_t size = 0;
+
+  void grow(std::size_t wanted, std::size_t keep) {
+    if (wanted <= size)
+      return;
+    std::unique_ptr<char[]> bigger(new char[wanted]);
+    std::memcpy(bigger.get(), data.get(), keep);
+    data = std::move(bigger);
+    size = wanted;
+  }
+};
+
+// Reads at most max_bytes + 1 bytes of fd into buffer (so a cut can be
+// told); their number, or nothing with error set.
+std::optional<std::size_t> read_all(int fd, std::uint64_t max_bytes, read_buffer_t& buffer, std::error_code& error) {
   std::size_t const limit =
       static_cast<std::size_t>(std::min<std::uint64_t>(max_bytes, std::numeric_limits<std::size_t>::max() - 1)) + 1;
   struct stat status {};
@@ -273,12 +294,12 @@ bool read_all(int fd, std::uint64_t max_bytes, std::string& bytes, std::error_co
   if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0)
     expected = static_cast<std::size_t>(status.st_size);
   // The size is a hint only: the file may grow or shrink while it is read.
-  bytes.resize(std::min(limit, std::max<std::size_t>(expected + 1, 64 * 1024)));
+  buffer.grow(std::min(limit, std::max<std::size_t>(expected + 1, 64 * 1024)), 0);
   std::size_t length = 0;
   while (length < limit) {
-    if (length == bytes.size())
-      bytes.resize(std::min(limit, bytes.size() * 2));
-    ssize_t const got = ::read(fd, bytes.data() + length, bytes.size() - length);
+    if (length == buffer.size)
+      buffer.grow(std::min(limit, buffer.size * 2), length);
+    ssize_t const got = ::read(fd, buffer.data.get() + length, std::min(buffer.size, limit) - length);
     if (got > 0) {
       length += static_cast<std::size_t>(got);
       continue;
@@ -288,11 +309,9 @@ bool read_all(int fd, std::uint64_t max_bytes, std::string& bytes, std::error_co
     if (errno == EINTR)
       continue;
     error = std::error_code(errno, std::generic_category());
-    bytes.clear();
-    return false;
+    return std::nullopt;
   }
-  bytes.resize(length);
-  return true;
+  return length;
 }
 
 } // namespace
@@ -328,10 +347,15 @@ message_t parse(std::string_view bytes, options_t const& options) {
 
 message_t parse_fd(int fd, options_t const& options, std::error_code& error) {
   error.clear();
-  std::string bytes;
-  if (!read_all(fd, options.max_bytes, bytes, error))
-    return {};
-  return parse(bytes, options);
+  // One buffer per thread, reused: most messages are small, so after the
+  // first few no read allocates; one that grew for a large message is let
+  // go rather than kept for the rest of the thread's life.
+  thread_local read_buffer_t buffer;
+  std::optional<std::size_t> const length = read_all(fd, options.max_bytes, buffer, error);
+  message_t message = length ? parse(std::string_view(buffer.data.get(), *length), options) : message_t();
+  if (buffer.size > (4u << 20))
+    buffer = read_buffer_t();
+  return message;
 }
 
 message_t parse_file(char const* path, options_t const& options, std::error_code& error) {

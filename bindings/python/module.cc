@@ -73,11 +73,20 @@ types_t& types() {
   return *held;
 }
 
+// The message's own fields are UTF-8 already, so the decoder's own check is
+// the only one: a second pass over every text would cost the calling
+// thread, which all the parsing threads wait on, as much again.
 py::str text_of(std::string_view bytes) {
-  if (importer::is_well_formed_utf8(bytes))
-    return py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(bytes.data(), Py_ssize_t(bytes.size()), "strict"));
+  if (PyObject* const text = PyUnicode_DecodeUTF8(bytes.data(), Py_ssize_t(bytes.size()), "strict"))
+    return py::reinterpret_steal<py::str>(text);
+  if (!PyErr_ExceptionMatches(PyExc_UnicodeDecodeError))
+    throw py::error_already_set();
+  PyErr_Clear();
   std::string const repaired = tidewell::record::repaired_utf8(bytes);
-  return py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(repaired.data(), Py_ssize_t(repaired.size()), "strict"));
+  PyObject* const text = PyUnicode_DecodeUTF8(repaired.data(), Py_ssize_t(repaired.size()), "strict");
+  if (!text)
+    throw py::error_already_set();
+  return py::reinterpret_steal<py::str>(text);
 }
 
 py::object optional_text(std::optional<std::string> const& text) {

@@ -9,6 +9,8 @@ const crypto = require('node:crypto');
 const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
+const { once } = require('node:events');
+const { Worker } = require('node:worker_threads');
 const { tidewell, examples, corpus, cli, cliRecords, packageDir } = require('./helper.js');
 
 const digest = (record) => crypto.createHash('sha256').update(JSON.stringify(record)).digest('hex');
@@ -89,6 +91,16 @@ test('the fields have their JavaScript types', async () => {
   assert.equal(esm.default.parseSync, tidewell.parseSync);
   assert.equal(tidewell.parseSync(small, { maxBytes: 40 }).cut, true);
   assert.equal(tidewell.parseSync(small, { reading: 'desktop' }).to.length, 1);
+  // A fresh module registry (as test runners make) loads index.js again over
+  // the same addon, and a worker thread has an addon instance of its own.
+  const entry = require.resolve(path.join(packageDir, 'index.js'));
+  delete require.cache[entry];
+  assert.deepEqual(require(entry).parseSync(small), m);
+  const worker = new Worker(`const t = require(${JSON.stringify(entry)});
+    t.parse(require('node:worker_threads').workerData).then((m) => require('node:worker_threads').parentPort.postMessage(m));`,
+  { eval: true, workerData: small });
+  const [fromWorker] = await once(worker, 'message');
+  assert.deepEqual(fromWorker, m);
   const a = tidewell.parseSync(path.join(examples, 'mixed-attachment.eml')).attachments[0];
   assert.deepEqual(Object.keys(a), ['fileName', 'mediaType', 'size', 'contentId', 'disposition']);
   assert.ok(a.size > 0);
