@@ -237,7 +237,7 @@ async function* windowed(submit, concurrency, byWalk, onClose) {
   } finally {
     closed = true;
     poke();
-    if (onClose) await onClose();
+    if (onClose) onClose();
   }
 }
 
@@ -287,10 +287,13 @@ function parseMany(sources, options) {
     }
     return { batch: native.parseBatch(batch, settings) };
   };
-  const onClose = async () => {
+  // Closes the input when the caller stops early. Not awaited: an async
+  // input still waiting in next() would hold the caller's break until it
+  // yields again.
+  const onClose = () => {
     if (!done && typeof iterator.return === 'function') {
       done = true;
-      await iterator.return();
+      Promise.resolve(iterator.return()).catch(() => {});
     }
   };
   return windowed(submit, concurrency, false, onClose);

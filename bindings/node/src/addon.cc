@@ -23,12 +23,10 @@
 #include <napi.h>
 #include <uv.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <exception>

@@ -106,4 +106,10 @@ test('parseMany: input order, async and slow inputs, a failing input, an early s
   }
   for await (const m of tidewell.parseMany(endless(), { concurrency: 2 })) if (m) break;
   assert.ok(closed && pulled <= 32 * 4, `pulled ${pulled}`);
+  // An async input that never yields again does not hold up the break.
+  async function* stalled() {
+    yield PLAIN;
+    await new Promise(() => {});
+  }
+  for await (const m of tidewell.parseMany(stalled())) if (m) break;
 });
