@@ -173,8 +173,7 @@ const RULES = [
   [
     'white space before the colon', [ 'subject', 'date', ...ADDRESSES ],
     'A field written with white space before its colon ("Subject :"): the obsolete syntax that mail readers ' +
-        'must accept. postal-mime reads it; the full reading skips the field (our fault: the header reader ' +
-        'takes such a line for a line that is not a field)',
+        'must accept. postal-mime reads it; the full reading skips the field (our fault)',
     (f, o, t, c) => c.spaced.has(f)
   ],
   [
