@@ -67,10 +67,9 @@ TEST(message, repeated_address_fields) {
   auto const desktop = tidewell::parse(bytes, tidewell::options_t::desktop());
   EXPECT_EQ(desktop.from, (std::vector<mailbox_t>{{"", "eve@y.test"}}));
   EXPECT_EQ(desktop.to, (std::vector<mailbox_t>{{"Name Only", "a@x.test,"}}));
-  // Names without addresses and comments inside them, desktop untouched.
+  // Names without addresses and comments inside them (the full reading's
+  // in addresses_test), desktop untouched.
   auto const named = "From: John Doe\nTo: pete(his account)@silly.test(his host)\n\nx\n";
-  EXPECT_EQ(full(named).from, (std::vector<mailbox_t>{{"John Doe", ""}}));
-  EXPECT_EQ(full(named).to, (std::vector<mailbox_t>{{"his host", "pete@silly.test"}}));
   auto const desktop_named = tidewell::parse(named, tidewell::options_t::desktop());
   EXPECT_EQ(desktop_named.from, (std::vector<mailbox_t>{{"John Doe", ""}}));
   EXPECT_EQ(desktop_named.to, (std::vector<mailbox_t>{{"pete", "@silly.test"}}));
