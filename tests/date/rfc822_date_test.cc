@@ -151,6 +151,9 @@ TEST(date, full_reading_months_offsets_and_iso_dates) {
       {"Sun, 5 Sept 2021 10:00:00 GMT", sys_days(2021y / September / 5) + 10h, 0min},
       {"Tue, 2 February 2021 23:30:00 EST", sys_days(2021y / February / 3) + 4h + 30min, -5h},
       {"2 March 2021 10:00 EDT", sys_days(2021y / March / 2) + 14h, -4h},
+      {"Fri, 2 April 2021 10:00:00 CST", sys_days(2021y / April / 2) + 16h, -6h},
+      {"2 June 2021 10:00:00 MDT", sys_days(2021y / June / 2) + 16h, -6h},
+      {"Sun, 5 September 2021 10:00:00 UT", sys_days(2021y / September / 5) + 10h, 0min},
       {"2 August 2021 10:00:00 PST", sys_days(2021y / August / 2) + 18h, -8h},
       // Military letters, with RFC 822's signs: A is -0100, N +0100.
       {"2 October 2021 10:00:00 A", sys_days(2021y / October / 2) + 11h, -1h},
