@@ -11,48 +11,21 @@
 #include "charset/japanese.h"
 #include "charset/surrogates.h"
 #include "importer/import.h"
-#include "tests/support/problems.h"
+#include "tests/support/converted.h"
 #include "tests/support/strings.h"
 #include "text/format.h"
 
 namespace {
 
 using quern::error::code_t, quern::error::pattern_of;
-using quern::error::record_t;
 
 // 亜 (JIS X 0208 0x3021) and 丂 (JIS X 0212 0x3021).
 #define A_0208 "\xE4\xBA\x9C"
 #define A_0212 "\xE4\xB8\x82"
 #define QUOTED(name) "\xE2\x80\x9C" name "\xE2\x80\x9D"
 
-struct converted_t {
-  std::string text;
-  std::vector<record_t> problems;
-};
-
-// Converts twice, with and without a collector, and insists on identical
-// bytes: recording problems must never change the result.
-converted_t to_utf8(std::string const& input, std::string charset, std::string fallback = "iso-8859-1") {
-  converted_t result;
-  auto const provider = [&] { return fallback; };
-  quern::error::handler_t handler;
-  charset::convert_to_utf8(input.data(), input.data() + input.size(), std::back_inserter(result.text), charset,
-                           provider, &handler);
-  handler.get_errors({}, result.problems);
-  test::expect_descriptions_fit_codes(handler);
-  std::vector<char> silent;
-  charset::convert_to_utf8(input.begin(), input.end(), std::back_inserter(silent), charset, provider, nullptr);
-  EXPECT_EQ(std::string(silent.begin(), silent.end()), result.text);
-  return result;
-}
-
+using test::printable, test::to_utf8;
 using test_support::repeat;
-
-std::string printable(std::string const& bytes) {
-  std::string result;
-  charset::hex_print(bytes.begin(), bytes.end(), std::back_inserter(result));
-  return result;
-}
 
 using namespace charset;
 

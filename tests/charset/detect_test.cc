@@ -14,7 +14,7 @@
 #include "charset/convert.h"
 #include "charset/detect.h"
 #include "importer/message.h"
-#include "tests/support/problems.h"
+#include "tests/support/converted.h"
 
 namespace {
 
@@ -22,14 +22,7 @@ using charset::policy_t;
 
 std::string convert(std::string const& input, std::string const& label, policy_t policy,
                     std::string const& fallback = std::string()) {
-  std::string quiet, listened;
-  auto const provider = [&] { return fallback; };
-  charset::convert_to_utf8(input.begin(), input.end(), std::back_inserter(quiet), label, provider, nullptr, policy);
-  quern::error::handler_t handler;
-  charset::convert_to_utf8(input.begin(), input.end(), std::back_inserter(listened), label, provider, &handler, policy);
-  test::expect_descriptions_fit_codes(handler);
-  EXPECT_EQ(quiet, listened) << "a collector changed the text";
-  return quiet;
+  return test::to_utf8(input, label, fallback, policy).text;
 }
 
 std::string encode(std::string const& utf8, std::string const& charset) {

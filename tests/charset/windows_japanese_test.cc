@@ -8,9 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "charset/convert.h"
-#include "charset/surrogates.h"
 #include "importer/import.h"
+#include "tests/support/converted.h"
 #include "tests/support/strings.h"
 
 namespace {
@@ -24,30 +23,13 @@ using test_support::repeat;
 #define PUA_E000 "\xEE\x80\x80"
 #define PUA_E08C "\xEE\x82\x8C"
 
-struct converted_t {
-  std::string text;
-  std::vector<quern::error::record_t> problems;
-};
+using test::printable;
 
-// Converted with and without a listener, which must not change the text.
-converted_t convert(std::string const& input, std::string const& label, policy_t policy) {
-  converted_t result;
-  auto const fallback = [] { return std::string(); };
-  quern::error::handler_t handler;
-  charset::convert_to_utf8(input.begin(), input.end(), std::back_inserter(result.text), label, fallback, &handler,
-                           policy);
-  handler.get_errors({}, result.problems);
-  std::string quiet;
-  charset::convert_to_utf8(input.begin(), input.end(), std::back_inserter(quiet), label, fallback, nullptr, policy);
-  EXPECT_EQ(quiet, result.text);
-  EXPECT_TRUE(importer::is_well_formed_utf8(result.text));
-  return result;
-}
-
-std::string printable(std::string const& bytes) {
-  std::string result;
-  charset::hex_print(bytes.begin(), bytes.end(), std::back_inserter(result));
-  return result;
+// The text must be well-formed whatever the bytes.
+test::converted_t convert(std::string const& input, std::string const& label, policy_t policy) {
+  auto converted = test::to_utf8(input, label, "", policy);
+  EXPECT_TRUE(importer::is_well_formed_utf8(converted.text));
+  return converted;
 }
 
 struct case_t {

@@ -67,10 +67,9 @@ TEST(message, repeated_address_fields) {
   auto const desktop = tidewell::parse(bytes, tidewell::options_t::desktop());
   EXPECT_EQ(desktop.from, (std::vector<mailbox_t>{{"", "eve@y.test"}}));
   EXPECT_EQ(desktop.to, (std::vector<mailbox_t>{{"Name Only", "a@x.test,"}}));
-  // Names without addresses and comments inside them, desktop untouched.
+  // Names without addresses and comments inside them (the full reading's
+  // in addresses_test), desktop untouched.
   auto const named = "From: John Doe\nTo: pete(his account)@silly.test(his host)\n\nx\n";
-  EXPECT_EQ(full(named).from, (std::vector<mailbox_t>{{"John Doe", ""}}));
-  EXPECT_EQ(full(named).to, (std::vector<mailbox_t>{{"his host", "pete@silly.test"}}));
   auto const desktop_named = tidewell::parse(named, tidewell::options_t::desktop());
   EXPECT_EQ(desktop_named.from, (std::vector<mailbox_t>{{"John Doe", ""}}));
   EXPECT_EQ(desktop_named.to, (std::vector<mailbox_t>{{"pete", "@silly.test"}}));
@@ -86,12 +85,7 @@ TEST(message, dates_keep_their_zone) {
   row_t const rows[] = {
       {"Tue, 7 Oct 2025 03:30:00 +0200", base, minutes(120)},
       {"Mon, 6 Oct 2025 20:00:00 -0530", base, minutes(-330)},
-      {"7 Oct 2025 01:30:00 GMT", base, minutes(0)},
-      {"Tue, 7 Oct 2025 01:30:00 +0000", base, minutes(0)},
-      {"7 October 2025 02:30:00 +0100", base, minutes(60)}, // whole month names
-      {"7 Oct 2025 02:30:00 GMT+1", base, minutes(60)},
-      {"2025-10-07T03:30:00+02:00", base, minutes(120)},
-      {"2025-10-07 01:30:00", base, minutes(0)},
+      {"2025-10-07T03:30:00+02:00", base, minutes(120)}, // the full reading's forms: rfc822_date_test
       {"no date at all", std::nullopt, minutes(0)},
   };
   for (row_t const& row : rows) {
