@@ -278,7 +278,8 @@ struct read_buffer_t {
     if (wanted <= size)
       return;
     std::unique_ptr<char[]> bigger(new char[wanted]);
-    std::memcpy(bigger.get(), data.get(), keep);
+    if (keep > 0) // the first buffer has nothing to keep, and memcpy may not be given null
+      std::memcpy(bigger.get(), data.get(), keep);
     data = std::move(bigger);
     size = wanted;
   }
