@@ -126,14 +126,6 @@ function main() {
     {name : 'tidewell-import -j 1 --json, 1 core', count : paths.length, command : [ 'taskset', '-c', '0', ...cli(1) ]},
     {name : 'parseMany c1', count : paths.length, node : node('addon', 1, everything)},
     {name : 'parseMany c2', count : paths.length, node : node('addon', 2, everything)},
-    // libuv's pool has four threads, so two batches at a time hop between four threads and their
-    // caches; with two threads each batch finds the caches its thread kept warm.
-    {
-      name : 'parseMany c2, UV_THREADPOOL_SIZE=2',
-      count : paths.length,
-      node : node('addon', 2, everything),
-      env : {UV_THREADPOOL_SIZE : '2'}
-    },
     {name : 'tidewell-import -j 2 --json', count : paths.length, command : cli(2)},
   ];
   const best = new Map();
@@ -175,10 +167,6 @@ function report(rows, best, paths, sample, bytes, rounds) {
       rate('parseMany c1, 1 core') / rate('tidewell-import -j 1 --json, 1 core'), 0.6, '%'
     ],
     [ 'parseMany c2 over c1', rate('parseMany c2') / rate('parseMany c1'), 1.8, 'x' ],
-    [
-      'parseMany c2 over c1, UV_THREADPOOL_SIZE=2 for c2',
-      rate('parseMany c2, UV_THREADPOOL_SIZE=2') / rate('parseMany c1'), 1.8, 'x'
-    ],
   ];
   const show = (x, unit) => (unit === '%' ? `${Math.round(x * 100)}%` : `${x.toFixed(2)}x`);
   console.log('\n| measure | goal | measured |\n|---|---|---|');

@@ -14,7 +14,11 @@
       "cflags_cc": ["-std=c++20", "-fexceptions", "-Wall", "-Wextra", "<!@(pkg-config --cflags tidewell)"],
       "cflags_cc!": ["-fno-exceptions", "-fno-rtti", "-std=gnu++17", "-std=gnu++1y"],
       "cflags!": ["-fno-exceptions"],
-      "defines": ["NAPI_VERSION=8", "NAPI_CPP_EXCEPTIONS", "NODE_ADDON_API_DISABLE_DEPRECATED"],
+      # SWALLOW_UNTHROWABLE: an error raised while a worker thread is being
+      # terminated cannot be thrown into JavaScript; without it the second
+      # throw would end the whole process.
+      "defines": ["NAPI_VERSION=8", "NAPI_CPP_EXCEPTIONS", "NODE_ADDON_API_DISABLE_DEPRECATED",
+                  "NODE_API_SWALLOW_UNTHROWABLE_EXCEPTIONS"],
       "libraries": [
         "<!@(pkg-config --libs tidewell)",
         "-Wl,-rpath,<!(pkg-config --variable=libdir tidewell)"

@@ -92,7 +92,7 @@ export interface ParseOptions {
 }
 
 export interface ManyOptions extends ParseOptions {
-  /** Batches parsed at once on libuv's pool; default: the processors, at most the pool's size (UV_THREADPOOL_SIZE, 4). */
+  /** Batches parsed at once, each on a thread of the stream's own; default: the processors. */
   concurrency?: number;
 }
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // tidewell for Node.js: one e-mail message in, its subject, addresses, dates,
-// text and attachment names out, parsed by the C++ library on libuv's thread
-// pool so that the event loop keeps running.
+// text and attachment names out, parsed by the C++ library off the
+// JavaScript thread so that the event loop keeps running.
 //
 // This file checks the arguments (a TypeError says what was wrong in the
 // caller's terms) and runs the streams: parseMany and messages keep a small
-// window of batches in the pool and give the messages back in input order,
+// window of batches with the addon's threads and give the messages back in input order,
 // pulling from the input only as the window empties, so memory stays bounded
 // however long the input is. The addon (src/addon.cc) does the parsing and
 // builds each message as a plain object: the command-line tool's JSON record
@@ -55,7 +55,7 @@ native.setFactories({
 });
 
 // A batch: up to this many messages, or fewer once their bytes pass the
-// budget. One pool hand-off costs about what a small message's parse does,
+// budget. One hand-off to a thread costs about what a small message's parse does,
 // so small messages go a few dozen at a time.
 const BATCH_MESSAGES = 32;
 const BATCH_BYTES = 4 << 20;
@@ -114,9 +114,7 @@ function settingsOf(options, where) {
 
 function defaultConcurrency() {
   const processors = typeof os.availableParallelism === 'function' ? os.availableParallelism() : os.cpus().length;
-  // libuv's pool runs at most this many pieces of work at once.
-  const pool = Number.parseInt(process.env.UV_THREADPOOL_SIZE, 10) || 4;
-  return Math.max(1, Math.min(processors, pool));
+  return Math.max(1, processors);
 }
 
 function concurrencyOf(options, where) {
@@ -140,15 +138,19 @@ function parseSync(source, options) {
   return native.parseSync(input, settings);
 }
 
-// The window shared by parseMany and messages. submit() hands the pool one
-// batch and gives {batch: its promise}, or null when there is nothing more to hand
-// (it may be async: parseMany waits for an async iterable); it is told how
-// many batches are in the pool. At most
-// concurrency batches are in the pool at once and at most concurrency + 1
-// are held, finished or not; the batches come back in order: by their
-// submission, or by the number the walk gave them.
+// The window shared by parseMany and messages. A stream of the addon's own
+// has concurrency threads; submit(state, stream) hands it one batch and gives
+// {batch: its promise}, or null when there is nothing more to hand (it may
+// be async: parseMany waits for an async iterable); it is told how many
+// batches are out. Each thread has one batch queued behind the one it
+// works on, so it never waits for this thread to hand it the next: at most
+// 2 * concurrency batches are out and 2 * concurrency + 1 held, finished or
+// not. The batches come back in order: by their submission, or by the
+// number the walk gave them.
 async function* windowed(submit, concurrency, byWalk, onClose) {
-  const limit = concurrency + 1;
+  const ahead = 2 * concurrency;
+  const limit = ahead + 1;
+  const stream = native.openStream(concurrency);
   const queue = [];
   let running = 0;
   let ended = false;
@@ -163,7 +165,7 @@ async function* windowed(submit, concurrency, byWalk, onClose) {
     wakePump = wakeConsumer = null;
   };
 
-  const hasRoom = () => running < concurrency && queue.length < limit;
+  const hasRoom = () => running < ahead && queue.length < limit;
   const state = {
     get running() {
       return running;
@@ -177,7 +179,7 @@ async function* windowed(submit, concurrency, byWalk, onClose) {
           continue;
         }
         // The batch's promise comes wrapped: an await would wait for it.
-        const started = await submit(state);
+        const started = await submit(state, stream);
         if (started === null) {
           ended = true;
           break;
@@ -220,7 +222,7 @@ async function* windowed(submit, concurrency, byWalk, onClose) {
       poke();
       const batch = await entry.promise;
       // One turn of the microtask queue first: the pump, woken by the same
-      // batch, hands the pool its next one before this one is converted.
+      // batch, hands the threads their next one before this one is converted.
       await undefined;
       const [records, sequence] = native.take(batch);
       const key = byWalk ? sequence : entry.index;
@@ -237,6 +239,7 @@ async function* windowed(submit, concurrency, byWalk, onClose) {
   } finally {
     closed = true;
     poke();
+    native.closeStream(stream);
     if (onClose) onClose();
   }
 }
@@ -254,8 +257,8 @@ function parseMany(sources, options) {
   let pendingError = null;
 
   // One batch from the input: full, or (from an async iterable) whatever is
-  // there once the pool has a free worker, so a slow input is not held back.
-  const submit = async (window) => {
+  // there once a thread is free, so a slow input is not held back.
+  const submit = async (window, stream) => {
     if (done) {
       if (pendingError) throw pendingError;
       return null;
@@ -285,7 +288,7 @@ function parseMany(sources, options) {
       if (pendingError) throw pendingError;
       return null;
     }
-    return { batch: native.parseBatch(batch, settings) };
+    return { batch: native.parseBatch(stream, batch, settings) };
   };
   // Closes the input when the caller stops early. Not awaited: an async
   // input still waiting in next() would hold the caller's break until it
@@ -308,7 +311,7 @@ function messages(source, options) {
   const mbox = options?.mbox ?? false;
   if (typeof mbox !== 'boolean') throw new TypeError('tidewell.messages: mbox must be a boolean');
   const walk = native.openWalk(root, { ...settings, mbox });
-  const submit = async () => ({ batch: native.walkBatch(walk, BATCH_MESSAGES, BATCH_BYTES, settings) });
+  const submit = async (_, stream) => ({ batch: native.walkBatch(stream, walk, BATCH_MESSAGES, BATCH_BYTES, settings) });
   return windowed(submit, concurrency, true, null);
 }
 

@@ -4,18 +4,18 @@
 // works with every Node release that has Node-API 8.
 //
 // Parsing never runs on the JavaScript thread unless the caller asks for it
-// (parseSync): parse and the batches of parseMany and messages are libuv
-// thread-pool work, and only the conversion of a finished message into a
+// (parseSync): parse is libuv thread-pool work, the batches of parseMany and
+// messages go to threads of their own (stream_t), and only the conversion of a finished message into a
 // plain JavaScript object happens on the JavaScript thread. That object is
 // the command-line tool's full-reading JSON record, key for key with the keys
 // in camelCase, built from the same helpers (tidewell::record) the tool
 // prints with, so the two cannot drift apart.
 //
-// A batch is several messages in one piece of pool work: a pool hand-off and
-// its completion cost about as much as parsing a small message, so a stream
-// of small messages is handed over a few dozen at a time. The parsed batch
-// stays in C++ until JavaScript takes it (take), so the caller can hand the
-// pool its next batch before it pays for the conversion of this one.
+// A batch is several messages in one piece of work: a hand-off to another
+// thread and back costs about as much as parsing a small message, so a
+// stream of small messages is handed over a few dozen at a time. The parsed
+// batch stays in C++ until JavaScript takes it (take), so the threads go on
+// with the next batches while JavaScript converts this one.
 //
 // Nothing here lets a C++ exception reach Node: the parser does not throw for
 // bad mail, and every entry point turns what else could throw (a failed
@@ -26,9 +26,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -37,6 +40,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -554,10 +558,6 @@ struct batch_t {
   bool end = false;     // the walk has nothing more
 };
 
-void drop_batch(Napi::Env, batch_t* batch) {
-  delete batch;
-}
-
 // Records already converted, freed by the next batch on the pool rather than
 // on the JavaScript thread: a record is a few dozen allocations, and freeing
 // them where they were made is cheaper too. What waits here is at most the
@@ -676,79 +676,228 @@ void drop_walk(Napi::Env, walk_handle_t* walk) {
   delete walk;
 }
 
-class batch_worker_t final : public Napi::AsyncWorker {
-public:
-  batch_worker_t(Napi::Env env, std::vector<item_t> items, settings_t s, walk_handle_t walk, std::size_t count,
-                 std::size_t byte_budget)
-      : Napi::AsyncWorker(env, "tidewell.batch"), deferred_(Napi::Promise::Deferred::New(env)),
-        items_(std::move(items)), settings_(s), walk_(std::move(walk)), count_(count), byte_budget_(byte_budget),
-        batch_(std::make_unique<batch_t>()) {}
-  Napi::Promise promise() const { return deferred_.Promise(); }
+// A stream: the threads of one parseMany or messages, and the batches
+// waiting for them. A stream has threads of its own rather than libuv's
+// pool: JavaScript queues a batch or two ahead of each thread, so a thread
+// goes from one batch to the next without waiting for the JavaScript thread
+// (which may be busy converting the last one), and a thread keeps its
+// caches and its read buffer; the pool's four threads, shared with every
+// file system call of the process, gave a second thread only a third more.
+// A finished batch goes back through a thread-safe function, which holds
+// the event loop open only while batches are out.
+struct stream_t;
 
-  void Execute() override {
-    try {
-      free_spent();
-      if (walk_)
-        take_from_walk();
-      batch_->records.reserve(items_.size());
-      for (item_t& item : items_)
-        batch_->records.push_back(run(item, settings_));
-      std::vector<item_t>().swap(items_);
-    } catch (std::exception const& e) {
-      SetError(std::string("tidewell: ") + e.what());
-    }
-  }
-  void OnOK() override {
-    Napi::Env env = Env();
-    try {
-      batch_->with_problems = settings_.with_problems;
-      deferred_.Resolve(Napi::External<batch_t>::New(env, batch_.release(), drop_batch));
-    } catch (Napi::Error const& e) {
-      deferred_.Reject(e.Value());
-    }
-  }
-  void OnError(Napi::Error const& error) override { deferred_.Reject(error.Value()); }
+struct job_t {
+  std::shared_ptr<stream_t> stream; // alive until the job is delivered
+  napi_deferred deferred = nullptr;
+  std::vector<item_t> items;
+  settings_t settings;
+  walk_handle_t walk;
+  std::size_t count = 0, byte_budget = 0;
+  std::unique_ptr<batch_t> batch = std::make_unique<batch_t>();
+  std::string error;
 
-private:
-  // A batch's worth of sources: count of them, or fewer once their bytes
-  // pass the budget, so a batch of big mbox messages holds little more than
-  // one of small ones.
+  // A batch's worth of sources from the walk: count of them, or fewer once
+  // their bytes pass the budget, so a batch of big mbox messages holds
+  // little more than one of small ones.
   void take_from_walk() {
-    std::lock_guard const lock(walk_->mutex);
+    std::lock_guard const lock(walk->mutex);
     std::size_t bytes = 0;
     item_t item;
-    while (items_.size() < count_ && bytes < byte_budget_ && walk_->next(item)) {
+    while (items.size() < count && bytes < byte_budget && walk->next(item)) {
       bytes += item.bytes.size();
-      items_.push_back(std::move(item));
+      items.push_back(std::move(item));
     }
-    batch_->end = items_.size() < count_ && bytes < byte_budget_;
-    if (!items_.empty())
-      batch_->sequence = walk_->next_sequence++;
+    batch->end = items.size() < count && bytes < byte_budget;
+    if (!items.empty())
+      batch->sequence = walk->next_sequence++;
   }
 
-  Napi::Promise::Deferred deferred_;
-  std::vector<item_t> items_;
-  settings_t const settings_;
-  walk_handle_t walk_;
-  std::size_t const count_, byte_budget_;
-  std::unique_ptr<batch_t> batch_;
+  void run_all() {
+    try {
+      free_spent();
+      if (walk)
+        take_from_walk();
+      batch->records.reserve(items.size());
+      for (item_t& item : items)
+        batch->records.push_back(run(item, settings));
+      std::vector<item_t>().swap(items);
+      batch->with_problems = settings.with_problems;
+    } catch (std::exception const& e) {
+      error = std::string("tidewell: ") + e.what();
+    }
+  }
 };
 
-// parseBatch(sources: Array, options) -> Promise<External>
+void deliver(Napi::Env env, Napi::Function, stream_t*, job_t* job);
+using delivery_t = Napi::TypedThreadSafeFunction<stream_t, job_t, deliver>;
+
+struct stream_t {
+  std::mutex mutex;
+  std::condition_variable wake;
+  std::deque<job_t*> jobs;
+  bool closed = false;
+  delivery_t delivery;
+  // The thread-safe function is freed with its environment (a worker
+  // thread terminated, the process ending) while these threads may still
+  // run; they call it only under mutex while this is false.
+  bool delivery_gone = false;
+  std::size_t out = 0; // batches not yet delivered; JavaScript thread only
+
+  void close() {
+    {
+      std::lock_guard const lock(mutex);
+      closed = true;
+    }
+    wake.notify_all();
+  }
+
+  // One thread's loop: a batch at a time until the stream is closed and
+  // empty. A batch queued after the close goes back empty.
+  static void work(std::shared_ptr<stream_t> self) {
+    for (;;) {
+      job_t* job = nullptr;
+      bool closed = false;
+      {
+        std::unique_lock lock(self->mutex);
+        self->wake.wait(lock, [&] { return self->closed || !self->jobs.empty(); });
+        if (self->jobs.empty())
+          break;
+        job = self->jobs.front();
+        self->jobs.pop_front();
+        closed = self->closed;
+      }
+      if (!closed)
+        job->run_all();
+      std::lock_guard const lock(self->mutex);
+      if (self->delivery_gone || self->delivery.BlockingCall(job) != napi_ok)
+        delete job; // the environment is gone: nobody waits for it
+    }
+    std::lock_guard const lock(self->mutex);
+    if (!self->delivery_gone)
+      self->delivery.Release();
+  }
+};
+
+// On the JavaScript thread: the batch to its promise.
+void deliver(Napi::Env env, Napi::Function, stream_t*, job_t* job) {
+  std::unique_ptr<job_t> held(job);
+  if (static_cast<napi_env>(env) == nullptr)
+    return; // the environment is being torn down
+  stream_t& stream = *held->stream;
+  if (--stream.out == 0)
+    stream.delivery.Unref(env);
+  if (!held->error.empty()) {
+    napi_value error = Napi::Error::New(env, held->error).Value();
+    napi_reject_deferred(env, held->deferred, error);
+    return;
+  }
+  napi_value value = nullptr;
+  if (napi_create_external(
+          env, held->batch.get(), [](napi_env, void* data, void*) { delete static_cast<batch_t*>(data); }, nullptr,
+          &value) != napi_ok) {
+    napi_value error = Napi::Error::New(env, "tidewell: out of memory").Value();
+    napi_reject_deferred(env, held->deferred, error);
+    return;
+  }
+  held->batch.release();
+  napi_resolve_deferred(env, held->deferred, value);
+}
+
+using stream_handle_t = std::shared_ptr<stream_t>;
+
+// The thread-safe function's end: when the threads have let it go, or when
+// its environment is torn down under them.
+void finish_delivery(Napi::Env, stream_handle_t* stream, stream_t*) {
+  {
+    std::lock_guard const lock((*stream)->mutex);
+    (*stream)->delivery_gone = true;
+  }
+  delete stream;
+}
+
+void drop_stream(Napi::Env, stream_handle_t* stream) {
+  (*stream)->close();
+  delete stream;
+}
+
+// openStream(concurrency) -> External: the stream's threads, waiting.
+Napi::Value open_stream(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    Napi::Env env = info.Env();
+    double const concurrency = info[0].IsNumber() ? info[0].As<Napi::Number>().DoubleValue() : 0;
+    if (!(concurrency >= 1 && concurrency <= 1024))
+      throw Napi::RangeError::New(env, "tidewell: openStream's concurrency out of range");
+    // More threads than processors gain nothing; a few more than asked for
+    // on a small machine keeps the old reach of libuv's four.
+    std::size_t const processors = std::max(4u, std::thread::hardware_concurrency());
+    std::size_t const threads = std::min(static_cast<std::size_t>(concurrency), processors);
+    auto stream = std::make_shared<stream_t>();
+    stream->delivery =
+        delivery_t::New(env, "tidewell.stream", 0, threads, stream.get(), finish_delivery, new stream_handle_t(stream));
+    stream->delivery.Unref(env);
+    std::size_t started = 0;
+    try {
+      for (; started < threads; ++started)
+        std::thread(stream_t::work, stream).detach();
+    } catch (...) {
+      stream->close();
+      std::lock_guard const lock(stream->mutex);
+      for (std::size_t i = started; i < threads; ++i)
+        stream->delivery.Release();
+      if (started == 0)
+        throw;
+    }
+    return Napi::External<stream_handle_t>::New(env, new stream_handle_t(std::move(stream)), drop_stream);
+  });
+}
+
+stream_handle_t const& stream_of(Napi::Env env, Napi::Value value) {
+  if (!value.IsExternal())
+    throw Napi::TypeError::New(env, "tidewell: not a stream");
+  return *value.As<Napi::External<stream_handle_t>>().Data();
+}
+
+// Queues a job on its stream; its promise.
+Napi::Value submit(Napi::Env env, stream_handle_t const& stream, std::unique_ptr<job_t> job) {
+  // Only the JavaScript thread closes a stream, so this holds until the push.
+  if (stream->closed)
+    throw Napi::Error::New(env, "tidewell: the stream is closed");
+  napi_value promise = nullptr;
+  NAPI_THROW_IF_FAILED(env, napi_create_promise(env, &job->deferred, &promise), Napi::Value());
+  job->stream = stream;
+  {
+    std::lock_guard const lock(stream->mutex);
+    stream->jobs.push_back(job.release());
+  }
+  if (stream->out++ == 0)
+    stream->delivery.Ref(env);
+  stream->wake.notify_one();
+  return Napi::Value(env, promise);
+}
+
+// closeStream(stream): its threads end once the queued batches are back.
+Napi::Value close_stream(Napi::CallbackInfo const& info) {
+  return guarded(info.Env(), [&]() -> Napi::Value {
+    stream_of(info.Env(), info[0])->close();
+    return info.Env().Undefined();
+  });
+}
+
+// parseBatch(stream, sources: Array, options) -> Promise<External>
 Napi::Value parse_batch(Napi::CallbackInfo const& info) {
   return guarded(info.Env(), [&]() -> Napi::Value {
     Napi::Env env = info.Env();
-    if (!info[0].IsArray())
+    stream_handle_t const& stream = stream_of(env, info[0]);
+    if (!info[1].IsArray())
       throw Napi::TypeError::New(env, "tidewell: parseBatch takes an array");
-    Napi::Array const list = info[0].As<Napi::Array>();
-    std::vector<item_t> items;
-    items.reserve(list.Length());
+    Napi::Array const list = info[1].As<Napi::Array>();
+    auto job = std::make_unique<job_t>();
+    job->items.reserve(list.Length());
     for (std::uint32_t i = 0; i < list.Length(); ++i)
-      items.push_back(item_of(env, list.Get(i)));
-    auto* const worker = new batch_worker_t(env, std::move(items), settings_of(info, 1), nullptr, 0, 0);
-    Napi::Promise const promise = worker->promise();
-    worker->Queue();
-    return promise;
+      job->items.push_back(item_of(env, list.Get(i)));
+    job->settings = settings_of(info, 2);
+    return submit(env, stream, std::move(job));
   });
 }
 
@@ -768,22 +917,23 @@ Napi::Value open_walk(Napi::CallbackInfo const& info) {
   });
 }
 
-// walkBatch(walk, count, byteBudget, options) -> Promise<External>
+// walkBatch(stream, walk, count, byteBudget, options) -> Promise<External>
 Napi::Value walk_batch(Napi::CallbackInfo const& info) {
   return guarded(info.Env(), [&]() -> Napi::Value {
     Napi::Env env = info.Env();
-    if (!info[0].IsExternal() || !info[1].IsNumber() || !info[2].IsNumber())
-      throw Napi::TypeError::New(env, "tidewell: walkBatch(walk, count, bytes, options)");
-    walk_handle_t const walk = *info[0].As<Napi::External<walk_handle_t>>().Data();
-    double const count = info[1].As<Napi::Number>().DoubleValue();
-    double const bytes = info[2].As<Napi::Number>().DoubleValue();
+    stream_handle_t const& stream = stream_of(env, info[0]);
+    if (!info[1].IsExternal() || !info[2].IsNumber() || !info[3].IsNumber())
+      throw Napi::TypeError::New(env, "tidewell: walkBatch(stream, walk, count, bytes, options)");
+    double const count = info[2].As<Napi::Number>().DoubleValue();
+    double const bytes = info[3].As<Napi::Number>().DoubleValue();
     if (!(count >= 1 && count <= 1e6) || !(bytes >= 1 && bytes <= 1e12))
       throw Napi::RangeError::New(env, "tidewell: walkBatch's count or bytes out of range");
-    auto* const worker =
-        new batch_worker_t(env, {}, settings_of(info, 3), walk, std::size_t(count), std::size_t(bytes));
-    Napi::Promise const promise = worker->promise();
-    worker->Queue();
-    return promise;
+    auto job = std::make_unique<job_t>();
+    job->walk = *info[1].As<Napi::External<walk_handle_t>>().Data();
+    job->count = std::size_t(count);
+    job->byte_budget = std::size_t(bytes);
+    job->settings = settings_of(info, 4);
+    return submit(env, stream, std::move(job));
   });
 }
 
@@ -879,6 +1029,8 @@ using namespace node_binding;
 Napi::Object init(Napi::Env env, Napi::Object exports) {
   exports.Set("parse", Napi::Function::New(env, parse, "parse"));
   exports.Set("parseSync", Napi::Function::New(env, parse_sync, "parseSync"));
+  exports.Set("openStream", Napi::Function::New(env, open_stream, "openStream"));
+  exports.Set("closeStream", Napi::Function::New(env, close_stream, "closeStream"));
   exports.Set("parseBatch", Napi::Function::New(env, parse_batch, "parseBatch"));
   exports.Set("openWalk", Napi::Function::New(env, open_walk, "openWalk"));
   exports.Set("walkBatch", Napi::Function::New(env, walk_batch, "walkBatch"));

@@ -10,7 +10,7 @@ const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
 const { spawnSync } = require('node:child_process');
-const { source, packageDir } = require('./helper.js');
+const { source, packageDir, examples } = require('./helper.js');
 
 const CHILD = `
 const tidewell = require(process.argv[1]);
@@ -47,4 +47,34 @@ test('the fuzz seeds, whole and mangled, never crash', (t) => {
   assert.equal(done.status, 0, done.stderr);
   const [files] = done.stdout.trim().split(' ').map(Number);
   assert.ok(files > 100, done.stdout);
+});
+
+// Worker threads ended at every stage: while they load the addon, while
+// their streams' threads still parse, and while finished batches wait to be
+// delivered. Ending one must never end the process.
+const WORKERS = `
+const { Worker } = require('node:worker_threads');
+const [entry, examples] = process.argv.slice(1);
+const body = \`const t = require(\${JSON.stringify(entry)});
+const paths = t.listFiles(\${JSON.stringify(examples)});
+const all = Array.from({ length: 400 }, () => paths).flat();
+(async () => { let n = 0;
+  for await (const m of t.parseMany(all, { concurrency: 2 }))
+    if (++n === 40) require('node:worker_threads').parentPort.postMessage('parsing'); })();\`;
+(async () => {
+  for (let round = 0; round < 24; round++) {
+    const worker = new Worker(body, { eval: true });
+    if (round % 4 === 0) await new Promise((r) => setTimeout(r, round));
+    else await new Promise((r) => worker.once('message', () => setTimeout(r, round % 4 === 1 ? 0 : round)));
+    await worker.terminate();
+  }
+  console.log('ended');
+})();
+`;
+
+test('worker threads ended while they parse leave the process running', () => {
+  const done = spawnSync(process.execPath, ['-e', WORKERS, packageDir, examples], { encoding: 'utf8' });
+  assert.equal(done.signal, null, done.stderr);
+  assert.equal(done.status, 0, done.stderr);
+  assert.equal(done.stdout.trim(), 'ended');
 });
