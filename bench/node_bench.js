@@ -166,12 +166,16 @@ function report(rows, best, paths, sample, bytes, rounds) {
       'parseMany c1 over tidewell-import -j 1, 1 core',
       rate('parseMany c1, 1 core') / rate('tidewell-import -j 1 --json, 1 core'), 0.6, '%'
     ],
-    [ 'parseMany c2 over c1', rate('parseMany c2') / rate('parseMany c1'), 1.8, 'x' ],
+    // Scaling with processors: two threads on two cores against one core. c1 unpinned is not the
+    // base: it has a second core already, where the JavaScript thread converts one batch while the
+    // stream's thread parses the next, so c2 over it is bound by (parse + convert) / parse.
+    [ 'parseMany c2 over c1 on one core', rate('parseMany c2') / rate('parseMany c1, 1 core'), 1.8, 'x' ],
+    [ 'parseMany c2 over c1 unpinned (no goal)', rate('parseMany c2') / rate('parseMany c1'), 0, 'x' ],
   ];
   const show = (x, unit) => (unit === '%' ? `${Math.round(x * 100)}%` : `${x.toFixed(2)}x`);
   console.log('\n| measure | goal | measured |\n|---|---|---|');
   for (const [name, value, goal, unit] of goals)
-    console.log(`| ${name} | at least ${unit === '%' ? `${goal * 100}%` : `${goal}x`} | **${show(value, unit)}**` +
+    console.log(`| ${name} | ${goal ? `at least ${unit === '%' ? `${goal * 100}%` : `${goal}x`}` : ''} | **${show(value, unit)}**` +
                 `${value < goal ? ' (missed)' : ''} |`);
   console.log(`\ntidewell-import -j 2 over -j 1 (for comparison with parseMany c2 over c1): ` +
               `${(rate('tidewell-import -j 2 --json') / rate('tidewell-import -j 1 --json, 1 core')).toFixed(2)}x`);
