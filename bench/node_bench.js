@@ -168,7 +168,7 @@ function report(rows, best, paths, sample, bytes, rounds) {
     ],
     // Scaling with processors: two threads on two cores against one core. c1 unpinned is not the
     // base: it has a second core already, where the JavaScript thread converts one batch while the
-    // stream's thread parses the next, so c2 over it is bound by (parse + convert) / parse.
+    // stream's thread parses the next, so c2 over it is bound by 2 / (the cores c1 keeps busy).
     [ 'parseMany c2 over c1 on one core', rate('parseMany c2') / rate('parseMany c1, 1 core'), 1.8, 'x' ],
     [ 'parseMany c2 over c1 unpinned (no goal)', rate('parseMany c2') / rate('parseMany c1'), 0, 'x' ],
   ];
