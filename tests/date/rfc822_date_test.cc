@@ -161,8 +161,6 @@ TEST(date, full_reading_months_offsets_and_iso_dates) {
       {"2 December 2021 10:00:00 Nowhere", sys_days(2021y / December / 2) + 10h, 0min}, // unknown: UTC
       {"5 May 2021 10:00:00 -0730", sys_days(2021y / May / 5) + 17h + 30min, -(7h + 30min)},
       {"1 January 2022 00:30:00 +0100", sys_days(2021y / December / 31) + 23h + 30min, 1h},
-      {"Tue Jul 1 10:52:37 EST 2003 +0200", sys_days(2003y / July / 1) + 8h + 52min + 37s, 2h},
-      {"16 May 2016 10:30:32 GMT+1", base, 1h},
       {"Mon, 16 May 2016 04:30:32 UTC-5", base, -5h},
       {"16 May 2016 15:00:32 gmt+05:30", base, 5h + 30min},
       {"16 May 2016 04:30:32 -05", base, -5h},

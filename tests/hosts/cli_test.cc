@@ -18,9 +18,11 @@ tidewell::date_t date_at(int y, unsigned m, unsigned d, int hours, int minutes, 
           std::chrono::minutes(offset_minutes)};
 }
 
-// The full reading's record: every key in its place, null for what the
-// message lacks, [] for an empty list, dates in the sender's zone, and
-// bytes that are not UTF-8 repaired even where the reading leaves them.
+// The full reading's listing: what the message lacks left out, lists one
+// element a line, the date in the sender's zone, and bytes that are not
+// UTF-8 repaired even where the reading leaves them. Its JSON record, every
+// key in its place, is pinned by the golden digests over the corpus; here
+// the keys no corpus record has, and a repaired string.
 TEST(output, full_record) {
   cli::record_t record{"m.eml", true, {}};
   record.full.emplace();
@@ -33,15 +35,6 @@ TEST(output, full_record) {
   m.references = {"a@x", "b@x"};
   m.text = "Hello\n";
   m.attachments = {{"r\xE9.csv", "text/csv", 20, "", "attachment"}};
-  EXPECT_EQ(
-      cli::to_json_line(record),
-      "{\"schema\":1,\"path\":\"m.eml\",\"imported\":true,\"subject\":\"Crew \\\"rota\\\"\",\"from\":[{\"name\":"
-      "\"Marta K\",\"address\":\"marta@example.com\"}],\"sender\":[],\"reply_to\":[],\"to\":[{\"name\":\"Bob\","
-      "\"address\":\"bob@example.org\"},{\"name\":\"\",\"address\":\"ann@example.com\"}],\"cc\":[{\"name\":"
-      "\"Bob\",\"address\":\"bob@example.org\"}],\"bcc\":[],\"date\":\"2025-10-07T03:30:00+02:00\","
-      "\"received\":null,\"message_id\":null,\"in_reply_to\":null,\"references\":[\"a@x\",\"b@x\"],\"text\":"
-      "\"Hello\\n\",\"attachments\":[{\"file_name\":\"r\xEF\xBF\xBD.csv\",\"media_type\":\"text/csv\",\"size\":20,"
-      "\"content_id\":\"\",\"disposition\":\"attachment\"}]}\n");
   EXPECT_EQ(cli::to_listing(record),
             "m.eml\n"
             "subject     = \"Crew \\\"rota\\\"\"\n"
@@ -58,12 +51,13 @@ TEST(output, full_record) {
   record.error = "Input/output error";
   record.full.emplace();
   record.full->cut = true;
+  record.full->subject = "r\xE9";
   record.full_problems = true;
   record.full->problems = {
       {quern::error::code_t::multipart_no_closing_boundary, 42, "No closing MIME boundary found", "--b\n"}};
   std::string const line = cli::to_json_line(record);
   std::string const start = "{\"schema\":1,\"path\":\"box\",\"message\":3,\"imported\":false,\"error\":\"Input/output "
-                            "error\",\"subject\":null,";
+                            "error\",\"subject\":\"r\xEF\xBF\xBD\",";
   EXPECT_EQ(line.substr(0, start.size()), start);
   EXPECT_EQ(line.substr(line.find(",\"attachments\"")),
             ",\"attachments\":[],\"problems\":[{\"code\":\"multipart_no_closing_boundary\",\"offset\":42,\"text\":"

@@ -223,7 +223,6 @@ def case_path_bytes(tmp):
     by_bytes = [urllib.parse.unquote_to_bytes(r["path_bytes"]) if "path_bytes" in r else None for r in lines]
     check(status == 0 and by_bytes == [None, b"./caf\xe8.eml", b"./caf\xe9.eml"], "path_bytes: %r" % lines)
     check(lines[1]["path"] == lines[2]["path"] == "./caf\ufffd.eml", "path keeps U+FFFD")
-    check({k: v for k, v in fields(lines[1]).items() if k != "path_bytes"} == fields(lines[0]), "the rest as ever")
     listing = run(os.fsdecode(names[0]), cwd=tmp)[1].decode()
     check(listing.startswith("caf%E9.eml\n  (the path is not UTF-8"), "the listing: %r" % listing[:80])
 
@@ -376,17 +375,12 @@ def case_problems(tmp):
     # The desktop reading prints its parsers' records as they are, the full
     # reading each problem's text and context.
     for extra, key, line in ((["--desktop"], "description", "\n  problem: { "), ([], "text", "\n  problem: ")):
+        # (A problem's JSON keys: cli_test's output.full_record; its priority: rfc822_date_test.)
         status, out, _ = run("--json", "--problems", *extra, "-", stdin=MALFORMED)
-        problems = records(out)[0]["problems"]
-        texts = [p[key] for p in problems]
+        texts = [p[key] for p in records(out)[0]["problems"]]
         check(status == 0 and any("closing MIME boundary" in t for t in texts), "unclosed multipart: %s" % texts)
-        check(all(isinstance(v, str) for p in problems for k, v in p.items() if k != "offset"), "records are strings")
-        if not extra:
-            check(all(p["code"] and isinstance(p["offset"], int) for p in problems), "full problems: code, offset")
         _, text, _ = run("--problems", *extra, "-", stdin=MALFORMED)
-        check(text.decode().count(line) == len(problems), "one indented line per problem %s" % extra)
-        if extra:
-            check(any(p.get("#priority") == "low" for p in problems), "obsolete date forms are low priority")
+        check(text.decode().count(line) == len(texts), "one indented line per problem %s" % extra)
 
 
 def case_progress(tmp):

