@@ -149,6 +149,17 @@ std::size_t related_root(std::vector<byte_range_t> const& parts, content_fields_
   return shown == parts.size() ? 0 : shown;
 }
 
+// A part's content fields. A digest's parts are enclosed messages unless
+// they say otherwise: a part without a Content-Type is one.
+content_fields_t part_fields(char const*& first, char const* last, bool digest) {
+  content_fields_t fields = quick_parse_content_fields(first, last);
+  if (digest && fields.content_type.empty()) {
+    fields.type = "message";
+    fields.subtype = "rfc822";
+  }
+  return fields;
+}
+
 std::vector<byte_range_t> body_parts(char const* begin, char const* end, content_fields_t const& headers,
                                      bool first_only, quern::error::handler_t* problems,
                                      delimiter_index_t const* index) {
@@ -233,6 +244,7 @@ struct frame_t {
   std::vector<byte_range_t> parts; // in walking order
   std::size_t next = 0;
   std::vector<byte_range_t> name_parts; // walked for file names only, after the parts
+  bool digest = false;                  // the parts are a digest's, enclosed messages by default
   // The one part of parts walked for text when not all are (a related
   // part's root in the full reading); the others are walked for names.
   std::size_t text_part = std::size_t(-1);
@@ -289,6 +301,7 @@ public:
       }
       char const* const base_begin = frame.base_begin;
       char const* const base_end = frame.base_end;
+      bool const digest = frame.digest;
       context_t const context = frame.context;
       // A part's problems are placed at the part; a part of a decoded body
       // has no place in the message, so at the entity it was decoded from.
@@ -298,13 +311,13 @@ public:
                      : frame.origin;
       quern::error::offset_scope_t const here(context.problems, current_);
       if (for_names) {
-        done = open_names(part.first, part.second, base_begin, base_end, context);
+        done = open_names(part.first, part.second, base_begin, base_end, context, digest);
         text = no_text_marker;
         continue;
       }
       // A nested entity: its own header block, then its body.
       auto [first, last] = part;
-      content_fields_t part_headers = quick_parse_content_fields(first, last);
+      content_fields_t part_headers = part_fields(first, last, digest);
       done = open_entity(first, last, base_begin, base_end, part_headers, false, context, text);
     }
   }
@@ -412,17 +425,19 @@ private:
   }
 
   // A multipart's parts: all of a mixed one (below 20,000,000 bytes), one
-  // alternative, or else the first part.
+  // alternative, or else the first part. The full reading reads a digest
+  // as mixed: each of its parts is a message of its own.
   void open_multipart(char const* begin, char const* end, char const* base_begin, char const* base_end,
                       std::vector<char> buffer, content_fields_t const& headers, std::string const& subtype,
                       context_t const& context) {
     frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
     frame.origin = current_;
-    bool const walk_all = subtype == "mixed"sv && end - begin < 20'000'000;
+    frame.digest = context.full && subtype == "digest"sv;
+    bool const walk_all = (subtype == "mixed"sv || frame.digest) && end - begin < 20'000'000;
     // The full reading looks at every part: for names, and for alternatives.
     frame.parts = body_parts(begin, end, headers, !walk_all && !context.full, context.problems,
                              index_for(base_begin, base_end, begin, end));
-    if (subtype == "mixed"sv && walk_all) {
+    if (walk_all) {
       frame.join = join_t::all;
     } else if (subtype == "alternative"sv && context.full) {
       // The first alternative that gives plain text, else the first that
@@ -457,10 +472,10 @@ private:
   // Only the file names of a part whose text is not wanted: true when done,
   // false when its parts come next.
   bool open_names(char const* begin, char const* end, char const* base_begin, char const* base_end,
-                  context_t const& context) {
+                  context_t const& context, bool digest) {
     if (stack_.size() > max_nesting_depth)
       return true;
-    content_fields_t const headers = quick_parse_content_fields(begin, end);
+    content_fields_t const headers = part_fields(begin, end, digest);
     if (headers.type == "message"sv && headers.subtype == "rfc822"sv)
       return open_message_names(begin, end, base_begin, base_end, headers, context);
     if (headers.type != "multipart"sv) {
@@ -469,6 +484,7 @@ private:
     }
     frame_t frame({}, base_begin, base_end, context, join_t::names);
     frame.origin = current_;
+    frame.digest = context.full && headers.subtype == "digest"sv;
     frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end));
     stack_.push_back(std::move(frame));
     return false;

@@ -127,6 +127,11 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
       // encoded one too.
       {multipart("report", {plain, enclosed(nested("mixed", {plain, pdf}))}), "plain words", "plain words", {"a.pdf"}},
       {multipart("digest", {enclosed(plain), enclosed(png)}), "plain words", "plain words", {"logo.png"}},
+      // Every part of a digest is read; one without a Content-Type is a message.
+      {multipart("digest", {"\nSubject: one\n\nfirst", "\nSubject: two\n\nsecond", png}),
+       "Subject: one\n\nfirst",
+       "first\nsecond",
+       {"logo.png"}},
       {multipart("related", {html, "Content-Type: message/rfc822\nContent-Transfer-Encoding: base64\n\n"
                                    "U3ViamVjdDogaW5uZXIKQ29udGVudC1UeXBlOiBpbWFnZS9wbmc7IG5hbWU9eC5wbmcKClBORw=="}),
        marker,
