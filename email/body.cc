@@ -149,6 +149,21 @@ std::size_t related_root(std::vector<byte_range_t> const& parts, content_fields_
   return shown == parts.size() ? 0 : shown;
 }
 
+// Whether all of a multipart's parts are its text. Of the subtypes below
+// only one part is (an alternative, a related root, signed or encrypted
+// content, the human part of a report, ...). The full reading reads every
+// other one as mixed, parallel and subtypes it has never met too: their
+// parts are the message's content side by side, and reading only the first
+// would lose the rest.
+bool reads_every_part(std::string const& subtype, bool full) {
+  static constexpr std::string_view one_part[] = {
+      "alternative", "appledouble", "byteranges", "encrypted", "form-data",     "header-set",
+      "multilingual", "related",    "report",     "signed",    "voice-message", "x-mixed-replace"};
+  if (subtype == "mixed"sv)
+    return true;
+  return full && std::find(std::begin(one_part), std::end(one_part), subtype) == std::end(one_part);
+}
+
 // A part's content fields. A digest's parts are enclosed messages unless
 // they say otherwise: a part without a Content-Type is one.
 content_fields_t part_fields(char const*& first, char const* last, bool digest) {
@@ -426,14 +441,15 @@ private:
 
   // A multipart's parts: all of a mixed one (below 20,000,000 bytes), one
   // alternative, or else the first part. The full reading reads a digest
-  // as mixed: each of its parts is a message of its own.
+  // (each of its parts a message of its own) and subtypes it does not know
+  // as mixed.
   void open_multipart(char const* begin, char const* end, char const* base_begin, char const* base_end,
                       std::vector<char> buffer, content_fields_t const& headers, std::string const& subtype,
                       context_t const& context) {
     frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
     frame.origin = current_;
     frame.digest = context.full && subtype == "digest"sv;
-    bool const walk_all = (subtype == "mixed"sv || frame.digest) && end - begin < 20'000'000;
+    bool const walk_all = reads_every_part(subtype, context.full) && end - begin < 20'000'000;
     // The full reading looks at every part: for names, and for alternatives.
     frame.parts = body_parts(begin, end, headers, !walk_all && !context.full, context.problems,
                              index_for(base_begin, base_end, begin, end));

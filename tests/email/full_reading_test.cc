@@ -132,6 +132,10 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
        "Subject: one\n\nfirst",
        "first\nsecond",
        {"logo.png"}},
+      // Parallel and unknown subtypes read as mixed; signed keeps its content.
+      {multipart("parallel", {plain, html}), "plain words", "plain words\nhtml words\n", {}},
+      {multipart("x-unheard-of", {plain, plain}), "plain words", "plain words\nplain words", {}},
+      {multipart("signed", {plain, "Content-Type: text/plain\n\nsignature"}), "plain words", "plain words", {}},
       {multipart("related", {html, "Content-Type: message/rfc822\nContent-Transfer-Encoding: base64\n\n"
                                    "U3ViamVjdDogaW5uZXIKQ29udGVudC1UeXBlOiBpbWFnZS9wbmc7IG5hbWU9eC5wbmcKClBORw=="}),
        marker,
