@@ -140,7 +140,7 @@ std::size_t related_root(std::vector<byte_range_t> const& parts, content_fields_
   std::size_t shown = parts.size();
   for (std::size_t i = 0; i != parts.size() && (shown == parts.size() || !start.empty()); ++i) {
     char const* first = parts[i].first;
-    content_fields_t const part = quick_parse_content_fields(first, parts[i].second);
+    content_fields_t const part = quick_parse_content_fields(first, parts[i].second, reading_t::full);
     if (!start.empty() && without_angles(part.content_id) == start)
       return i;
     if (shown == parts.size() && is_inline(part.disposition, true))
@@ -166,8 +166,8 @@ bool reads_every_part(std::string const& subtype, bool full) {
 
 // A part's content fields. A digest's parts are enclosed messages unless
 // they say otherwise: a part without a Content-Type is one.
-content_fields_t part_fields(char const*& first, char const* last, bool digest) {
-  content_fields_t fields = quick_parse_content_fields(first, last);
+content_fields_t part_fields(char const*& first, char const* last, bool digest, reading_t reading) {
+  content_fields_t fields = quick_parse_content_fields(first, last, reading);
   if (digest && fields.content_type.empty()) {
     fields.type = "message";
     fields.subtype = "rfc822";
@@ -332,7 +332,7 @@ public:
       }
       // A nested entity: its own header block, then its body.
       auto [first, last] = part;
-      content_fields_t part_headers = part_fields(first, last, digest);
+      content_fields_t part_headers = part_fields(first, last, digest, reading_of(context));
       done = open_entity(first, last, base_begin, base_end, part_headers, false, context, text);
     }
   }
@@ -491,7 +491,7 @@ private:
                   context_t const& context, bool digest) {
     if (stack_.size() > max_nesting_depth)
       return true;
-    content_fields_t const headers = part_fields(begin, end, digest);
+    content_fields_t const headers = part_fields(begin, end, digest, reading_of(context));
     if (headers.type == "message"sv && headers.subtype == "rfc822"sv)
       return open_message_names(begin, end, base_begin, base_end, headers, context);
     if (headers.type != "multipart"sv) {

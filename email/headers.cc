@@ -239,14 +239,20 @@ struct field_t {
   char const* value_last;
 };
 
-// Reads the field that starts at p; returns where the next one starts.
-char const* scan_field(char const* p, char const* last, field_t& field) {
+// Reads the field that starts at p; returns where the next one starts. The
+// full reading takes the blanks before a colon out of the name: old mailers
+// wrote "Subject :", and the field is no less the subject for it.
+char const* scan_field(char const* p, char const* last, field_t& field, reading_t reading) {
   field.name_first = p;
   while (p != last && *p != ':' && *p != '\n')
     ++p;
   field.name_last = p;
-  if (p != last && *p == ':')
+  if (p != last && *p == ':') {
+    if (reading == reading_t::full)
+      while (field.name_last != field.name_first && is_blank(field.name_last[-1]))
+        --field.name_last;
     ++p;
+  }
   while (p != last && *p == ' ')
     ++p;
   field.value_first = p;
@@ -259,7 +265,8 @@ char const* scan_field(char const* p, char const* last, field_t& field) {
 
 // Calls visit with each field of the header block at first, up to the empty
 // line or last; leaves first at the body.
-template <typename Visit> void for_each_field(char const*& first, char const* last, Visit visit) {
+template <typename Visit>
+void for_each_field(char const*& first, char const* last, reading_t reading, Visit visit) {
   char const* p = first;
   while (p != last) {
     if (*p == '\n') {
@@ -267,7 +274,7 @@ template <typename Visit> void for_each_field(char const*& first, char const* la
       break;
     }
     field_t field;
-    p = scan_field(p, last, field);
+    p = scan_field(p, last, field, reading);
     visit(field);
   }
   first = p;
@@ -293,7 +300,7 @@ public:
       found_ = true;
       std::string text;
       char const* p = block_;
-      for_each_field(p, last_, [&](field_t const& field) {
+      for_each_field(p, last_, reading_t::full, [&](field_t const& field) {
         if (is_wanted(field.name_first, field.name_last, wanted_) && has_raw_8bit(field.value_first, field.value_last))
           text.append(field.value_first, field.value_last).append(1, '\n');
       });
@@ -409,7 +416,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     return raw_charset().empty() ? default_fallback_charset() : raw_charset();
   };
   bool raw_addresses = false; // an address field kept raw holds 8-bit text that is not UTF-8
-  for_each_field(first, last, [&](field_t const& field) {
+  for_each_field(first, last, reading, [&](field_t const& field) {
     // Most fields are not wanted: they are looked up lower-cased on the
     // stack and only a wanted name is copied.
     if (!is_wanted(field.name_first, field.name_last, wanted))
@@ -439,10 +446,10 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   return map;
 }
 
-content_fields_t quick_parse_content_fields(char const*& first, char const* last) {
+content_fields_t quick_parse_content_fields(char const*& first, char const* last, reading_t reading) {
   content_fields_t fields;
   std::string encoding;
-  for_each_field(first, last, [&](field_t const& field) {
+  for_each_field(first, last, reading, [&](field_t const& field) {
     auto const name = std::string_view(field.name_first, static_cast<std::size_t>(field.name_last - field.name_first));
     std::string* value = nullptr;
     if (text::equals_lower(name, "content-type"sv))
