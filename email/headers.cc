@@ -11,6 +11,7 @@
 #include "charset/detect.h"
 #include "charset/utf8.h"
 #include "date/rfc822_date.h"
+#include "email/attachment_name.h"
 #include "email/encoded_word.h"
 #include "email/parameter.h"
 #include "text/ascii.h"
@@ -105,9 +106,13 @@ constexpr std::array<std::string_view, derived_keys> derived_names{"#boundary", 
 using derived_t = std::array<std::optional<std::string>, derived_keys>;
 
 // The media type, subtype, charset and boundary of a Content-Type value (or
-// of none), each with its MIME default.
+// of none), each with its MIME default. Where the plain parameter scan finds
+// no boundary, the full reading looks again with the reader of file names:
+// it passes over empty parameters ("mixed;; boundary=b") and reads a value
+// written as RFC 2231 sections ("boundary*=us-ascii''b"). Without a
+// boundary a multipart has no parts, and the message no text.
 void derive_content_type(std::string const* value, std::string& type, std::string& subtype, std::string& charset,
-                         std::string& boundary) {
+                         std::string& boundary, reading_t reading) {
   type = "text";
   subtype = "plain";
   charset = "us-ascii";
@@ -135,6 +140,8 @@ void derive_content_type(std::string const* value, std::string& type, std::strin
   char const* end = value->data() + value->size();
   if (type == "multipart"sv) {
     parse_parameter(params, end, "boundary", boundary);
+    if (boundary.empty() && reading == reading_t::full)
+      boundary = parameter_text(params, end, "boundary", ::charset::policy_t::guess);
   } else if (type == "text"sv) {
     std::string declared;
     parse_parameter(params, end, "charset", declared);
@@ -371,7 +378,7 @@ void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t readin
   derived_t derived;
   if (type) {
     std::string media, subtype, charset, boundary;
-    derive_content_type(find_value(map, "content-type"), media, subtype, charset, boundary);
+    derive_content_type(find_value(map, "content-type"), media, subtype, charset, boundary, reading);
     derived[type_key] = std::move(media);
     derived[subtype_key] = std::move(subtype);
     derived[charset_key] = std::move(charset);
@@ -466,7 +473,7 @@ content_fields_t quick_parse_content_fields(char const*& first, char const* last
     value->assign(field.value_first, field.value_last);
     cleanup_header_body(*value);
   });
-  derive_content_type(&fields.content_type, fields.type, fields.subtype, fields.charset, fields.boundary);
+  derive_content_type(&fields.content_type, fields.type, fields.subtype, fields.charset, fields.boundary, reading);
   fields.encoding = derive_word(&encoding, "7bit", false);
   fields.disposition = derive_word(&fields.content_disposition, "inline", true);
   return fields;

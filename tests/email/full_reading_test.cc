@@ -132,6 +132,8 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
        "Subject: one\n\nfirst",
        "first\nsecond",
        {"logo.png"}},
+      // A boundary after an empty parameter is found.
+      {"Content-Type: multipart/mixed;; boundary=\"b\"\n\n--b\n" + plain + "\n--b--\n", marker, "plain words", {}},
       // Parallel and unknown subtypes read as mixed; signed keeps its content.
       {multipart("parallel", {plain, html}), "plain words", "plain words\nhtml words\n", {}},
       {multipart("x-unheard-of", {plain, plain}), "plain words", "plain words\nplain words", {}},

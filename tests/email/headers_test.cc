@@ -64,6 +64,24 @@ TEST(scanner, full_reading_takes_blanks_before_the_colon) {
   }
 }
 
+// A boundary behind an empty parameter or in RFC 2231 sections is found by
+// the full reading; a plain one found first stands.
+TEST(scanner, full_reading_finds_every_boundary) {
+  std::tuple<std::string, std::string, std::string> const cases[] = {
+      // Content-Type, desktop boundary, full boundary
+      {"multipart/mixed;; boundary=\"foo\"", "", "foo"},
+      {"multipart/mixed; ;\t; boundary=foo", "", "foo"},
+      {"multipart/mixed; boundary*=\"us-ascii'en'a%20b\"", "", "a b"},
+      {"multipart/mixed; boundary*0=\"ab\"; boundary*1=cd", "", "abcd"},
+      {"multipart/mixed; boundary=x; boundary*=utf-8''y", "x", "x"},
+  };
+  for (auto const& [type, desktop, full] : cases) {
+    std::string const block = "Content-Type: " + type + "\n\n";
+    EXPECT_EQ(scan(block).first.at("#boundary"), desktop) << type;
+    EXPECT_EQ(scan(block, email::reading_t::full).first.at("#boundary"), full) << type;
+  }
+}
+
 TEST(scanner, derives_content_keys) {
   std::pair<std::string, std::string> const cases[] = {
       // fields, "type/subtype charset [boundary] encoding disposition"
