@@ -134,6 +134,14 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
        {"logo.png"}},
       // A boundary after an empty parameter is found.
       {"Content-Type: multipart/mixed;; boundary=\"b\"\n\n--b\n" + plain + "\n--b--\n", marker, "plain words", {}},
+      // A message that is only an encoded message is decoded.
+      {"Content-Type: message/rfc822\nContent-Transfer-Encoding: base64\n\n"
+       "U3ViamVjdDogaW5uZXIKQ29udGVudC1UeXBlOiB0ZXh0L3BsYWluCgpoaWRkZW4gd29yZHM=\n",
+       marker,
+       "hidden words",
+       {}},
+      {"Content-Type: message/rfc822\nContent-Transfer-Encoding: quoted-printable\n\nSubject: x\n\ncaf=C3=A9", "caf=C3=A9",
+       "caf\xC3\xA9", {}},
       // Parallel and unknown subtypes read as mixed; signed keeps its content.
       {multipart("parallel", {plain, html}), "plain words", "plain words\nhtml words\n", {}},
       {multipart("x-unheard-of", {plain, plain}), "plain words", "plain words\nplain words", {}},
