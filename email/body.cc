@@ -177,8 +177,8 @@ content_fields_t part_fields(char const*& first, char const* last, bool digest, 
 
 std::vector<byte_range_t> body_parts(char const* begin, char const* end, content_fields_t const& headers,
                                      bool first_only, quern::error::handler_t* problems,
-                                     delimiter_index_t const* index) {
-  auto ranges = parse_subparts(begin, end, headers.boundary, first_only, problems, index);
+                                     delimiter_index_t const* index, reading_t reading) {
+  auto ranges = parse_subparts(begin, end, headers.boundary, first_only, problems, index, reading);
   // The first range is the preamble and the last whatever follows the
   // parts; neither is text of the message.
   if (ranges.size() >= 2) {
@@ -452,7 +452,7 @@ private:
     bool const walk_all = reads_every_part(subtype, context.full) && end - begin < 20'000'000;
     // The full reading looks at every part: for names, and for alternatives.
     frame.parts = body_parts(begin, end, headers, !walk_all && !context.full, context.problems,
-                             index_for(base_begin, base_end, begin, end));
+                             index_for(base_begin, base_end, begin, end), reading_of(context));
     if (walk_all) {
       frame.join = join_t::all;
     } else if (subtype == "alternative"sv && context.full) {
@@ -501,7 +501,8 @@ private:
     frame_t frame({}, base_begin, base_end, context, join_t::names);
     frame.origin = current_;
     frame.digest = context.full && headers.subtype == "digest"sv;
-    frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end));
+    frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end),
+                             reading_of(context));
     stack_.push_back(std::move(frame));
     return false;
   }
