@@ -231,6 +231,10 @@ TEST(html_text, block_elements_read_the_same_at_every_depth) {
       {"&bogus; &amp and &#65 &#0;&#xD800;&#x110000;&#;.", "&bogus; &amp and A .\n"},
       {"1 < 2 <3 <= 4", "1 < 2 <3 <= 4\n"},
       {"a<!DOCTYPE html>b<?php x ?>c", "abc\n"},
+      // Bogus comments are dropped as browsers drop them; "< " and "<3" stay.
+      {"V<? x >IA<?xml y>GR</nothing>A", "VIAGRA\n"},
+      {"G</>UA</ >RA <!x>d<! y>e</3>f <i>i</i>", "GUARA def i\n"},
+      {"a<![CDATA[b]]>c", "ac\n"},
       {"", ""},
       {"<div>  lots \n\t of   <i>space</i> </div>", "lots of space\n"},
       {"a<!-- hidden -->b<!-- <p>also</p> -->c", "abc\n"},
