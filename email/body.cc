@@ -156,19 +156,34 @@ std::size_t related_root(std::vector<byte_range_t> const& parts, content_fields_
 // parts are the message's content side by side, and reading only the first
 // would lose the rest.
 bool reads_every_part(std::string const& subtype, bool full) {
-  static constexpr std::string_view one_part[] = {
-      "alternative", "appledouble", "byteranges", "encrypted", "form-data",     "header-set",
-      "multilingual", "related",    "report",     "signed",    "voice-message", "x-mixed-replace"};
+  static constexpr std::string_view one_part[] = {"alternative", "appledouble", "byteranges",    "encrypted",
+                                                  "form-data",   "header-set",  "multilingual",  "related",
+                                                  "report",      "signed",      "voice-message", "x-mixed-replace"};
   if (subtype == "mixed"sv)
     return true;
   return full && std::find(std::begin(one_part), std::end(one_part), subtype) == std::end(one_part);
 }
 
+// Whether [first, last) begins with a header field: a name and its colon,
+// or a mailbox's "From " line.
+bool starts_with_field(char const* first, char const* last) {
+  if (last - first >= 5 && std::string_view(first, 5) == "From "sv)
+    return true;
+  auto const is_name_char = [](char c) { return c > ' ' && c < '\x7F' && c != ':'; };
+  char const* p = std::find_if_not(first, last, is_name_char);
+  if (p == first)
+    return false;
+  p = std::find_if_not(p, last, [](char c) { return c == ' ' || c == '\t'; });
+  return p != last && *p == ':';
+}
+
 // A part's content fields. A digest's parts are enclosed messages unless
-// they say otherwise: a part without a Content-Type is one.
+// they say otherwise: a part without a Content-Type is one, when it begins
+// with a header. One that begins with prose is a note its writer left
+// untyped, and read as the text it is; as a message it would be all header.
 content_fields_t part_fields(char const*& first, char const* last, bool digest, reading_t reading) {
   content_fields_t fields = quick_parse_content_fields(first, last, reading);
-  if (digest && fields.content_type.empty()) {
+  if (digest && fields.content_type.empty() && starts_with_field(first, last)) {
     fields.type = "message";
     fields.subtype = "rfc822";
   }
@@ -176,8 +191,8 @@ content_fields_t part_fields(char const*& first, char const* last, bool digest, 
 }
 
 std::vector<byte_range_t> body_parts(char const* begin, char const* end, content_fields_t const& headers,
-                                     bool first_only, quern::error::handler_t* problems,
-                                     delimiter_index_t const* index, reading_t reading) {
+                                     bool first_only, quern::error::handler_t* problems, delimiter_index_t const* index,
+                                     reading_t reading) {
   auto ranges = parse_subparts(begin, end, headers.boundary, first_only, problems, index, reading);
   // The first range is the preamble and the last whatever follows the
   // parts; neither is text of the message.

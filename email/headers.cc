@@ -272,8 +272,7 @@ char const* scan_field(char const* p, char const* last, field_t& field, reading_
 
 // Calls visit with each field of the header block at first, up to the empty
 // line or last; leaves first at the body.
-template <typename Visit>
-void for_each_field(char const*& first, char const* last, reading_t reading, Visit visit) {
+template <typename Visit> void for_each_field(char const*& first, char const* last, reading_t reading, Visit visit) {
   char const* p = first;
   while (p != last) {
     if (*p == '\n') {

@@ -400,8 +400,9 @@ std::size_t bogus_comment_size(char const* p, char const* last) {
   char const kind = p[1];
   if (kind == '!') {
     constexpr std::string_view doctype = "doctype";
-    bool const is_doctype = static_cast<std::size_t>(last - p - 2) >= doctype.size() &&
-                            std::equal(doctype.begin(), doctype.end(), p + 2, [](char a, char b) { return a == (b | 0x20); });
+    bool const is_doctype =
+        static_cast<std::size_t>(last - p - 2) >= doctype.size() &&
+        std::equal(doctype.begin(), doctype.end(), p + 2, [](char a, char b) { return a == (b | 0x20); });
     if (is_doctype)
       return 0;
   } else if (kind == '/') {

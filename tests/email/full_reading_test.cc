@@ -127,10 +127,12 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
       // encoded one too.
       {multipart("report", {plain, enclosed(nested("mixed", {plain, pdf}))}), "plain words", "plain words", {"a.pdf"}},
       {multipart("digest", {enclosed(plain), enclosed(png)}), "plain words", "plain words", {"logo.png"}},
-      // Every part of a digest is read; one without a Content-Type is a message.
-      {multipart("digest", {"\nSubject: one\n\nfirst", "\nSubject: two\n\nsecond", png}),
+      // Every part of a digest is read; one without a Content-Type is a
+      // message when it begins with a header, else text.
+      {multipart("digest",
+                 {"\nSubject: one\n\nfirst", "\nuntyped: a note", "\na note", "\nSubject : two\n\nsecond", png}),
        "Subject: one\n\nfirst",
-       "first\nsecond",
+       "first\na note\nsecond",
        {"logo.png"}},
       // A boundary after an empty parameter is found.
       {"Content-Type: multipart/mixed;; boundary=\"b\"\n\n--b\n" + plain + "\n--b--\n", marker, "plain words", {}},
@@ -140,8 +142,10 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
        marker,
        "hidden words",
        {}},
-      {"Content-Type: message/rfc822\nContent-Transfer-Encoding: quoted-printable\n\nSubject: x\n\ncaf=C3=A9", "caf=C3=A9",
-       "caf\xC3\xA9", {}},
+      {"Content-Type: message/rfc822\nContent-Transfer-Encoding: quoted-printable\n\nSubject: x\n\ncaf=C3=A9",
+       "caf=C3=A9",
+       "caf\xC3\xA9",
+       {}},
       // Parallel and unknown subtypes read as mixed; signed keeps its content.
       {multipart("parallel", {plain, html}), "plain words", "plain words\nhtml words\n", {}},
       {multipart("x-unheard-of", {plain, plain}), "plain words", "plain words\nplain words", {}},

@@ -129,21 +129,22 @@ TEST(scanner, content_fields_match_the_map) {
   };
   email::header_set_t const wanted{"content-type", "content-transfer-encoding", "content-disposition"};
   for (auto const reading : {email::reading_t::desktop, email::reading_t::full})
-  for (std::string const& block : blocks) {
-    test::exact_buffer_t const buffer(block);
-    char const* map_end = buffer.begin();
-    header_map_t const m = email::quick_parse_headers(map_end, buffer.end(), wanted, reading);
-    char const* fields_end = buffer.begin();
-    email::content_fields_t const f = email::quick_parse_content_fields(fields_end, buffer.end(), reading);
-    auto const at = [&](char const* key) { return m.contains(key) ? m.at(key) : std::string(); };
-    std::string const from_map = at("#type") + "/" + at("#subtype") + " " + at("#charset") + " [" + at("#boundary") +
-                                 "] " + at("#encoding") + " " + at("#disposition") + " | " + at("content-type") +
-                                 " | " + at("content-disposition");
-    std::string const from_fields = f.type + "/" + f.subtype + " " + f.charset + " [" + f.boundary + "] " + f.encoding +
-                                    " " + f.disposition + " | " + f.content_type + " | " + f.content_disposition;
-    EXPECT_EQ(from_fields, from_map) << testing::PrintToString(block);
-    EXPECT_EQ(fields_end, map_end) << testing::PrintToString(block);
-  }
+    for (std::string const& block : blocks) {
+      test::exact_buffer_t const buffer(block);
+      char const* map_end = buffer.begin();
+      header_map_t const m = email::quick_parse_headers(map_end, buffer.end(), wanted, reading);
+      char const* fields_end = buffer.begin();
+      email::content_fields_t const f = email::quick_parse_content_fields(fields_end, buffer.end(), reading);
+      auto const at = [&](char const* key) { return m.contains(key) ? m.at(key) : std::string(); };
+      std::string const from_map = at("#type") + "/" + at("#subtype") + " " + at("#charset") + " [" + at("#boundary") +
+                                   "] " + at("#encoding") + " " + at("#disposition") + " | " + at("content-type") +
+                                   " | " + at("content-disposition");
+      std::string const from_fields = f.type + "/" + f.subtype + " " + f.charset + " [" + f.boundary + "] " +
+                                      f.encoding + " " + f.disposition + " | " + f.content_type + " | " +
+                                      f.content_disposition;
+      EXPECT_EQ(from_fields, from_map) << testing::PrintToString(block);
+      EXPECT_EQ(fields_end, map_end) << testing::PrintToString(block);
+    }
 }
 
 // A prefix of a message gives prefixes of its field values and, once the
