@@ -28,6 +28,7 @@
 #include "email/html_text.h"
 #include "email/multipart.h"
 #include "email/parameter.h"
+#include "text/line_ends.h"
 
 namespace email {
 namespace {
@@ -247,6 +248,18 @@ std::string calendar_part_text(char const* begin, char const* end, std::vector<c
   return std::string(text.begin(), text.end());
 }
 
+// The full reading reads CR LF as LF, but only in the bytes as stored: an
+// encoded enclosed message is decoded after that, and with its CR LF left in
+// its header block would never end (only an empty LF line ends one).
+void lf_line_ends(std::vector<char>& decoded) {
+  if (!text::has_crlf(decoded.data(), decoded.data() + decoded.size()))
+    return;
+  std::vector<char> lf;
+  lf.reserve(decoded.size());
+  text::crlf_to_lf(decoded.data(), decoded.data() + decoded.size(), std::back_inserter(lf));
+  decoded.swap(lf);
+}
+
 // Searches at this depth and deeper use the delimiter index; shallower ones
 // scan, which costs less than building the index for ordinary mail.
 constexpr std::size_t indexed_depth = 8;
@@ -407,6 +420,8 @@ private:
           return true;
         if (decode(begin, end, top_level, type, subtype, encoding, headers.charset, buffer, context.problems,
                    reading_of(context))) {
+          if (context.full && type == "message"sv)
+            lf_line_ends(buffer);
           begin = buffer.data();
           end = begin + buffer.size();
           if (type != "text"sv) {
@@ -536,6 +551,8 @@ private:
       std::string type = headers.type, subtype = headers.subtype;
       if (decode(begin, end, false, type, subtype, headers.encoding, headers.charset, buffer, nullptr,
                  reading_of(context))) {
+        if (context.full && type == "message"sv)
+          lf_line_ends(buffer);
         begin = buffer.data();
         end = begin + buffer.size();
         decode_budget_ -= std::min(decode_budget_, buffer.size());

@@ -136,9 +136,9 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
        {"logo.png"}},
       // A boundary after an empty parameter is found.
       {"Content-Type: multipart/mixed;; boundary=\"b\"\n\n--b\n" + plain + "\n--b--\n", marker, "plain words", {}},
-      // A message that is only an encoded message is decoded.
+      // A message that is only an encoded message is decoded, its CR LF read as LF.
       {"Content-Type: message/rfc822\nContent-Transfer-Encoding: base64\n\n"
-       "U3ViamVjdDogaW5uZXIKQ29udGVudC1UeXBlOiB0ZXh0L3BsYWluCgpoaWRkZW4gd29yZHM=\n",
+       "U3ViamVjdDogaW5uZXINCkNvbnRlbnQtVHlwZTogdGV4dC9wbGFpbg0KDQpoaWRkZW4gd29yZHM=\n",
        marker,
        "hidden words",
        {}},
