@@ -93,6 +93,32 @@ bool military_zone(char letter, std::int64_t& zone) {
   return true;
 }
 
+// Past an "AM" or "PM" after a time ("6:09 PM", "6:09pm", "6:09 p.m."),
+// with hour moved onto the 24-hour clock: 12 AM is midnight, 12 PM noon.
+// An hour outside 1 to 12 keeps its value. Without a marker, p itself; a
+// word that only begins like one ("AMT") is none.
+char const* meridiem_end(char const* p, char const* last, int& hour) {
+  char const* q = p;
+  while (q != last && is_blank_or_nul(*q))
+    ++q;
+  if (q == last || ((*q | 0x20) != 'a' && (*q | 0x20) != 'p'))
+    return p;
+  bool const afternoon = (*q | 0x20) == 'p';
+  ++q;
+  if (q != last && *q == '.')
+    ++q;
+  if (q == last || (*q | 0x20) != 'm')
+    return p;
+  ++q;
+  if (q != last && *q == '.')
+    ++q;
+  if (q != last && text::is_alnum(*q))
+    return p;
+  if (hour >= 1 && hour <= 12)
+    hour = hour % 12 + (afternoon ? 12 : 0);
+  return q;
+}
+
 } // namespace
 
 rfc822_date_parser_t::rfc822_date_parser_t(char const* first, char const* last, quern::error::handler_t* problems,
@@ -438,6 +464,8 @@ bool rfc822_date_parser_t::parse_time_of_day() {
       cursor_ = colon;
     }
   }
+  if (rules_.twelve_hour_clock)
+    cursor_ = meridiem_end(cursor_, last_, hour);
   time_.tm_hour = hour;
   time_.tm_min = minute;
   time_.tm_sec = second;

@@ -44,13 +44,16 @@ namespace date {
 // minutes apart ("+05:30"); by default "GMT+1" is GMT, and "+05" five
 // minutes. And it reads ISO 8601 dates ("2007-11-09T18:37:09.25+02:00",
 // "2007-11-09 18:37:09"), which some programs write into Date fields; one
-// without an offset is in UTC, as an RFC date without a zone is.
+// without an offset is in UTC, as an RFC date without a zone is. Last, it
+// reads a 12-hour clock ("06:09:22 PM EDT" is 18:09:22 in EDT), where by
+// default the "PM" is taken for an unknown zone and the real one is lost.
 struct rules_t {
   bool full_month_names = false;
   bool numeric_zone_wins = false;
   bool written_offsets = false;
   bool iso_dates = false;
-  static constexpr rules_t full() { return {true, true, true, true}; }
+  bool twelve_hour_clock = false;
+  static constexpr rules_t full() { return {true, true, true, true, true}; }
 };
 
 // A parsed date as the message gave it: the instant, and the offset from UTC

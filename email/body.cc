@@ -28,6 +28,7 @@
 #include "email/html_text.h"
 #include "email/multipart.h"
 #include "email/parameter.h"
+#include "text/line_ends.h"
 
 namespace email {
 namespace {
@@ -140,7 +141,7 @@ std::size_t related_root(std::vector<byte_range_t> const& parts, content_fields_
   std::size_t shown = parts.size();
   for (std::size_t i = 0; i != parts.size() && (shown == parts.size() || !start.empty()); ++i) {
     char const* first = parts[i].first;
-    content_fields_t const part = quick_parse_content_fields(first, parts[i].second);
+    content_fields_t const part = quick_parse_content_fields(first, parts[i].second, reading_t::full);
     if (!start.empty() && without_angles(part.content_id) == start)
       return i;
     if (shown == parts.size() && is_inline(part.disposition, true))
@@ -149,10 +150,51 @@ std::size_t related_root(std::vector<byte_range_t> const& parts, content_fields_
   return shown == parts.size() ? 0 : shown;
 }
 
+// Whether all of a multipart's parts are its text. Of the subtypes below
+// only one part is (an alternative, a related root, signed or encrypted
+// content, the human part of a report, ...). The full reading reads every
+// other one as mixed, parallel and subtypes it has never met too: their
+// parts are the message's content side by side, and reading only the first
+// would lose the rest.
+bool reads_every_part(std::string const& subtype, bool full) {
+  static constexpr std::string_view one_part[] = {"alternative", "appledouble", "byteranges",    "encrypted",
+                                                  "form-data",   "header-set",  "multilingual",  "related",
+                                                  "report",      "signed",      "voice-message", "x-mixed-replace"};
+  if (subtype == "mixed"sv)
+    return true;
+  return full && std::find(std::begin(one_part), std::end(one_part), subtype) == std::end(one_part);
+}
+
+// Whether [first, last) begins with a header field: a name and its colon,
+// or a mailbox's "From " line.
+bool starts_with_field(char const* first, char const* last) {
+  if (last - first >= 5 && std::string_view(first, 5) == "From "sv)
+    return true;
+  auto const is_name_char = [](char c) { return c > ' ' && c < '\x7F' && c != ':'; };
+  char const* p = std::find_if_not(first, last, is_name_char);
+  if (p == first)
+    return false;
+  p = std::find_if_not(p, last, [](char c) { return c == ' ' || c == '\t'; });
+  return p != last && *p == ':';
+}
+
+// A part's content fields. A digest's parts are enclosed messages unless
+// they say otherwise: a part without a Content-Type is one, when it begins
+// with a header. One that begins with prose is a note its writer left
+// untyped, and read as the text it is; as a message it would be all header.
+content_fields_t part_fields(char const*& first, char const* last, bool digest, reading_t reading) {
+  content_fields_t fields = quick_parse_content_fields(first, last, reading);
+  if (digest && fields.content_type.empty() && starts_with_field(first, last)) {
+    fields.type = "message";
+    fields.subtype = "rfc822";
+  }
+  return fields;
+}
+
 std::vector<byte_range_t> body_parts(char const* begin, char const* end, content_fields_t const& headers,
-                                     bool first_only, quern::error::handler_t* problems,
-                                     delimiter_index_t const* index) {
-  auto ranges = parse_subparts(begin, end, headers.boundary, first_only, problems, index);
+                                     bool first_only, quern::error::handler_t* problems, delimiter_index_t const* index,
+                                     reading_t reading) {
+  auto ranges = parse_subparts(begin, end, headers.boundary, first_only, problems, index, reading);
   // The first range is the preamble and the last whatever follows the
   // parts; neither is text of the message.
   if (ranges.size() >= 2) {
@@ -206,6 +248,18 @@ std::string calendar_part_text(char const* begin, char const* end, std::vector<c
   return std::string(text.begin(), text.end());
 }
 
+// The full reading reads CR LF as LF, but only in the bytes as stored: an
+// encoded enclosed message is decoded after that, and with its CR LF left in
+// its header block would never end (only an empty LF line ends one).
+void lf_line_ends(std::vector<char>& decoded) {
+  if (!text::has_crlf(decoded.data(), decoded.data() + decoded.size()))
+    return;
+  std::vector<char> lf;
+  lf.reserve(decoded.size());
+  text::crlf_to_lf(decoded.data(), decoded.data() + decoded.size(), std::back_inserter(lf));
+  decoded.swap(lf);
+}
+
 // Searches at this depth and deeper use the delimiter index; shallower ones
 // scan, which costs less than building the index for ordinary mail.
 constexpr std::size_t indexed_depth = 8;
@@ -233,6 +287,7 @@ struct frame_t {
   std::vector<byte_range_t> parts; // in walking order
   std::size_t next = 0;
   std::vector<byte_range_t> name_parts; // walked for file names only, after the parts
+  bool digest = false;                  // the parts are a digest's, enclosed messages by default
   // The one part of parts walked for text when not all are (a related
   // part's root in the full reading); the others are walked for names.
   std::size_t text_part = std::size_t(-1);
@@ -289,6 +344,7 @@ public:
       }
       char const* const base_begin = frame.base_begin;
       char const* const base_end = frame.base_end;
+      bool const digest = frame.digest;
       context_t const context = frame.context;
       // A part's problems are placed at the part; a part of a decoded body
       // has no place in the message, so at the entity it was decoded from.
@@ -298,13 +354,13 @@ public:
                      : frame.origin;
       quern::error::offset_scope_t const here(context.problems, current_);
       if (for_names) {
-        done = open_names(part.first, part.second, base_begin, base_end, context);
+        done = open_names(part.first, part.second, base_begin, base_end, context, digest);
         text = no_text_marker;
         continue;
       }
       // A nested entity: its own header block, then its body.
       auto [first, last] = part;
-      content_fields_t part_headers = quick_parse_content_fields(first, last);
+      content_fields_t part_headers = part_fields(first, last, digest, reading_of(context));
       done = open_entity(first, last, base_begin, base_end, part_headers, false, context, text);
     }
   }
@@ -364,6 +420,8 @@ private:
           return true;
         if (decode(begin, end, top_level, type, subtype, encoding, headers.charset, buffer, context.problems,
                    reading_of(context))) {
+          if (context.full && type == "message"sv)
+            lf_line_ends(buffer);
           begin = buffer.data();
           end = begin + buffer.size();
           if (type != "text"sv) {
@@ -412,17 +470,20 @@ private:
   }
 
   // A multipart's parts: all of a mixed one (below 20,000,000 bytes), one
-  // alternative, or else the first part.
+  // alternative, or else the first part. The full reading reads a digest
+  // (each of its parts a message of its own) and subtypes it does not know
+  // as mixed.
   void open_multipart(char const* begin, char const* end, char const* base_begin, char const* base_end,
                       std::vector<char> buffer, content_fields_t const& headers, std::string const& subtype,
                       context_t const& context) {
     frame_t frame(std::move(buffer), base_begin, base_end, context, join_t::first);
     frame.origin = current_;
-    bool const walk_all = subtype == "mixed"sv && end - begin < 20'000'000;
+    frame.digest = context.full && subtype == "digest"sv;
+    bool const walk_all = reads_every_part(subtype, context.full) && end - begin < 20'000'000;
     // The full reading looks at every part: for names, and for alternatives.
     frame.parts = body_parts(begin, end, headers, !walk_all && !context.full, context.problems,
-                             index_for(base_begin, base_end, begin, end));
-    if (subtype == "mixed"sv && walk_all) {
+                             index_for(base_begin, base_end, begin, end), reading_of(context));
+    if (walk_all) {
       frame.join = join_t::all;
     } else if (subtype == "alternative"sv && context.full) {
       // The first alternative that gives plain text, else the first that
@@ -457,10 +518,10 @@ private:
   // Only the file names of a part whose text is not wanted: true when done,
   // false when its parts come next.
   bool open_names(char const* begin, char const* end, char const* base_begin, char const* base_end,
-                  context_t const& context) {
+                  context_t const& context, bool digest) {
     if (stack_.size() > max_nesting_depth)
       return true;
-    content_fields_t const headers = quick_parse_content_fields(begin, end);
+    content_fields_t const headers = part_fields(begin, end, digest, reading_of(context));
     if (headers.type == "message"sv && headers.subtype == "rfc822"sv)
       return open_message_names(begin, end, base_begin, base_end, headers, context);
     if (headers.type != "multipart"sv) {
@@ -469,7 +530,9 @@ private:
     }
     frame_t frame({}, base_begin, base_end, context, join_t::names);
     frame.origin = current_;
-    frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end));
+    frame.digest = context.full && headers.subtype == "digest"sv;
+    frame.parts = body_parts(begin, end, headers, false, nullptr, index_for(base_begin, base_end, begin, end),
+                             reading_of(context));
     stack_.push_back(std::move(frame));
     return false;
   }
@@ -488,6 +551,8 @@ private:
       std::string type = headers.type, subtype = headers.subtype;
       if (decode(begin, end, false, type, subtype, headers.encoding, headers.charset, buffer, nullptr,
                  reading_of(context))) {
+        if (context.full && type == "message"sv)
+          lf_line_ends(buffer);
         begin = buffer.data();
         end = begin + buffer.size();
         decode_budget_ -= std::min(decode_budget_, buffer.size());

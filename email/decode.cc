@@ -78,8 +78,11 @@ bool decode(char const* begin, char const* end, bool top_level, std::string& typ
     type = "application";
     subtype = "octet-stream";
   }
+  // An encoded enclosed message is decoded where the rules forbid it: inside
+  // a multipart always, and in the full reading at the top level too, where
+  // a message that is only an encoded message would otherwise give nothing.
   if (enc == "quoted-printable"sv || enc == "base64"sv) {
-    if (type == "message"sv && !top_level) {
+    if (type == "message"sv && (!top_level || reading == reading_t::full)) {
       report(problems, code_t::encoding_allowed_anyway,
              text::format(pattern_of<code_t::encoding_allowed_anyway>, enc.c_str(), type.c_str()));
     } else if (type == "message"sv || type == "multipart"sv) {

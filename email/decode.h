@@ -4,8 +4,9 @@
 // decode checks the Content-Transfer-Encoding against the part's media type
 // and repairs what senders get wrong: a second word after the encoding, a
 // charset name where the encoding belongs, an unknown encoding (binary data
-// for leaf types, 7bit for containers). Multiparts, and a message at the top
-// level, are never decoded: their structure is read as it stands. Message
+// for leaf types, 7bit for containers). Multiparts, and (in the desktop
+// reading) a message at the top level, are never decoded: their structure is
+// read as it stands. Message
 // types other than rfc822 are opaque data. mime_decode then runs the right
 // decoder. decode_text converts the decoded bytes to UTF-8 and canonicalises
 // the text by subtype.

@@ -11,6 +11,7 @@
 #include "charset/detect.h"
 #include "charset/utf8.h"
 #include "date/rfc822_date.h"
+#include "email/attachment_name.h"
 #include "email/encoded_word.h"
 #include "email/parameter.h"
 #include "text/ascii.h"
@@ -105,9 +106,13 @@ constexpr std::array<std::string_view, derived_keys> derived_names{"#boundary", 
 using derived_t = std::array<std::optional<std::string>, derived_keys>;
 
 // The media type, subtype, charset and boundary of a Content-Type value (or
-// of none), each with its MIME default.
+// of none), each with its MIME default. Where the plain parameter scan finds
+// no boundary, the full reading looks again with the reader of file names:
+// it passes over empty parameters ("mixed;; boundary=b") and reads a value
+// written as RFC 2231 sections ("boundary*=us-ascii''b"). Without a
+// boundary a multipart has no parts, and the message no text.
 void derive_content_type(std::string const* value, std::string& type, std::string& subtype, std::string& charset,
-                         std::string& boundary) {
+                         std::string& boundary, reading_t reading) {
   type = "text";
   subtype = "plain";
   charset = "us-ascii";
@@ -135,6 +140,8 @@ void derive_content_type(std::string const* value, std::string& type, std::strin
   char const* end = value->data() + value->size();
   if (type == "multipart"sv) {
     parse_parameter(params, end, "boundary", boundary);
+    if (boundary.empty() && reading == reading_t::full)
+      boundary = parameter_text(params, end, "boundary", ::charset::policy_t::guess);
   } else if (type == "text"sv) {
     std::string declared;
     parse_parameter(params, end, "charset", declared);
@@ -239,14 +246,20 @@ struct field_t {
   char const* value_last;
 };
 
-// Reads the field that starts at p; returns where the next one starts.
-char const* scan_field(char const* p, char const* last, field_t& field) {
+// Reads the field that starts at p; returns where the next one starts. The
+// full reading takes the blanks before a colon out of the name: old mailers
+// wrote "Subject :", and the field is no less the subject for it.
+char const* scan_field(char const* p, char const* last, field_t& field, reading_t reading) {
   field.name_first = p;
   while (p != last && *p != ':' && *p != '\n')
     ++p;
   field.name_last = p;
-  if (p != last && *p == ':')
+  if (p != last && *p == ':') {
+    if (reading == reading_t::full)
+      while (field.name_last != field.name_first && is_blank(field.name_last[-1]))
+        --field.name_last;
     ++p;
+  }
   while (p != last && *p == ' ')
     ++p;
   field.value_first = p;
@@ -259,7 +272,7 @@ char const* scan_field(char const* p, char const* last, field_t& field) {
 
 // Calls visit with each field of the header block at first, up to the empty
 // line or last; leaves first at the body.
-template <typename Visit> void for_each_field(char const*& first, char const* last, Visit visit) {
+template <typename Visit> void for_each_field(char const*& first, char const* last, reading_t reading, Visit visit) {
   char const* p = first;
   while (p != last) {
     if (*p == '\n') {
@@ -267,7 +280,7 @@ template <typename Visit> void for_each_field(char const*& first, char const* la
       break;
     }
     field_t field;
-    p = scan_field(p, last, field);
+    p = scan_field(p, last, field, reading);
     visit(field);
   }
   first = p;
@@ -293,7 +306,7 @@ public:
       found_ = true;
       std::string text;
       char const* p = block_;
-      for_each_field(p, last_, [&](field_t const& field) {
+      for_each_field(p, last_, reading_t::full, [&](field_t const& field) {
         if (is_wanted(field.name_first, field.name_last, wanted_) && has_raw_8bit(field.value_first, field.value_last))
           text.append(field.value_first, field.value_last).append(1, '\n');
       });
@@ -364,7 +377,7 @@ void derive_keys(header_map_t& map, header_set_t const& wanted, reading_t readin
   derived_t derived;
   if (type) {
     std::string media, subtype, charset, boundary;
-    derive_content_type(find_value(map, "content-type"), media, subtype, charset, boundary);
+    derive_content_type(find_value(map, "content-type"), media, subtype, charset, boundary, reading);
     derived[type_key] = std::move(media);
     derived[subtype_key] = std::move(subtype);
     derived[charset_key] = std::move(charset);
@@ -409,7 +422,7 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
     return raw_charset().empty() ? default_fallback_charset() : raw_charset();
   };
   bool raw_addresses = false; // an address field kept raw holds 8-bit text that is not UTF-8
-  for_each_field(first, last, [&](field_t const& field) {
+  for_each_field(first, last, reading, [&](field_t const& field) {
     // Most fields are not wanted: they are looked up lower-cased on the
     // stack and only a wanted name is copied.
     if (!is_wanted(field.name_first, field.name_last, wanted))
@@ -439,10 +452,10 @@ header_map_t quick_parse_headers(char const*& first, char const* last, header_se
   return map;
 }
 
-content_fields_t quick_parse_content_fields(char const*& first, char const* last) {
+content_fields_t quick_parse_content_fields(char const*& first, char const* last, reading_t reading) {
   content_fields_t fields;
   std::string encoding;
-  for_each_field(first, last, [&](field_t const& field) {
+  for_each_field(first, last, reading, [&](field_t const& field) {
     auto const name = std::string_view(field.name_first, static_cast<std::size_t>(field.name_last - field.name_first));
     std::string* value = nullptr;
     if (text::equals_lower(name, "content-type"sv))
@@ -459,7 +472,7 @@ content_fields_t quick_parse_content_fields(char const*& first, char const* last
     value->assign(field.value_first, field.value_last);
     cleanup_header_body(*value);
   });
-  derive_content_type(&fields.content_type, fields.type, fields.subtype, fields.charset, fields.boundary);
+  derive_content_type(&fields.content_type, fields.type, fields.subtype, fields.charset, fields.boundary, reading);
   fields.encoding = derive_word(&encoding, "7bit", false);
   fields.disposition = derive_word(&fields.content_disposition, "inline", true);
   return fields;

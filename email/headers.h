@@ -48,7 +48,8 @@ using header_set_t = boost::container::flat_set<std::string, std::less<>>;
 header_map_t quick_parse_headers(char const*& first, char const* last, header_set_t const& wanted,
                                  quern::error::handler_t* problems = nullptr);
 
-// The same scan in a chosen reading. The full reading reads dates with whole
+// The same scan in a chosen reading. The full reading takes a field whose
+// name has blanks before its colon ("Subject :"), reads dates with whole
 // month names and explicit zones first, and keeps the address fields
 // (From, To, Cc, Bcc) as written, only unfolded: encoded words there are
 // decoded per mailbox after the list is split, so that a decoded comma or
@@ -85,7 +86,8 @@ struct content_fields_t {
 // content fields wanted, into fields rather than a map: a message of many
 // small parts would otherwise spend most of its time building maps. On
 // return first is the first byte of the part's body.
-content_fields_t quick_parse_content_fields(char const*& first, char const* last);
+content_fields_t quick_parse_content_fields(char const*& first, char const* last,
+                                            reading_t reading = reading_t::desktop);
 
 // Whether the full reading keeps this (lower-case) field as written: the
 // fields that hold mailboxes.

@@ -12,6 +12,7 @@
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 
+#include "text/ascii.h"
 #include "text/format.h"
 
 namespace email {
@@ -388,6 +389,32 @@ std::size_t wbr_tag_size(char const* p, char const* last) {
   return q != last && *q == '>' ? static_cast<std::size_t>(q + 1 - p) : 0;
 }
 
+// How many bytes of a bogus comment start at p, or 0. A browser reads "<?",
+// a "<!" that opens neither a comment nor a doctype, and a "</" not followed
+// by a letter as a comment that runs to the next ">" (or the end), and drops
+// "</>" altogether; libxml2 shows them as text. Spam puts them inside words
+// ("V<? x >IAGRA") so that filters do not see the word a reader does.
+std::size_t bogus_comment_size(char const* p, char const* last) {
+  if (last - p < 3)
+    return 0;
+  char const kind = p[1];
+  if (kind == '!') {
+    constexpr std::string_view doctype = "doctype";
+    bool const is_doctype =
+        static_cast<std::size_t>(last - p - 2) >= doctype.size() &&
+        std::equal(doctype.begin(), doctype.end(), p + 2, [](char a, char b) { return a == (b | 0x20); });
+    if (is_doctype)
+      return 0;
+  } else if (kind == '/') {
+    if (text::is_alpha(p[2]))
+      return 0;
+  } else if (kind != '?') {
+    return 0;
+  }
+  char const* const close = std::find(p + 2, last, '>');
+  return static_cast<std::size_t>((close == last ? last : close + 1) - p);
+}
+
 } // namespace
 
 char* remove_comments(char* first, char* last) {
@@ -404,6 +431,8 @@ char* remove_comments(char* first, char* last) {
       p = end == last ? last : end + close.size();
     } else if (std::size_t const wbr = wbr_tag_size(start, last)) {
       p = start + wbr;
+    } else if (std::size_t const bogus = bogus_comment_size(start, last)) {
+      p = start + bogus;
     } else {
       *out++ = *start;
       p = start + 1;

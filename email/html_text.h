@@ -46,8 +46,9 @@ inline constexpr std::size_t max_html_depth = 512;
 // problems, when that is not null.
 std::string html_to_text(std::vector<char>& document, quern::error::handler_t* problems = nullptr);
 
-// Removes every comment ("<!--" to "-->", or to the end when unterminated)
-// and every <wbr> (an element the parser does not know, so would keep open)
+// Removes every comment ("<!--" to "-->", or to the end when unterminated),
+// every bogus comment a browser's tokenizer drops ("<?...>", "<!x...>",
+// "</ ...>", "</>") and every <wbr> (an element the parser does not know, so would keep open)
 // from [first, last) in place; returns the new end.
 char* remove_comments(char* first, char* last);
 

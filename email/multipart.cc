@@ -191,7 +191,7 @@ char const* find_boundary(char const* begin, char const* end, std::string const&
 
 std::vector<byte_range_t> parse_subparts(char const* begin, char const* end, std::string const& boundary,
                                          bool first_part_only, quern::error::handler_t* problems,
-                                         delimiter_index_t const* index) {
+                                         delimiter_index_t const* index, reading_t reading) {
   std::vector<byte_range_t> ranges;
   if (begin == end || boundary.empty())
     return ranges;
@@ -204,7 +204,7 @@ std::vector<byte_range_t> parse_subparts(char const* begin, char const* end, std
     bool is_close = false;
     char const* const range_end =
         find_boundary(cursor, end, delimiter, at_line_start, after, &is_close, problems, index);
-    at_line_start = false;
+    at_line_start = reading == reading_t::full;
     ranges.emplace_back(cursor, range_end);
     cursor = after;
     if ((first_part_only && ranges.size() == 2) || cursor == end || is_close)

@@ -5,9 +5,12 @@
 // followed by "--" (the closing delimiter) and by blanks (transport padding),
 // and ended by an LF. Only LF ends a line: a delimiter followed by CR LF is
 // content, which keeps this splitter in agreement with the header scanner
-// about where lines end. The search from a part's start always skips that
-// first line, so a delimiter line directly after another is content of the
-// part rather than an empty part of its own.
+// about where lines end. In the desktop reading the search from a part's
+// start skips that first line, so a delimiter line directly after another
+// is content of the part rather than an empty part of its own. The full
+// reading takes it for the end of an empty part: otherwise a close
+// delimiter right after a delimiter line is missed and the epilogue is read
+// as the last part.
 //
 // The scan jumps from LF to LF and compares the delimiter only at line
 // starts. When the delimiter holds no LF (a header value never does after
@@ -22,6 +25,7 @@
 #include <utility>
 #include <vector>
 
+#include "email/reading.h"
 #include "error/handler.h"
 
 namespace email {
@@ -70,7 +74,8 @@ char const* find_boundary(char const* begin, char const* end, std::string const&
 // boundary.
 std::vector<byte_range_t> parse_subparts(char const* begin, char const* end, std::string const& boundary,
                                          bool first_part_only, quern::error::handler_t* problems,
-                                         delimiter_index_t const* index = nullptr);
+                                         delimiter_index_t const* index = nullptr,
+                                         reading_t reading = reading_t::desktop);
 
 // The preamble as text when it holds anything but white space, otherwise the
 // no-text marker.

@@ -202,6 +202,8 @@ match_t parameter_split_function(char const*& position, char const* end) {
   if (position == end || *position != ';')
     return {};
   position = skip_blanks(position + 1, end);
+  while (position != end && *position == ';')
+    position = skip_blanks(position + 1, end);
   if (position == end)
     return {};
   char const* const name = position;

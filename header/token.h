@@ -71,7 +71,9 @@ bool finish_token(char const*& position, char const* stop, char const* end, char
 match_t address_split_function(char const*& position, char const* end);
 
 // The next "; name = value" parameter, value quotes kept; an empty match when
-// there is none. position is left on the following ';' (or end).
+// there is none. Empty parameters (";;") are passed over: a stray ';' must
+// not hide the parameter after it. position is left on the following ';'
+// (or end).
 match_t parameter_split_function(char const*& position, char const* end);
 
 // The text without double quotes and backslash escapes (escapes count only

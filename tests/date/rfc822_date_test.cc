@@ -138,7 +138,8 @@ TEST(date, parses_to_both_canonical_forms) {
 // offset. Whole month names must be read to their end, or their last letters
 // become a zone of their own ("Sept" leaves a "t", the military zone T) and
 // the real zone after them is ignored; offsets after GMT or UTC, as hours or
-// HH:MM, and ISO 8601 dates are read, not taken as UTC or dropped.
+// HH:MM, ISO 8601 dates and 12-hour clocks are read, not taken as UTC or
+// dropped.
 TEST(date, full_reading_months_offsets_and_iso_dates) {
   using namespace std::chrono;
   sys_seconds const base = sys_days(2016y / May / 16) + 9h + 30min + 32s;
@@ -175,6 +176,13 @@ TEST(date, full_reading_months_offsets_and_iso_dates) {
       {"2016-13-16 09:30:32", std::nullopt, 0min},
       {"2016-05-16T09:30:32 and more", std::nullopt, 0min},
       {"2016-05-16T", std::nullopt, 0min},
+      // A 12-hour clock, its zone after the marker.
+      {"Mon 16 May 2016 01:30:32 PM +0400", base, 4h},
+      {"16 May 2016 12:30:32 AM -0900", base, -9h},
+      {"16 May 2016 12:30:32 p.m. +0300", base, 3h},
+      {"16 May 16 2:30:32pm EDT", base + 9h, -4h},
+      {"16 May 2016 21:30:32 PM", base + 12h, 0min}, // already past noon
+      {"16 May 2016 09:30:32 AMT", base, 0min},      // a word, not a marker
   };
   for (auto const& row : rows) {
     SCOPED_TRACE(row.text);

@@ -127,6 +127,29 @@ TEST(full_walk, reads_and_repairs_beside_the_desktop_reading) {
       // encoded one too.
       {multipart("report", {plain, enclosed(nested("mixed", {plain, pdf}))}), "plain words", "plain words", {"a.pdf"}},
       {multipart("digest", {enclosed(plain), enclosed(png)}), "plain words", "plain words", {"logo.png"}},
+      // Every part of a digest is read; one without a Content-Type is a
+      // message when it begins with a header, else text.
+      {multipart("digest",
+                 {"\nSubject: one\n\nfirst", "\nuntyped: a note", "\na note", "\nSubject : two\n\nsecond", png}),
+       "Subject: one\n\nfirst",
+       "first\na note\nsecond",
+       {"logo.png"}},
+      // A boundary after an empty parameter is found.
+      {"Content-Type: multipart/mixed;; boundary=\"b\"\n\n--b\n" + plain + "\n--b--\n", marker, "plain words", {}},
+      // A message that is only an encoded message is decoded, its CR LF read as LF.
+      {"Content-Type: message/rfc822\nContent-Transfer-Encoding: base64\n\n"
+       "U3ViamVjdDogaW5uZXINCkNvbnRlbnQtVHlwZTogdGV4dC9wbGFpbg0KDQpoaWRkZW4gd29yZHM=\n",
+       marker,
+       "hidden words",
+       {}},
+      {"Content-Type: message/rfc822\nContent-Transfer-Encoding: quoted-printable\n\nSubject: x\n\ncaf=C3=A9",
+       "caf=C3=A9",
+       "caf\xC3\xA9",
+       {}},
+      // Parallel and unknown subtypes read as mixed; signed keeps its content.
+      {multipart("parallel", {plain, html}), "plain words", "plain words\nhtml words\n", {}},
+      {multipart("x-unheard-of", {plain, plain}), "plain words", "plain words\nplain words", {}},
+      {multipart("signed", {plain, "Content-Type: text/plain\n\nsignature"}), "plain words", "plain words", {}},
       {multipart("related", {html, "Content-Type: message/rfc822\nContent-Transfer-Encoding: base64\n\n"
                                    "U3ViamVjdDogaW5uZXIKQ29udGVudC1UeXBlOiBpbWFnZS9wbmc7IG5hbWU9eC5wbmcKClBORw=="}),
        marker,
@@ -212,6 +235,10 @@ TEST(html_text, block_elements_read_the_same_at_every_depth) {
       {"&bogus; &amp and &#65 &#0;&#xD800;&#x110000;&#;.", "&bogus; &amp and A .\n"},
       {"1 < 2 <3 <= 4", "1 < 2 <3 <= 4\n"},
       {"a<!DOCTYPE html>b<?php x ?>c", "abc\n"},
+      // Bogus comments are dropped as browsers drop them; "< " and "<3" stay.
+      {"V<? x >IA<?xml y>GR</nothing>A", "VIAGRA\n"},
+      {"G</>UA</ >RA <!x>d<! y>e</3>f <i>i</i>", "GUARA def i\n"},
+      {"a<![CDATA[b]]>c", "ac\n"},
       {"", ""},
       {"<div>  lots \n\t of   <i>space</i> </div>", "lots of space\n"},
       {"a<!-- hidden -->b<!-- <p>also</p> -->c", "abc\n"},

@@ -12,10 +12,10 @@ using email::header_map_t;
 
 using scan_t = std::pair<header_map_t, std::string>; // fields, the body after them
 
-scan_t scan(std::string_view message) {
+scan_t scan(std::string_view message, email::reading_t reading = email::reading_t::desktop) {
   test::exact_buffer_t const buffer(message);
   char const* first = buffer.begin();
-  header_map_t map = email::quick_parse_headers(first, buffer.end(), importer::wanted_headers());
+  header_map_t map = email::quick_parse_headers(first, buffer.end(), importer::wanted_headers(), reading);
   return {std::move(map), std::string(first, buffer.end())};
 }
 
@@ -46,6 +46,39 @@ TEST(scanner, stores_cleaned_values) {
     auto const [map, body] = scan(message);
     std::string const value = !*key ? body : map.contains(key) ? map.at(key) : "<absent>";
     EXPECT_EQ(value, expected) << testing::PrintToString(message);
+  }
+}
+
+// The full reading takes a field with blanks before its colon; a line with
+// no colon still names no field but its own.
+TEST(scanner, full_reading_takes_blanks_before_the_colon) {
+  std::tuple<std::string, char const*, std::string> const cases[] = {
+      {"Subject : Hi\n\n", "subject", "Hi"},
+      {"Date \t : 1 Jul 2003 10:00 +0000\n\n", "date", "2003-07-01 10:00:00"},
+      {"From  :a@b\nTo: c@d\n\n", "from", "a@b"},
+      {"Subject: x\nSubject \n\n", "subject", "x"},
+  };
+  for (auto const& [message, key, expected] : cases) {
+    header_map_t const map = scan(message, email::reading_t::full).first;
+    EXPECT_EQ(map.contains(key) ? map.at(key) : "<absent>", expected) << testing::PrintToString(message);
+  }
+}
+
+// A boundary behind an empty parameter or in RFC 2231 sections is found by
+// the full reading; a plain one found first stands.
+TEST(scanner, full_reading_finds_every_boundary) {
+  std::tuple<std::string, std::string, std::string> const cases[] = {
+      // Content-Type, desktop boundary, full boundary
+      {"multipart/mixed;; boundary=\"foo\"", "", "foo"},
+      {"multipart/mixed; ;\t; boundary=foo", "", "foo"},
+      {"multipart/mixed; boundary*=\"us-ascii'en'a%20b\"", "", "a b"},
+      {"multipart/mixed; boundary*0=\"ab\"; boundary*1=cd", "", "abcd"},
+      {"multipart/mixed; boundary=x; boundary*=utf-8''y", "x", "x"},
+  };
+  for (auto const& [type, desktop, full] : cases) {
+    std::string const block = "Content-Type: " + type + "\n\n";
+    EXPECT_EQ(scan(block).first.at("#boundary"), desktop) << type;
+    EXPECT_EQ(scan(block, email::reading_t::full).first.at("#boundary"), full) << type;
   }
 }
 
@@ -95,21 +128,23 @@ TEST(scanner, content_fields_match_the_map) {
       "Content-Type: text/plain", // no LF at all
   };
   email::header_set_t const wanted{"content-type", "content-transfer-encoding", "content-disposition"};
-  for (std::string const& block : blocks) {
-    test::exact_buffer_t const buffer(block);
-    char const* map_end = buffer.begin();
-    header_map_t const m = email::quick_parse_headers(map_end, buffer.end(), wanted);
-    char const* fields_end = buffer.begin();
-    email::content_fields_t const f = email::quick_parse_content_fields(fields_end, buffer.end());
-    auto const at = [&](char const* key) { return m.contains(key) ? m.at(key) : std::string(); };
-    std::string const from_map = at("#type") + "/" + at("#subtype") + " " + at("#charset") + " [" + at("#boundary") +
-                                 "] " + at("#encoding") + " " + at("#disposition") + " | " + at("content-type") +
-                                 " | " + at("content-disposition");
-    std::string const from_fields = f.type + "/" + f.subtype + " " + f.charset + " [" + f.boundary + "] " + f.encoding +
-                                    " " + f.disposition + " | " + f.content_type + " | " + f.content_disposition;
-    EXPECT_EQ(from_fields, from_map) << testing::PrintToString(block);
-    EXPECT_EQ(fields_end, map_end) << testing::PrintToString(block);
-  }
+  for (auto const reading : {email::reading_t::desktop, email::reading_t::full})
+    for (std::string const& block : blocks) {
+      test::exact_buffer_t const buffer(block);
+      char const* map_end = buffer.begin();
+      header_map_t const m = email::quick_parse_headers(map_end, buffer.end(), wanted, reading);
+      char const* fields_end = buffer.begin();
+      email::content_fields_t const f = email::quick_parse_content_fields(fields_end, buffer.end(), reading);
+      auto const at = [&](char const* key) { return m.contains(key) ? m.at(key) : std::string(); };
+      std::string const from_map = at("#type") + "/" + at("#subtype") + " " + at("#charset") + " [" + at("#boundary") +
+                                   "] " + at("#encoding") + " " + at("#disposition") + " | " + at("content-type") +
+                                   " | " + at("content-disposition");
+      std::string const from_fields = f.type + "/" + f.subtype + " " + f.charset + " [" + f.boundary + "] " +
+                                      f.encoding + " " + f.disposition + " | " + f.content_type + " | " +
+                                      f.content_disposition;
+      EXPECT_EQ(from_fields, from_map) << testing::PrintToString(block);
+      EXPECT_EQ(fields_end, map_end) << testing::PrintToString(block);
+    }
 }
 
 // A prefix of a message gives prefixes of its field values and, once the

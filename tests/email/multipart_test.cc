@@ -28,6 +28,27 @@ parts_t split(std::string_view body, bool first_part_only, quern::error::handler
   return texts;
 }
 
+// The full reading ends an empty part at a delimiter line right after
+// another, so a close delimiter there is seen.
+TEST(parse_subparts, full_reading_reads_empty_parts) {
+  std::tuple<std::string, parts_t, parts_t> const cases[] = {
+      // input, desktop, full
+      {"--b\n--b--\nEpilogue\n", {"", "--b--\nEpilogue\n", ""}, {"", "", "Epilogue\n"}},
+      {"--b\nA\n--b\n--b--\n", {"", "A", "--b--\n", ""}, {"", "A", "", ""}},
+      {"--b\n--b\nA\n--b--\n", {"", "--b\nA", ""}, {"", "", "A", ""}},
+  };
+  for (auto const& [input, desktop, full] : cases) {
+    for (auto const reading : {email::reading_t::desktop, email::reading_t::full}) {
+      test::exact_buffer_t const buffer(input);
+      parts_t texts;
+      for (auto [first, last] :
+           email::parse_subparts(buffer.begin(), buffer.end(), "b", false, nullptr, nullptr, reading))
+        texts.emplace_back(first, last);
+      EXPECT_EQ(texts, reading == email::reading_t::full ? full : desktop) << input;
+    }
+  }
+}
+
 TEST(parse_subparts, splits_into_preamble_parts_and_remainder) {
   std::tuple<std::string, bool, parts_t, std::string> const cases[] = {
       // input, first_part_only, preamble + parts + remainder, problems

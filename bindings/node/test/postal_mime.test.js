@@ -172,8 +172,9 @@ const RULES = [
   ],
   [
     'white space before the colon', [ 'subject', 'date', ...ADDRESSES ],
-    'A field written with white space before its colon ("Subject :"): the obsolete syntax that mail readers ' +
-        'must accept. postal-mime reads it; the full reading skips the field (our fault)',
+    'A field written with white space before its colon ("Subject :"), which both read: what still differs ' +
+        'is what such messages hold besides (a second From, which postal-mime drops and the full reading ' +
+        'lists; a date neither reads, which postal-mime passes on as written)',
     (f, o, t, c) => c.spaced.has(f)
   ],
   [
@@ -294,22 +295,16 @@ const RULES = [
     (f, o, t, c) => o == null && !c.raw('date').some((v) => /\b(19|20)\d\d\b/u.test(v))
   ],
   [
-    '12-hour clock', [ 'date' ],
-    'A time with AM or PM ("06:09:22 PM EDT"): V8 reads the 12-hour clock and the zone after it, the full ' +
-        'reading takes the word for an unknown zone and the hour as written (our fault)',
-    (f, o, t, c) => c.raw('date').some((v) => /\d\s*[ap]m\b/iu.test(v))
-  ],
-  [
     'multipart/digest', [ 'text', 'attachments' ],
-    'A multipart/digest: postal-mime reads each part as an enclosed message (the digest\'s default type); ' +
-        'the full reading takes only the first part, as plain text (our fault)',
+    'A multipart/digest, whose parts both read as enclosed messages: postal-mime puts each one\'s header ' +
+        'lines into the text, the full reading gives their bodies only',
     (f, o, t, c) => c.types.includes('multipart/digest')
   ],
   [
     'encoded message', [ 'text', 'attachments' ],
-    'The message\'s body is a message/rfc822 in base64 (which MIME does not allow but mailers write): ' +
-        'postal-mime decodes it, the full reading reads it as 7bit and finds nothing, though it decodes such a ' +
-        'part inside a multipart (our fault)',
+    'The message\'s body is a message/rfc822 in base64 (which MIME does not allow but mailers write), ' +
+        'which both decode: postal-mime puts the enclosed header lines into the text, the full reading ' +
+        'gives the body only',
     (f, o, t, c) => c.raw('content-type').some((v) => /message\/rfc822/iu.test(v)) &&
                     c.raw('content-transfer-encoding').some((v) => /base64/iu.test(v))
   ],
@@ -323,14 +318,9 @@ const RULES = [
   [
     'broken Content-Type parameters', [ 'text', 'attachments' ],
     'The boundary follows an empty parameter ("multipart/mixed;; boundary=") or is written in RFC 2231 form ' +
-        '(boundary*=): postal-mime finds it, the full reading does not and reads no part (our fault)',
+        '(boundary*=), which both read: what differs is which parts give text (postal-mime joins both parts ' +
+        'of a signed message and leaves out an attached message\'s text)',
     (f, o, t, c) => c.raw('content-type').some((v) => /;\s*;|boundary\*/iu.test(v))
-  ],
-  [
-    'empty last part', [ 'text' ],
-    'A multipart whose last part is empty (a delimiter line right before the closing one): the full ' +
-        'reading does not see the closing delimiter and gives the epilogue as text (our fault)',
-    (f, o, t, c) => /^--(.+)\r?\n--\1--/mu.test(c.text)
   ],
   [
     'root of multipart/related', [ 'text' ],
@@ -343,7 +333,8 @@ const RULES = [
   [
     'HTML bogus comments', [ 'text' ],
     'HTML with markup browsers drop as bogus comments ("<? x >", "<!x>", "</ x>", "</>", as spam writes to ' +
-        'split words): the full reading keeps them as text, postal-mime and browsers drop them (our fault)',
+        'split words): the full reading drops them as browsers do, and joins the word; postal-mime gives ' +
+        'only the markup, and this test\'s reading of it puts a space for every tag',
     (f, o, t, c) => c.html && /<\?|<!(?!--|doctype|\[)|<\/[\s>]/iu.test(c.text)
   ],
   [
@@ -360,13 +351,6 @@ const RULES = [
         'header block',
     (f, o, t, c) => c.types.includes('message/rfc822') &&
                     (contained(o ?? '', unframed(t ?? '')) || contained(unframed(t ?? ''), o ?? ''))
-  ],
-  [
-    'unknown multipart subtype', [ 'text' ],
-    'A multipart subtype the full reading does not know (parallel, x-enmime): MIME says to read it as ' +
-        'mixed, as postal-mime does; the full reading takes its first part only (our fault)',
-    (f, o, t, c) =>
-        c.types.some((type) => /^multipart\/(?!mixed|alternative|related|signed|encrypted|report)/u.test(type))
   ],
   [
     'text labelled base64', [ 'text' ],

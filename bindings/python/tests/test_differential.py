@@ -190,6 +190,11 @@ RULES = [
      "the same local time at UTC or at the named zone's offset",
      lambda f, o, t, c: t is not None and o is not None and t.tzinfo is None
      and o.replace(tzinfo=None) == t),
+    ("12-hour clock", ("date",),
+     "The time is written with AM or PM: Python drops the marker (and a zone after it), the full reading "
+     "moves the hour onto the 24-hour clock and reads the zone",
+     lambda f, o, t, c: t is not None and o is not None and (o.minute, o.second) == (t.minute, t.second)
+     and any(re.search(rb"\d:\d\d(:\d\d)?\s*[AaPp]\.?[Mm]\b", v) for v in c.raw("date"))),
     ("null or unreadable mailbox", ADDRESSES,
      "Python gives '<>' or an address without a domain for a mailbox it cannot read (an empty <>, "
      "MAILER-DAEMON, a route or a group it does not parse); the full reading gives what is written or nothing",
